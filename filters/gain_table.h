@@ -1,0 +1,65 @@
+// Static gain curves evaluated once into 201-entry tables, read by nearest entry.
+#ifndef EQDRC_FILTERS_GAIN_TABLE_H
+#define EQDRC_FILTERS_GAIN_TABLE_H
+
+#include <cmath>
+
+namespace eqdrc {
+
+constexpr int kGainTableLast = 200;                  // entries 0..200
+constexpr int kGainTableSize = kGainTableLast + 1;
+constexpr int kGainCurveKnee = 4;                    // knee width the AGC and compressor use
+constexpr float kGainFloor = 0.001f;                 // -60 dB: the deepest attenuation a table holds
+
+// Expander / constant gain / compressor curve (dB in, dB out).
+float expander_compressor_curve(int knee, float x, float noiseThreshold, float expandEnd, float compressStart,
+                                float maxGain, float maxPeak);
+// Limiter curve (dB in, dB out).
+float limiter_curve(int knee, float x, float threshold);
+// Nearest entry for `level` (dB); below the grid entry 0, above it entry `last`.
+float gain_table_lookup(int last, const float *table, float level, float x0, float scale);
+
+// Where a table's entry 0 sits and how many entries make one dB.
+struct GainTableGrid {
+    float x0;
+    float scale;
+};
+
+// How the owner turns a curve value into an entry.
+enum class GainFloorTest {
+    kFloat,           // compressor: g > 0.001f in float
+    kDouble,          // AGC: g widened to double against 0.001
+    kDoubleMakeup,    // limiter: as kDouble, then times the makeup gain in double
+};
+
+// Fills table[0..200] over the grid x0..top with linear gains 10^((curve(x) - x) / 20),
+// floored at 0.001, and returns the grid.  `curve` maps a level in dB to the curve's
+// output level in dB.
+template <class Curve>
+GainTableGrid build_gain_table(float *table, float x0, float top, Curve curve, GainFloorTest test,
+                               float makeup = 1.0f)
+{
+    float step = (top - x0) / 200.0f;
+    GainTableGrid grid{x0, 1.0f / step};
+    for (int i = 0; i < kGainTableSize; i++) {
+        float x = x0 + static_cast<float>(i) * step;
+        float y = curve(x);
+        float g = powf(10.0f, (y - x) / 20.0f);
+        switch (test) {
+        case GainFloorTest::kFloat: table[i] = g > kGainFloor ? g : kGainFloor; break;
+        case GainFloorTest::kDouble:
+            table[i] = static_cast<float>(static_cast<double>(g) > 0.001 ? static_cast<double>(g) : 0.001);
+            break;
+        case GainFloorTest::kDoubleMakeup: {
+            double v = static_cast<double>(g) > 0.001 ? static_cast<double>(g) : 0.001;
+            table[i] = static_cast<float>(v * static_cast<double>(makeup));
+            break;
+        }
+        }
+    }
+    return grid;
+}
+
+}  // namespace eqdrc
+
+#endif
