@@ -1,0 +1,63 @@
+// The chain object: record header, pre-gains, planar buffers and the stage handles.
+#ifndef EQDRC_CHAIN_AUDIO_POST_H
+#define EQDRC_CHAIN_AUDIO_POST_H
+
+#include <cstdint>
+
+#include "tqaudio_eqdrc.h"
+
+// Enable words 10..17 in chain order.
+enum ChainStage : int {
+    kStageAutoGain = 0,
+    kStageBassEnhancer,
+    kStageExciter,
+    kStageDeEsser,
+    kStageEq10,
+    kStageMultiBandDrc,
+    kStageAgc,
+    kStageMaximizer,
+    kStageCount
+};
+
+struct AudioPostState {
+    int32_t frameLen;
+    int32_t sampleRate;
+    int32_t bit_rate;
+    int32_t channelLink;
+    int32_t channels;
+    float toolVersion;
+    float fullScale;
+    int32_t enable[kStageCount];
+    float *gainDb;
+    float *gainLin;
+    float **buffers;
+    AutoGainState *autoGain;
+    BassEnhancerState *bassEnhancer;
+    ExciterState *exciter;
+    DeEsserState *deEsser;
+    EQ10State *eq10;
+    MultiBandDRCState *multiBandDrc;
+    MaximizerState *maximizer;
+    // Channels the gain arrays and buffers were allocated for.  A live record may
+    // claim more; everything indexed by channel stays below this.
+    int32_t allocatedChannels;
+
+    static AudioPostState *create(const float *record, int frameLen);
+    int process(const int16_t *in, int16_t *out, int swFrmLen);
+    int set_para(const float *record, int swFrmLen);
+    int get_para(float *record) const;
+    void destroy();
+
+    // The Agc runs on the maximizer's state, which is built when either is enabled.
+    bool maximizer_wanted() const { return enable[kStageAgc] != 0 || enable[kStageMaximizer] != 0; }
+    // Channels that may be indexed: the live count, held to what was allocated.
+    int indexed_channels() const { return channels < allocatedChannels ? channels : allocatedChannels; }
+
+private:
+    void read_header(const float *record);
+    void read_enables(const float *record);
+    void read_pre_gains(const float *record);
+    void sync_stages(const float *record, int frames, bool dump);
+};
+
+#endif
