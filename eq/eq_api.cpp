@@ -1,0 +1,49 @@
+// C entry points of the ten-band equaliser.
+#include "eq/equaliser.h"
+
+namespace {
+constexpr int kNullHandle = -3;
+}
+
+extern "C" {
+
+EQ10State *EQ10_Init(const float *section, int bitDepth, int sampleRate, int channels, int frameLen, int link)
+{
+    return EQ10State::create(section, bitDepth, sampleRate, channels, frameLen, link);
+}
+
+void EQ10_Process(EQ10State *st, float **in, float **out, int frameLen)
+{
+    if (st != nullptr)
+        st->process(in, out, frameLen);
+}
+
+void EQ10_SetPara(EQ10State *st, const float *section)
+{
+    if (st != nullptr)
+        st->set_para(section);
+}
+
+void EQ10_GetPara(EQ10State *st, float *section)
+{
+    if (st != nullptr)
+        st->get_para(section);
+}
+
+void EQ10_GetData(EQ10State *st, float **inFrames, float **outFrames)
+{
+    if (st != nullptr)
+        st->get_data(inFrames, outFrames);
+}
+
+int EQ10_PrintPara(EQ10State *st) { return st != nullptr ? st->print_para() : 0; }
+
+int EQ10_Destroy(EQ10State *st)
+{
+    if (st == nullptr)
+        return kNullHandle;
+    st->destroy();
+    return 0;
+}
+
+}  // extern "C"
