@@ -1,0 +1,172 @@
+// Loudness-driven auto gain.
+#include "enhance/auto_gain.h"
+
+#include <cmath>
+#include <cstdlib>
+
+#include "chain/log.h"
+#include "chain/numeric.h"
+#include "chain/scale.h"
+
+namespace {
+
+constexpr int kBitRateWrongLine = 92;
+constexpr int kFrameTooLongLine = 119;
+constexpr int kPrintLine = 225;  // title; the parameter lines follow on 226..231
+
+constexpr float kMaxGainDb = 20.0f;  // the target gain never exceeds +20 dB
+constexpr double kNoLoudnessTolerance = 1e-8;
+constexpr double kPeakFloor = 1e-8;  // keeps the headroom finite on a silent frame
+
+// Once-per-frame one-pole factor for a 10 %-90 % time of `ms`; the numerator is formed
+// in int32 before it becomes a float.
+float frame_coefficient(int32_t frameLen, int32_t sampleRate, float ms)
+{
+    const int32_t num = static_cast<int32_t>(static_cast<int64_t>(-eqdrc::kTimeConstantFactor) * frameLen);
+    return 1.0f - expf(static_cast<float>(num) / (static_cast<float>(sampleRate) * ms));
+}
+
+}  // namespace
+
+AutoGainState *AutoGainState::create(const float *section, int bits, int sampleRate, int channels, int frameLen)
+{
+    auto *st = static_cast<AutoGainState *>(std::calloc(1, sizeof(AutoGainState)));
+    st->sampleRate = sampleRate;
+    st->channels = channels;
+    st->bits = bits;
+    st->frameLen = frameLen;
+    st->read_section(section);
+    st->compute_coefficients();
+    st->stepSamples = eqdrc::ms_to_samples(st->stepMs, sampleRate);
+    st->meter = Ebur128State::create(bits, sampleRate, channels, st->windowMs, st->stepMs);
+    st->currentGain = 1.0f;
+    st->targetGain = 1.0f;
+    st->smoothedLufs = 0.0f;
+    eqdrc::BitDepthScale scale;
+    if (!eqdrc::scale_for_bits(bits, &scale)) {
+        // Checked last, after the meter has printed the same message.  Deliberate leak:
+        // this path has never freed the record.
+        eqdrc::log_line("AutoGain_Init", kBitRateWrongLine, "bit_rate is wrong!\n");
+        return nullptr;
+    }
+    st->fullScale = scale.fullScale;
+    return st;
+}
+
+void AutoGainState::read_section(const float *section)
+{
+    targetLufs = section[eqdrc::kAutoGainTarget];
+    attackMs = section[eqdrc::kAutoGainAttack];
+    releaseMs = section[eqdrc::kAutoGainRelease];
+    windowMs = eqdrc::to_int32(section[eqdrc::kAutoGainWindow]);
+    stepMs = eqdrc::to_int32(section[eqdrc::kAutoGainStep]);
+}
+
+void AutoGainState::compute_coefficients()
+{
+    releaseCoef = frame_coefficient(frameLen, sampleRate, releaseMs);
+    attackCoef = frame_coefficient(frameLen, sampleRate, attackMs);
+}
+
+void AutoGainState::process(const float *const *in, float *const *out, int n)
+{
+    if (stepSamples < n) {
+        eqdrc::log_line("AutoGain_Process", kFrameTooLongLine, "frameLen is greater than steps! 0\n\n");
+        eqdrc::fatal_exit();
+    }
+
+    float peak = 0.0f;
+    for (int ch = 0; ch < channels; ch++)
+        for (int i = 0; i < n; i++) {
+            const float a = fabsf(in[ch][i]);
+            if (a > peak)
+                peak = a;
+        }
+    const float maxGain = static_cast<float>(static_cast<double>(fullScale) / (static_cast<double>(peak) + kPeakFloor));
+
+    if (countdown <= 0) {
+        countdown = static_cast<int32_t>(static_cast<int64_t>(countdown) + stepSamples);
+        read_loudness();
+    }
+    // Fed after the read-out, so a read-out never includes the frame it steers.
+    meter->add_frames(in, n);
+    countdown = static_cast<int32_t>(static_cast<int64_t>(countdown) - n);
+
+    // The headroom cap is stored: it holds until the next read-out.
+    if (maxGain < targetGain)
+        targetGain = maxGain;
+    const float gt = targetGain;
+    const float c = currentGain < gt ? attackCoef : releaseCoef;
+    const float next = c * gt + (1.0f - c) * currentGain;
+    // Spread over the creation frame length: a shorter frame stops short of `next`.
+    const float step = (next - currentGain) / static_cast<float>(frameLen);
+
+    float g = currentGain;
+    for (int i = 0; i < n; i++) {
+        for (int ch = 0; ch < channels; ch++)
+            out[ch][i] = in[ch][i] * g;
+        g = g + step;
+    }
+    currentGain = g;
+}
+
+void AutoGainState::read_loudness()
+{
+    const float lufs = meter->gated_loudness();
+    if (std::fabs(static_cast<double>(lufs + 1000.0f)) < kNoLoudnessTolerance) {
+        smoothedLufs = 0.0f;
+        targetGain = 1.0f;
+        return;
+    }
+    smoothedLufs = attackCoef * lufs + (1.0f - attackCoef) * smoothedLufs;
+    const float d = targetLufs - smoothedLufs;
+    // No lower bound: a programme louder than the target is attenuated as far as needed.
+    targetGain = d < kMaxGainDb ? powf(10.0f, d * 0.05f) : powf(10.0f, 1.0f);
+}
+
+void AutoGainState::set_para(const float *section)
+{
+    const int32_t oldWindowMs = windowMs;
+    const int32_t oldStepMs = stepMs;
+    read_section(section);
+    compute_coefficients();
+    if (windowMs == oldWindowMs && stepMs == oldStepMs)
+        return;
+    countdown = 0;
+    stepSamples = eqdrc::ms_to_samples(stepMs, sampleRate);
+    if (meter != nullptr)
+        meter->destroy();
+    meter = Ebur128State::create(bits, sampleRate, channels, windowMs, stepMs);
+    currentGain = 1.0f;
+    targetGain = 1.0f;
+    // smoothedLufs is kept: the new meter's first read-out is smoothed against it.
+}
+
+void AutoGainState::get_para(float *section) const
+{
+    section[eqdrc::kAutoGainTarget] = targetLufs;
+    section[eqdrc::kAutoGainAttack] = attackMs;
+    section[eqdrc::kAutoGainRelease] = releaseMs;
+    section[eqdrc::kAutoGainWindow] = static_cast<float>(windowMs);
+    section[eqdrc::kAutoGainStep] = static_cast<float>(stepMs);
+}
+
+int AutoGainState::print_para() const
+{
+    const char *fn = "AutoGain_PrintPara";
+    int n = eqdrc::log_line(fn, kPrintLine, "AutoGain Param\n");
+    n += eqdrc::log_line(fn, kPrintLine + 1, "=====================\n");
+    n += eqdrc::log_line(fn, kPrintLine + 2, "target_i_dB:%.2f\n", static_cast<double>(targetLufs));
+    n += eqdrc::log_line(fn, kPrintLine + 3, "attack_time:%.2f\n", static_cast<double>(attackMs));
+    n += eqdrc::log_line(fn, kPrintLine + 4, "release_time:%.2f\n", static_cast<double>(releaseMs));
+    n += eqdrc::log_line(fn, kPrintLine + 5, "r128_wins:%i\n", windowMs);
+    n += eqdrc::log_line(fn, kPrintLine + 6, "r128_steps:%i\n", stepMs);
+    return n;
+}
+
+void AutoGainState::destroy()
+{
+    if (meter != nullptr)
+        meter->destroy();
+    std::free(this);
+}
