@@ -1,0 +1,188 @@
+// De-esser.
+#ifndef _GNU_SOURCE
+#define _GNU_SOURCE  // sincosf
+#endif
+#include "enhance/de_esser.h"
+
+#include <math.h>
+#include <cstdlib>
+
+#include "chain/log.h"
+#include "chain/record.h"
+#include "chain/scale.h"
+#include "filters/biquad.h"
+
+namespace {
+
+constexpr int kTooManyChannelsLine = 57;
+constexpr int kBitRateWrongLine = 86;
+constexpr int kPrintTitleLine = 270;
+constexpr int kPrintRuleLine = 271;
+constexpr int kPrintChannelLine = 274;  // f0 and threshold follow on 275 and 276
+
+constexpr float kReleaseMs = 200.0f;
+constexpr float kAttackMs = 100.0f;
+constexpr float kWidth = 1.0f;  // octaves for the band-pass, Q for the notch
+constexpr double kTwoPi = 6.283185307179586;
+constexpr float kHalfLn2 = 0.3465736f;  // bit pattern 0x3EB17218
+constexpr int kReadBackWordA = 5;  // the only section words the read-back touches
+constexpr int kReadBackWordB = 6;
+
+// Once-per-frame decay factor for a time of `ms`, formed in float.
+float frame_decay(int32_t frameLen, int32_t sampleRate, float ms)
+{
+    const float num = static_cast<float>(frameLen) * -static_cast<float>(eqdrc::kTimeConstantFactor);
+    return expf(num / (static_cast<float>(sampleRate) * ms));
+}
+
+}  // namespace
+
+DeEsserState *DeEsserState::create(const float *section, int bits, int sampleRate, int channels, int frameLen,
+                                   int link)
+{
+    // Per-channel values live in arrays of two: a third channel cannot be held.
+    if (channels > eqdrc::kDeEsserMaxChannels) {
+        eqdrc::log_line("DeEsser_Init", kTooManyChannelsLine, "Too Many Channel!\n\n");
+        eqdrc::fatal_exit();
+    }
+    auto *st = static_cast<DeEsserState *>(std::calloc(1, sizeof(DeEsserState)));
+    st->bits = bits;
+    st->sampleRate = sampleRate;
+    st->channels = channels;
+    st->frameLen = frameLen;
+    st->link = link;
+    eqdrc::BitDepthScale scale;
+    if (!eqdrc::scale_for_bits(bits, &scale)) {
+        // Deliberate leak: this path has never freed the record.
+        eqdrc::log_line("DeEsser_Init", kBitRateWrongLine, "bit_rate is wrong!\n");
+        return nullptr;
+    }
+    st->log10FullScale = scale.log10FullScale;
+    st->fullScale = scale.fullScale;
+    st->read_section(section);
+    st->releaseMs = kReleaseMs;
+    st->attackMs = kAttackMs;
+    st->releaseCoef = frame_decay(frameLen, sampleRate, st->releaseMs);
+    st->attackCoef = frame_decay(frameLen, sampleRate, st->attackMs);
+    st->width = kWidth;
+    for (int ch = 0; ch < channels; ch++) {
+        st->design(ch, AlphaForm::kCreation);
+        st->gain[ch] = 1.0f;  // filter states are still zero from the allocation
+    }
+    st->inverseFrameLen = 1.0f / static_cast<float>(frameLen);
+    return st;
+}
+
+void DeEsserState::read_section(const float *section)
+{
+    for (int ch = 0; ch < channels; ch++) {
+        const float *p = eqdrc::channel_block(section, ch, link, eqdrc::kDeEsserChannelWords);
+        f0Hz[ch] = p[eqdrc::kDeEsserF0];
+        thresholdDb[ch] = p[eqdrc::kDeEsserThreshold];
+    }
+}
+
+void DeEsserState::design(int ch, AlphaForm form)
+{
+    const float w0 = static_cast<float>(static_cast<double>(f0Hz[ch]) * kTwoPi / static_cast<double>(sampleRate));
+    float sn, cs;
+    sincosf(w0, &sn, &cs);
+
+    // Constant 0 dB peak band-pass, bandwidth in octaves.  Creation and retuning have
+    // always formed the sinh argument differently; equal while the width is 1.
+    const float arg = form == AlphaForm::kCreation ? kHalfLn2 * w0 / sn : (width * kHalfLn2) * w0 / sn;
+    const float alpha = sn * sinhf(arg);
+    const float a0 = 1.0f + alpha;
+    float *bp = bandPassCoeffs[ch];
+    bp[0] = alpha / a0;
+    bp[1] = 0.0f;
+    bp[2] = -alpha / a0;
+    bp[3] = -2.0f * cs / a0;
+    bp[4] = (1.0f - alpha) / a0;
+
+    const float alpha2 = sn / (width + width);
+    const float n0 = 1.0f + alpha2;
+    float *nt = notchCoeffs[ch];
+    nt[0] = 1.0f / n0;
+    nt[1] = -2.0f * cs / n0;
+    nt[2] = 1.0f / n0;
+    nt[3] = -2.0f * cs / n0;
+    nt[4] = (1.0f - alpha2) / n0;
+}
+
+// Loops run over the given frameLen only and the ramp uses the stored inverse, so a
+// frame of another length than at creation reads and writes nothing out of place.
+void DeEsserState::process(const float *const *in, float *const *out, int n)
+{
+    if (channels < 1)
+        return;
+    // One accumulator for all channels: channel 1 decides on both channels' band energy.
+    float energy = 0.0f;
+    for (int ch = 0; ch < channels; ch++) {
+        const float *x = in[ch];
+        for (int i = 0; i < n; i++) {
+            const float y = eqdrc::biquad_step(bandPassCoeffs[ch], bandPassState[ch], x[i]);
+            energy = energy + (y * y) / static_cast<float>(n);
+        }
+        const float levelDb = 10.0f * log10f(energy + 1.0f) - 20.0f * log10FullScale;
+
+        float target;
+        if (thresholdDb[ch] < levelDb)
+            target = gain[ch] * attackCoef;  // towards the notch
+        else
+            target = (1.0f - releaseCoef) + releaseCoef * gain[ch];  // back towards dry, also on NaN
+        // Sized for the creation frame length: a shorter frame stops short of the target.
+        const float step = (target - gain[ch]) * inverseFrameLen;
+
+        float g = gain[ch];
+        for (int i = 0; i < n; i++) {
+            const float xi = x[i];
+            const float notched = eqdrc::biquad_step(notchCoeffs[ch], notchState[ch], xi);
+            g = g + step;
+            out[ch][i] = xi * g + (1.0f - g) * notched;
+        }
+        gain[ch] = target;
+    }
+}
+
+void DeEsserState::set_para(const float *section)
+{
+    if (channels < 1)
+        return;
+    read_section(section);
+    for (int ch = 0; ch < channels; ch++) {
+        design(ch, AlphaForm::kWithWidth);
+        bandPassState[ch][0] = bandPassState[ch][1] = 0.0f;
+        notchState[ch][0] = notchState[ch][1] = 0.0f;
+        gain[ch] = 1.0f;
+    }
+}
+
+// Every value lands on word 5 or 6 and overwrites the one before: with two channels
+// only channel 1 comes back.  Hosts and tunings rely on this read-back as it is.
+void DeEsserState::get_para(float *section) const
+{
+    if (channels < 1)
+        return;
+    section[kReadBackWordA] = f0Hz[0];
+    section[kReadBackWordA] = thresholdDb[0];
+    if (channels == 2) {
+        section[kReadBackWordA] = f0Hz[1];
+        section[kReadBackWordB] = thresholdDb[1];
+    }
+}
+
+int DeEsserState::print_para() const
+{
+    const char *fn = "DeEsser_PrintPara";
+    int n = eqdrc::log_line(fn, kPrintTitleLine, "DeEsser Param\n");
+    n += eqdrc::log_line(fn, kPrintRuleLine, "=====================\n");
+    for (int ch = 0; ch < channels; ch++) {
+        n += eqdrc::log_line(fn, kPrintChannelLine, "---- channel:%i ----\n", ch);
+        n += eqdrc::log_line(fn, kPrintChannelLine + 1, "f0:%.2f\n", static_cast<double>(f0Hz[ch]));
+        n += eqdrc::log_line(fn, kPrintChannelLine + 2, "threshold:%.2f\n", static_cast<double>(thresholdDb[ch]));
+    }
+    return n;
+}
+
+void DeEsserState::destroy() { std::free(this); }

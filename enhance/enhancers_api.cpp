@@ -1,0 +1,111 @@
+// C entry points of the bass enhancer, the exciter and the de-esser.
+#include "enhance/bass_enhancer.h"
+#include "enhance/de_esser.h"
+#include "enhance/exciter.h"
+
+namespace {
+constexpr int kNullHandle = -3;
+}
+
+extern "C" {
+
+BassEnhancerState *BassEnhancer_Init(const float *section, int bits, int sampleRate, int channels, int link)
+{
+    return BassEnhancerState::create(section, bits, sampleRate, channels, link);
+}
+
+void BassEnhancer_Process(BassEnhancerState *st, float **in, float **out, int frameLen)
+{
+    if (st != nullptr)
+        st->process(in, out, frameLen);
+}
+
+void BassEnhancer_SetPara(BassEnhancerState *st, const float *section)
+{
+    if (st != nullptr)
+        st->set_para(section);
+}
+
+void BassEnhancer_GetPara(BassEnhancerState *st, float *section)
+{
+    if (st != nullptr)
+        st->get_para(section);
+}
+
+int BassEnhancer_PrintPara(BassEnhancerState *st) { return st != nullptr ? st->print_para() : 0; }
+
+int BassEnhancer_Destroy(BassEnhancerState *st)
+{
+    if (st == nullptr)
+        return kNullHandle;
+    st->destroy();
+    return 0;
+}
+
+ExciterState *Exciter_Init(const float *section, int bits, int sampleRate, int channels, int link)
+{
+    return ExciterState::create(section, bits, sampleRate, channels, link);
+}
+
+void Exciter_Process(ExciterState *st, float **in, float **out, int frameLen)
+{
+    if (st != nullptr)
+        st->process(in, out, frameLen);
+}
+
+void Exciter_SetPara(ExciterState *st, const float *section)
+{
+    if (st != nullptr)
+        st->set_para(section);
+}
+
+void Exciter_GetPara(ExciterState *st, float *section)
+{
+    if (st != nullptr)
+        st->get_para(section);
+}
+
+int Exciter_PrintPara(ExciterState *st) { return st != nullptr ? st->print_para() : 0; }
+
+int Exciter_Destroy(ExciterState *st)
+{
+    if (st == nullptr)
+        return kNullHandle;
+    st->destroy();
+    return 0;
+}
+
+DeEsserState *DeEsser_Init(const float *section, int bits, int sampleRate, int channels, int frameLen, int link)
+{
+    return DeEsserState::create(section, bits, sampleRate, channels, frameLen, link);
+}
+
+void DeEsser_Process(DeEsserState *st, float **in, float **out, int frameLen)
+{
+    if (st != nullptr)
+        st->process(in, out, frameLen);
+}
+
+void DeEsser_SetPara(DeEsserState *st, const float *section)
+{
+    if (st != nullptr)
+        st->set_para(section);
+}
+
+void DeEsser_GetPara(DeEsserState *st, float *section)
+{
+    if (st != nullptr)
+        st->get_para(section);
+}
+
+int DeEsser_PrintPara(DeEsserState *st) { return st != nullptr ? st->print_para() : 0; }
+
+int DeEsser_Destroy(DeEsserState *st)
+{
+    if (st == nullptr)
+        return kNullHandle;
+    st->destroy();
+    return 0;
+}
+
+}  // extern "C"

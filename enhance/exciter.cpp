@@ -1,0 +1,152 @@
+// Exciter.
+#include "enhance/exciter.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+
+#include "chain/log.h"
+#include "chain/record.h"
+#include "chain/scale.h"
+#include "filters/biquad.h"
+#include "filters/designer.h"
+
+namespace {
+
+constexpr int kTooManyChannelsLine = 37;
+constexpr int kBitRateWrongLine = 71;
+constexpr int kPrintTitleLine = 195;
+constexpr int kPrintRuleLine = 196;
+constexpr int kPrintChannelLine = 198;  // the four parameter lines follow on 199..202
+
+float *alloc_floats(int channels, int perChannel)
+{
+    // A negative count (channels < 1 is accepted and then does nothing) allocates nothing.
+    const size_t n = channels > 0 ? static_cast<size_t>(channels) * static_cast<size_t>(perChannel) : 0;
+    return static_cast<float *>(std::calloc(n, sizeof(float)));
+}
+
+}  // namespace
+
+ExciterState *ExciterState::create(const float *section, int bits, int sampleRate, int channels, int link)
+{
+    // Per-channel values live in arrays of two: a third channel cannot be held.
+    if (channels > eqdrc::kExciterMaxChannels) {
+        eqdrc::log_line("Exciter_Init", kTooManyChannelsLine, "Too Many Channel!\n\n");
+        eqdrc::fatal_exit();
+    }
+    auto *st = static_cast<ExciterState *>(std::calloc(1, sizeof(ExciterState)));
+    st->bits = bits;
+    st->sampleRate = sampleRate;
+    st->channels = channels;
+    st->link = link;
+    st->read_section(section);
+    eqdrc::BitDepthScale scale;
+    if (!eqdrc::scale_for_bits(bits, &scale)) {
+        // Deliberate leak: this path has never freed the record.
+        eqdrc::log_line("Exciter_Init", kBitRateWrongLine, "bit_rate is wrong!\n");
+        return nullptr;
+    }
+    st->fullScale = scale.fullScale;
+    st->inputHighCoeffs = alloc_floats(channels, eqdrc::kBiquadCoeffs);
+    st->outputHighCoeffs = alloc_floats(channels, eqdrc::kBiquadCoeffs);
+    st->inputHighState = alloc_floats(channels, eqdrc::kBiquadState);
+    st->outputHighState = alloc_floats(channels, eqdrc::kBiquadState);
+    st->design();
+    return st;
+}
+
+void ExciterState::read_section(const float *section)
+{
+    for (int ch = 0; ch < channels; ch++) {
+        const float *p = eqdrc::channel_block(section, ch, link, eqdrc::kExciterChannelWords);
+        evenHarmonics[ch] = p[eqdrc::kExciterEvenHarmonics];
+        distortionAmount[ch] = p[eqdrc::kExciterDistortionAmount];
+        cutoffHz[ch] = p[eqdrc::kExciterCutoff];
+        mix[ch] = p[eqdrc::kExciterMix];
+        // Ten to the power of twice the amount (0 -> 1, 0.5 -> 10, 1 -> 100): not a dB law.
+        driveGain[ch] = powf(10.0f, distortionAmount[ch] + distortionAmount[ch]);
+        inverseDriveGain[ch] = 1.0f / driveGain[ch];
+    }
+}
+
+void ExciterState::design()
+{
+    const float fs = static_cast<float>(sampleRate);
+    for (int ch = 0; ch < channels; ch++) {
+        float *in = inputHighCoeffs + ch * eqdrc::kBiquadCoeffs;
+        float *out = outputHighCoeffs + ch * eqdrc::kBiquadCoeffs;
+        eqdrc::design_biquad(in, eqdrc::kButterworthHP, fs, cutoffHz[ch], 0.0f, 0.0f);
+        eqdrc::design_biquad(out, eqdrc::kButterworthHP, fs, cutoffHz[ch], 0.0f, 0.0f);
+    }
+}
+
+// Nothing here depends on frameLen beyond the caller's buffers, so any length is safe.
+void ExciterState::process(const float *const *in, float *const *out, int frameLen)
+{
+    if (channels < 1 || frameLen < 1)
+        return;
+    for (int ch = 0; ch < channels; ch++) {
+        const float *cIn = inputHighCoeffs + ch * eqdrc::kBiquadCoeffs;
+        const float *cOut = outputHighCoeffs + ch * eqdrc::kBiquadCoeffs;
+        float *zIn = inputHighState + ch * eqdrc::kBiquadState;
+        float *zOut = outputHighState + ch * eqdrc::kBiquadState;
+        const float offset = evenHarmonics[ch], drive = driveGain[ch];
+        const float dry = 1.0f - mix[ch];
+        const float wet = mix[ch] * inverseDriveGain[ch];
+        for (int i = 0; i < frameLen; i++) {
+            const float x = in[ch][i] / fullScale;
+            const float h = eqdrc::biquad_step(cIn, zIn, x);
+            const float s = soft_clip((h + offset) * drive);
+            const float z = eqdrc::biquad_step(cOut, zOut, s);
+            out[ch][i] = (dry * x + wet * z) * fullScale;
+        }
+    }
+}
+
+void ExciterState::set_para(const float *section)
+{
+    read_section(section);
+    design();
+    if (channels > 0) {
+        std::memset(inputHighState, 0, sizeof(float) * static_cast<size_t>(channels) * eqdrc::kBiquadState);
+        std::memset(outputHighState, 0, sizeof(float) * static_cast<size_t>(channels) * eqdrc::kBiquadState);
+    }
+}
+
+void ExciterState::get_para(float *section) const
+{
+    const int n = channels < eqdrc::kExciterMaxChannels ? channels : eqdrc::kExciterMaxChannels;
+    for (int ch = 0; ch < n; ch++) {
+        float *p = section + ch * eqdrc::kExciterChannelWords;
+        p[eqdrc::kExciterEvenHarmonics] = evenHarmonics[ch];
+        p[eqdrc::kExciterDistortionAmount] = distortionAmount[ch];
+        p[eqdrc::kExciterCutoff] = cutoffHz[ch];
+        p[eqdrc::kExciterMix] = mix[ch];
+    }
+}
+
+int ExciterState::print_para() const
+{
+    const char *fn = "Exciter_PrintPara";
+    int n = eqdrc::log_line(fn, kPrintTitleLine, "Exciter Param\n");
+    n += eqdrc::log_line(fn, kPrintRuleLine, "=====================\n");
+    for (int ch = 0; ch < channels; ch++) {
+        const int l = kPrintChannelLine;
+        n += eqdrc::log_line(fn, l, "==== channel:%i ====\n", ch);
+        n += eqdrc::log_line(fn, l + 1, "even_harmonics:%.2f\n", static_cast<double>(evenHarmonics[ch]));
+        n += eqdrc::log_line(fn, l + 2, "distortion_amount:%.2f\n", static_cast<double>(distortionAmount[ch]));
+        n += eqdrc::log_line(fn, l + 3, "Cutoff:%.2f\n", static_cast<double>(cutoffHz[ch]));
+        n += eqdrc::log_line(fn, l + 4, "mix:%.2f\n", static_cast<double>(mix[ch]));
+    }
+    return n;
+}
+
+void ExciterState::destroy()
+{
+    std::free(inputHighCoeffs);
+    std::free(inputHighState);
+    std::free(outputHighCoeffs);
+    std::free(outputHighState);
+    std::free(this);
+}

@@ -1,0 +1,65 @@
+// Exciter: brightness from harmonics of the highs, made by an offset cubic soft clipper
+// between two high-passes at `Cutoff` and mixed back with the dry input.
+#ifndef EQDRC_ENHANCE_EXCITER_H
+#define EQDRC_ENHANCE_EXCITER_H
+
+#include <cstdint>
+
+#include "tqaudio_eqdrc.h"
+
+namespace eqdrc {
+
+// Words of a channel's five-word block (channel 1 starts at word 5 unless linked);
+// word 4 is neither read nor written.
+constexpr int kExciterEvenHarmonics = 0;    // offset in full-scale units
+constexpr int kExciterDistortionAmount = 1;  // drive gain 10^(2 x amount)
+constexpr int kExciterCutoff = 2;            // Hz
+constexpr int kExciterMix = 3;               // wet share, 0..1
+constexpr int kExciterChannelWords = 5;
+
+constexpr int kExciterMaxChannels = 2;
+
+}  // namespace eqdrc
+
+struct ExciterState {
+    int32_t bits;
+    int32_t sampleRate;
+    int32_t channels;
+    int32_t link;
+    float evenHarmonics[2];
+    float distortionAmount[2];
+    float cutoffHz[2];
+    float mix[2];
+    float driveGain[2];
+    float inverseDriveGain[2];
+    float *inputHighCoeffs;   // channels x kBiquadCoeffs
+    float *inputHighState;    // channels x kBiquadState
+    float *outputHighCoeffs;  // the same design as the input high-pass
+    float *outputHighState;
+    float fullScale;
+
+    // More than two channels end the process; nullptr (state leaked) for a bad depth.
+    static ExciterState *create(const float *section, int bits, int sampleRate, int channels, int link);
+    void process(const float *const *in, float *const *out, int frameLen);
+    // Filters restart from rest.
+    void set_para(const float *section);
+    void get_para(float *section) const;
+    int print_para() const;
+    void destroy();
+
+    // The cubic soft clipper: 1.5v - 0.5v^3 on [-1, 1], clamped outside; NaN gives 1.
+    static float soft_clip(float v)
+    {
+        if (!(v <= 1.0f))  // also NaN
+            return 1.0f;
+        if (v >= -1.0f)
+            return (1.5f - (v * 0.5f) * v) * v;
+        return -1.0f;
+    }
+
+private:
+    void read_section(const float *section);
+    void design();
+};
+
+#endif
