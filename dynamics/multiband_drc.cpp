@@ -1,0 +1,420 @@
+// Multi-band compressor.
+#include "dynamics/multiband_drc.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+
+#include "chain/log.h"
+#include "chain/numeric.h"
+#include "chain/record.h"
+#include "chain/scale.h"
+#include "filters/gain_table.h"
+
+namespace {
+
+using eqdrc::kDrcBandCapacity;
+using eqdrc::kDrcChannels;
+using eqdrc::kDrcSlots;
+using eqdrc::kDrcSlotsPerChannel;
+
+// Message line numbers, per function.
+constexpr int kTooManyChannelsLine = 78;
+constexpr int kBitDepthLine = 106;
+constexpr int kInitCrossoverLine = 147;
+constexpr int kInitConsistencyLine = 171;
+constexpr int kSetParaCrossoverLine = 368;
+constexpr int kSetParaConsistencyLine = 391;
+constexpr int kGetParaCrossoverLine = 440;
+constexpr int kBandBoundLine = 535;
+constexpr int kAdjustConsistencyLine = 600;
+
+constexpr const char *kCrossoverMessage = "There is something wrong with crossover, please check again\n\n";
+constexpr const char *kConsistencyMessage = "wrong param for MultiDRC, please check again\n\n";
+
+constexpr float kMsPerSecond = 1000.0f;
+constexpr float kTableHeadroomDb = 4.0f;  // tables start this far below noise_threshold
+constexpr float kTableTopDb = 0.0f;       // and end at full scale
+constexpr int kCrossoverModeOffset = 2;   // crossover band mode = band count - 2
+
+// int32 products and differences wrap as on the target rather than overflow.
+int32_t wrapping_mul(int32_t a, int32_t b) { return static_cast<int32_t>(static_cast<int64_t>(a) * b); }
+int32_t wrapping_sub(int32_t a, int32_t b) { return static_cast<int32_t>(static_cast<int64_t>(a) - b); }
+
+// One-pole smoothing factor per sample for a time in ms (0 ms: 0, the value follows
+// at once).
+float time_coef(int32_t sampleRate, int32_t ms)
+{
+    return expf(-kMsPerSecond / static_cast<float>(wrapping_mul(sampleRate, ms)));
+}
+
+int slot_of(int c, int b) { return kDrcSlotsPerChannel * c + b; }
+
+bool known_channel(int ch) { return ch >= 0 && ch < kDrcChannels; }
+
+}  // namespace
+
+MultiBandDRCState *MultiBandDRCState::create(const float *section, int bitDepth, int sampleRate, int channels,
+                                             int link)
+{
+    if (channels > kDrcChannels) {
+        eqdrc::log_line("MultiBandDRC_Init", kTooManyChannelsLine, "Too Many Channel!\n\n");
+        eqdrc::fatal_exit();
+    }
+    auto *st = static_cast<MultiBandDRCState *>(std::calloc(1, sizeof(MultiBandDRCState)));
+    st->bitDepth = bitDepth;
+    st->sampleRate = sampleRate;
+    st->channels = channels;
+    st->link = link;
+    eqdrc::BitDepthScale scale;
+    if (!eqdrc::scale_for_bits(bitDepth, &scale)) {
+        eqdrc::log_line("MultiBandDRC_Init", kBitDepthLine, "bit_rate is wrong!\n");
+        return nullptr;  // the state is left allocated: a required leak of this path
+    }
+    st->log10FullScale = scale.log10FullScale;
+    if (section == nullptr)
+        return st;
+
+    for (int c = 0; c < channels; c++) {
+        const float *block = eqdrc::channel_block(section, c, link, eqdrc::kDrcBlockWords);
+        const int32_t count = eqdrc::to_int32(block[eqdrc::kDrcBandCountWord]);
+        st->bandCount[c] = count;
+        st->bandScale[c] = 1.0f / static_cast<float>(count);
+        st->fill_crossover_param(block, count);
+        st->crossover[c] = CrossoverState::create(sampleRate, 1, &st->crossoverParam);
+    }
+    st->load_bands(section, "MultiBandDRC_Init", kInitCrossoverLine, kInitConsistencyLine);
+    st->build_tables();
+    return st;
+}
+
+// Bands of channel c that own a parameter slot.  Channel 0 may run past its four slots
+// into channel 1's; slots past the eighth do not exist, and their bands are skipped
+// (they never reach the output: the sum takes bands 0..3 only).
+int MultiBandDRCState::bands_with_slots(int c) const
+{
+    const int count = bandCount[c];
+    const int limit = kDrcSlots - kDrcSlotsPerChannel * c;
+    if (count <= 0)
+        return 0;
+    return count < limit ? count : limit;
+}
+
+void MultiBandDRCState::fill_crossover_param(const float *block, int count)
+{
+    using namespace eqdrc;
+    const float *low = block + kDrcGroupOffset[0];
+    const float *high = block + kDrcGroupOffset[1];
+    const float *mid1 = block + kDrcGroupOffset[2];
+    const float *mid2 = block + kDrcGroupOffset[3];
+    crossoverParam.bandMode = wrapping_sub(count, kCrossoverModeOffset);
+    crossoverParam.freq[kCornerLowLp] = low[kGroupFreqEnd];
+    crossoverParam.freq[kCornerHighHp] = high[kGroupFreqStart];
+    crossoverParam.freq[kCornerBand2Hp] = mid1[kGroupFreqStart];
+    crossoverParam.freq[kCornerBand2Lp] = mid1[kGroupFreqEnd];
+    crossoverParam.freq[kCornerBand3Hp] = mid2[kGroupFreqStart];
+    crossoverParam.freq[kCornerBand3Lp] = mid2[kGroupFreqEnd];
+}
+
+// Band slots of every channel from their groups, in channel order: a channel with more
+// than four bands fills the next channel's first slots with its low group, and that
+// channel then overwrites them.
+void MultiBandDRCState::load_bands(const float *section, const char *function, int crossoverLine,
+                                   int consistencyLine)
+{
+    for (int c = 0; c < channels; c++) {
+        const float *block = eqdrc::channel_block(section, c, link, eqdrc::kDrcBlockWords);
+        const int bands = bands_with_slots(c);
+        for (int b = 0; b < bands; b++) {
+            int offset;
+            if (b < kDrcSlotsPerChannel) {
+                offset = eqdrc::kDrcGroupOffset[b];
+            } else {
+                eqdrc::log_line(function, crossoverLine, "%s", kCrossoverMessage);
+                offset = eqdrc::kDrcLowGroup;
+            }
+            const int slot = slot_of(c, b);
+            load_slot(slot, block + offset);
+            derive_slot(slot);
+            check_slot(slot, function, consistencyLine);
+        }
+    }
+}
+
+void MultiBandDRCState::load_slot(int slot, const float *group)
+{
+    using namespace eqdrc;
+    freq_start[slot] = group[kGroupFreqStart];
+    freq_end[slot] = group[kGroupFreqEnd];
+    gain_dB[slot] = group[kGroupGainDb];
+    drc_enable[slot] = to_int32(group[kGroupDrcEnable]);
+    compress_start[slot] = group[kGroupCompressStart];
+    expand_end[slot] = group[kGroupExpandEnd];
+    noise_threshold[slot] = group[kGroupNoiseThreshold];
+    max_gain[slot] = group[kGroupMaxGain];
+    max_peak[slot] = group[kGroupMaxPeak];
+    attack_time[slot] = to_int32(group[kGroupAttackMs]);
+    release_time[slot] = to_int32(group[kGroupReleaseMs]);
+    hold_time[slot] = to_int32(group[kGroupHoldMs]);
+}
+
+void MultiBandDRCState::derive_slot(int slot)
+{
+    attackCoef[slot] = time_coef(sampleRate, attack_time[slot]);
+    releaseCoef[slot] = time_coef(sampleRate, release_time[slot]);
+    bandGain[slot] = powf(10.0f, gain_dB[slot] / 20.0f);
+}
+
+// noise_threshold <= expand_end <= compress_start and compress_start + max_gain <=
+// max_peak keep the curve monotonic; a violation is reported and used as given.
+void MultiBandDRCState::check_slot(int slot, const char *function, int line) const
+{
+    const bool consistent = noise_threshold[slot] <= expand_end[slot] && expand_end[slot] <= compress_start[slot] &&
+                            compress_start[slot] + max_gain[slot] <= max_peak[slot];
+    if (!consistent)
+        eqdrc::log_line(function, line, "%s", kConsistencyMessage);
+}
+
+void MultiBandDRCState::build_tables()
+{
+    for (int c = 0; c < channels; c++) {
+        const int bands = bands_with_slots(c);
+        for (int b = 0; b < bands; b++)
+            build_table(c, b);
+    }
+}
+
+// Every band gets a table, dynamics on or not, from noise_threshold - 4 dB to 0 dBFS.
+void MultiBandDRCState::build_table(int c, int b)
+{
+    const int slot = slot_of(c, b);
+    if (tables[c][b] == nullptr)
+        tables[c][b] = static_cast<float *>(std::calloc(eqdrc::kGainTableSize, sizeof(float)));
+    const float nt = noise_threshold[slot], ee = expand_end[slot], cs = compress_start[slot];
+    const float mg = max_gain[slot], mp = max_peak[slot];
+    const eqdrc::GainTableGrid grid = eqdrc::build_gain_table(
+        tables[c][b], nt - kTableHeadroomDb, kTableTopDb,
+        [=](float x) { return eqdrc::expander_compressor_curve(eqdrc::kGainCurveKnee, x, nt, ee, cs, mg, mp); },
+        eqdrc::GainFloorTest::kFloat);
+    tableStart[slot] = grid.x0;
+    tableScale[slot] = grid.scale;
+}
+
+void MultiBandDRCState::process(const float *const *in, float *const *out, int frameLen)
+{
+    if (channels <= 0 || frameLen <= 0)
+        return;
+    for (int c = 0; c < channels; c++) {
+        CrossoverState *xover = crossover[c];
+        float *buf = bandBuf[c];
+        float *env = envelope[c];
+        float *smoothed = smoothedGain[c];
+        float *const *table = tables[c];
+        const int count = bandCount[c];
+        const int bands = bands_with_slots(c);
+        for (int n = 0; n < frameLen; n++) {
+            // A state built without a section has no crossover; its channels sum no
+            // bands and output silence.
+            if (xover != nullptr)
+                xover->process(&in[c][n], buf);
+            for (int b = 0; b < bands; b++) {
+                const int slot = slot_of(c, b);
+                // Make-up gain first: the detector sees the gained band.
+                const float x = buf[b] * bandGain[slot];
+                buf[b] = x;
+                if (drc_enable[slot] == 0)
+                    continue;
+                // The signed sample picks the coefficient, so a negative sample always
+                // releases; kept for identical output.
+                const float envPrev = env[b];
+                const float k = x > envPrev ? attackCoef[slot] : releaseCoef[slot];
+                const float e = (1.0f - k) * fabsf(x) + k * envPrev;
+                const float level = 20.0f * (log10f(e + 1.0f) - log10FullScale);
+                const float target =
+                    eqdrc::gain_table_lookup(eqdrc::kGainTableLast, table[b], level, tableStart[slot], tableScale[slot]);
+                // A rising gain follows the attack time, a falling one the release time.
+                const float gainPrev = smoothed[b];
+                const float k2 = target > gainPrev ? attackCoef[slot] : releaseCoef[slot];
+                const float g = k2 * gainPrev + (1.0f - k2) * target;
+                buf[b] = x * g;
+                env[b] = e;
+                smoothed[b] = g;
+            }
+            // Band 3 joins only at exactly four bands.
+            float sum = 0.0f;
+            if (count >= 1)
+                sum = sum + buf[0];
+            if (count >= 2)
+                sum = sum + buf[1];
+            if (count >= 3)
+                sum = sum + buf[2];
+            if (count == 4)
+                sum = sum + buf[3];
+            out[c][n] = sum;
+        }
+    }
+}
+
+void MultiBandDRCState::set_para(const float *section)
+{
+    for (int c = 0; c < channels; c++) {
+        const float *block = eqdrc::channel_block(section, c, link, eqdrc::kDrcBlockWords);
+        const int32_t count = eqdrc::to_int32(block[eqdrc::kDrcBandCountWord]);
+        const int32_t old = bandCount[c];
+        bandCount[c] = count;
+        bandScale[c] = 1.0f / static_cast<float>(count);
+        fill_crossover_param(block, count);
+        if (count == old) {
+            if (crossover[c] != nullptr)  // none after a creation without a section
+                crossover[c]->set_param(&crossoverParam);
+        } else {
+            if (crossover[c] != nullptr)
+                crossover[c]->destroy();
+            crossover[c] = CrossoverState::create(sampleRate, 1, &crossoverParam);
+            std::memset(bandBuf[c], 0, sizeof bandBuf[c]);
+            std::memset(envelope[c], 0, sizeof envelope[c]);
+            // smoothedGain keeps its values; being sized for every band, a raised count
+            // stays inside it.
+        }
+    }
+    load_bands(section, "MultiBandDRC_SetPara", kSetParaCrossoverLine, kSetParaConsistencyLine);
+    build_tables();
+}
+
+// gain_dB and drc_enable are not written back: the caller's words stay as they were.
+void MultiBandDRCState::get_para(float *section) const
+{
+    using namespace eqdrc;
+    for (int c = 0; c < channels; c++) {
+        float *block = section + kDrcBlockWords * c;  // every channel's own block, linked or not
+        block[kDrcBandCountWord] = static_cast<float>(bandCount[c]);
+        const int bands = bands_with_slots(c);
+        for (int b = 0; b < bands; b++) {
+            int offset;
+            if (b < kDrcSlotsPerChannel) {
+                offset = kDrcGroupOffset[b];
+            } else {
+                log_line("MultiBandDRC_GetPara", kGetParaCrossoverLine, "%s", kCrossoverMessage);
+                offset = kDrcLowGroup;
+            }
+            const int slot = slot_of(c, b);
+            float *g = block + offset;
+            g[kGroupFreqStart] = freq_start[slot];
+            g[kGroupFreqEnd] = freq_end[slot];
+            g[kGroupCompressStart] = compress_start[slot];
+            g[kGroupExpandEnd] = expand_end[slot];
+            g[kGroupNoiseThreshold] = noise_threshold[slot];
+            g[kGroupMaxGain] = max_gain[slot];
+            g[kGroupMaxPeak] = max_peak[slot];
+            g[kGroupAttackMs] = static_cast<float>(attack_time[slot]);
+            g[kGroupReleaseMs] = static_cast<float>(release_time[slot]);
+            g[kGroupHoldMs] = static_cast<float>(hold_time[slot]);
+        }
+    }
+}
+
+int MultiBandDRCState::print_para() const
+{
+    static const char kFn[] = "MultiBandDRC_PrintPara";
+    using eqdrc::log_line;
+    int r = log_line(kFn, 460, "MultiBandDRC Param\n");
+    r = log_line(kFn, 461, "=====================\n");
+    for (int c = 0; c < channels; c++) {
+        r = log_line(kFn, 463, "==== channel:%i ====\n", c);
+        r = log_line(kFn, 464, "crossover_band:%i\n", bandCount[c]);
+        const int bands = bands_with_slots(c);
+        for (int b = 0; b < bands; b++) {
+            const int s = slot_of(c, b);
+            r = log_line(kFn, 467, "---- band:%i ----\n", b);
+            r = log_line(kFn, 468, "freq_start:%.2f\n", static_cast<double>(freq_start[s]));
+            r = log_line(kFn, 469, "freq_end:%.2f\n", static_cast<double>(freq_end[s]));
+            r = log_line(kFn, 470, "gain_dB:%.2f\n", static_cast<double>(gain_dB[s]));
+            r = log_line(kFn, 471, "drc_enable:%i\n", drc_enable[s]);
+            r = log_line(kFn, 472, "compress_start:%.2f\n", static_cast<double>(compress_start[s]));
+            r = log_line(kFn, 473, "expand_end:%.2f\n", static_cast<double>(expand_end[s]));
+            r = log_line(kFn, 474, "noise_threshold:%.2f\n", static_cast<double>(noise_threshold[s]));
+            r = log_line(kFn, 475, "max_gain:%.2f\n", static_cast<double>(max_gain[s]));
+            r = log_line(kFn, 476, "max_peak:%.2f\n", static_cast<double>(max_peak[s]));
+            r = log_line(kFn, 477, "attack_time:%i\n", attack_time[s]);
+            r = log_line(kFn, 478, "release_time:%i\n", release_time[s]);
+            r = log_line(kFn, 479, "hold_time:%i\n", hold_time[s]);
+        }
+    }
+    return r;
+}
+
+// Linked channels all take the corners; the given channel's band count decides which
+// slots are rewritten.  The band mode in the scratch record is irrelevant here.
+void MultiBandDRCState::adjust_crossover(int ch, const float corners[eqdrc::kCrossoverCorners])
+{
+    using namespace eqdrc;
+    std::memcpy(crossoverParam.freq, corners, sizeof crossoverParam.freq);
+    // A channel past the two that exist has no band count, crossover or slots.
+    const int count = known_channel(ch) ? bandCount[ch] : 0;
+    const int first = link ? 0 : ch;
+    const int last = link ? channels : (known_channel(ch) ? ch + 1 : ch);
+    for (int c = first; c < last; c++) {
+        if (crossover[c] != nullptr)  // a channel never built has none
+            crossover[c]->set_param(&crossoverParam);
+        const int s = slot_of(c, 0);
+        freq_end[s] = corners[kCornerLowLp];
+        freq_start[s + 1] = corners[kCornerHighHp];
+        if (count > 2) {
+            freq_start[s + 2] = corners[kCornerBand2Hp];
+            freq_end[s + 2] = corners[kCornerBand2Lp];
+        }
+        if (count == 4) {
+            freq_start[s + 3] = corners[kCornerBand3Hp];
+            freq_end[s + 3] = corners[kCornerBand3Lp];
+        }
+    }
+}
+
+void MultiBandDRCState::adjust_band(int ch, int band, const eqdrc::DrcBandSettings &settings)
+{
+    // Only a warning: the band is written all the same (it may be a slot of the next
+    // channel).
+    if (!known_channel(ch) || band >= bandCount[ch])
+        eqdrc::log_line("MultiBandDRC_DRC_AdjustPara", kBandBoundLine, "i_band out of bound\n");
+    if (link) {
+        for (int c = 0; c < channels; c++)
+            retune_band(c, band, settings);
+    } else {
+        retune_band(ch, band, settings);
+    }
+}
+
+void MultiBandDRCState::retune_band(int c, int band, const eqdrc::DrcBandSettings &settings)
+{
+    const int64_t wideSlot = static_cast<int64_t>(kDrcSlotsPerChannel) * c + band;
+    if (wideSlot < 0 || wideSlot >= kDrcSlots)
+        return;  // no such slot: the write is dropped
+    const int slot = static_cast<int>(wideSlot);
+    gain_dB[slot] = settings.gainDb;
+    drc_enable[slot] = settings.drcEnable;
+    compress_start[slot] = settings.compressStart;
+    expand_end[slot] = settings.expandEnd;
+    noise_threshold[slot] = settings.noiseThreshold;
+    max_gain[slot] = settings.maxGain;
+    max_peak[slot] = settings.maxPeak;
+    attack_time[slot] = eqdrc::to_int32(settings.attackMs);
+    release_time[slot] = eqdrc::to_int32(settings.releaseMs);
+    hold_time[slot] = eqdrc::to_int32(settings.holdMs);
+    derive_slot(slot);
+    check_slot(slot, "MultiBandDRC_DRC_AdjustPara", kAdjustConsistencyLine);
+    // Only a band the channel has owns a table; a slot reached past the band count
+    // changes that slot's settings but no table.
+    if (known_channel(c) && band >= 0 && band < bands_with_slots(c))
+        build_table(c, band);
+}
+
+void MultiBandDRCState::destroy()
+{
+    for (int c = 0; c < kDrcChannels; c++) {
+        for (int b = 0; b < kDrcBandCapacity; b++)
+            std::free(tables[c][b]);
+        if (crossover[c] != nullptr)
+            crossover[c]->destroy();
+    }
+    std::free(this);
+}

@@ -1,0 +1,181 @@
+// Linkwitz-Riley crossover bank.  The bands are independent filters of the same input:
+// no tree of splits and no all-pass compensation, so they need not sum flat.
+#include "filters/crossover.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "chain/log.h"
+#include "filters/designer.h"
+
+namespace eqdrc {
+namespace {
+
+constexpr int kParamAllocLine = 59;
+constexpr int kNullHandle = -3;
+
+constexpr int32_t kDefaultBandMode = 0;
+constexpr float kDefaultCorners[kCrossoverCorners] = {250.0f, 3000.0f, 250.0f, 1000.0f, 1000.0f, 3000.0f};
+
+// Butterworth sections are designed with the quality ignored and at 0 dB.
+constexpr float kDesignQ = 0.0f;
+constexpr float kDesignGainDb = 0.0f;
+
+size_t channel_count(int channels) { return channels > 0 ? static_cast<size_t>(channels) : 0; }
+
+}  // namespace
+
+void LinkwitzRiley4::allocate(int channels)
+{
+    coeffs = static_cast<float *>(std::calloc(channel_count(channels) * kCoeffStride, sizeof(float)));
+    state = static_cast<float *>(std::calloc(channel_count(channels) * kStateStride, sizeof(float)));
+}
+
+void LinkwitzRiley4::release()
+{
+    std::free(coeffs);
+    std::free(state);
+    coeffs = nullptr;
+    state = nullptr;
+}
+
+void LinkwitzRiley4::design(int channels, int type, float fs, float fc)
+{
+    const size_t n = channel_count(channels);
+    std::memset(state, 0, n * kStateStride * sizeof(float));
+    float section[kBiquadCoeffs];
+    design_biquad(section, type, fs, fc, kDesignQ, kDesignGainDb);
+    for (size_t c = 0; c < n; c++) {
+        std::memcpy(coeffs + c * kCoeffStride, section, sizeof section);
+        std::memcpy(coeffs + c * kCoeffStride + kBiquadCoeffs, section, sizeof section);
+    }
+}
+
+void crossover_default_param(CrossoverParam *param)
+{
+    param->bandMode = kDefaultBandMode;
+    std::memcpy(param->freq, kDefaultCorners, sizeof param->freq);
+}
+
+}  // namespace eqdrc
+
+CrossoverState *CrossoverState::create(int sampleRate, int channels, const CrossoverParam *param)
+{
+    CrossoverParam defaults;
+    if (param == nullptr) {
+        eqdrc::crossover_default_param(&defaults);
+        param = &defaults;
+    }
+    auto *st = static_cast<CrossoverState *>(std::calloc(1, sizeof(CrossoverState)));
+    std::memcpy(st->freq, param->freq, sizeof st->freq);
+    st->sampleRate = sampleRate;
+    st->channels = channels;
+    st->bandMode = param->bandMode;
+
+    // The extra bands are allocated on "nonzero" and "not 0 or 1" but designed and run
+    // on "positive" and "exactly 2": a mode of 3 or more carries unused band-3 arrays,
+    // a negative mode unused band-2 and band-3 arrays.  Deliberate; hosts rely only on
+    // modes 0..2.
+    st->lowLp.allocate(channels);
+    st->highHp.allocate(channels);
+    if (st->bandMode != 0) {
+        st->band2Hp.allocate(channels);
+        st->band2Lp.allocate(channels);
+    }
+    if (st->bandMode != 0 && st->bandMode != 1) {
+        st->band3Hp.allocate(channels);
+        st->band3Lp.allocate(channels);
+    }
+    st->design();
+    return st;
+}
+
+void CrossoverState::design()
+{
+    using eqdrc::kButterworthHP;
+    using eqdrc::kButterworthLP;
+    const float fs = static_cast<float>(sampleRate);
+    lowLp.design(channels, kButterworthLP, fs, freq[eqdrc::kCornerLowLp]);
+    highHp.design(channels, kButterworthHP, fs, freq[eqdrc::kCornerHighHp]);
+    if (bandMode > 0) {
+        band2Hp.design(channels, kButterworthHP, fs, freq[eqdrc::kCornerBand2Hp]);
+        band2Lp.design(channels, kButterworthLP, fs, freq[eqdrc::kCornerBand2Lp]);
+        if (bandMode == 2) {
+            band3Hp.design(channels, kButterworthHP, fs, freq[eqdrc::kCornerBand3Hp]);
+            band3Lp.design(channels, kButterworthLP, fs, freq[eqdrc::kCornerBand3Lp]);
+        }
+    }
+}
+
+void CrossoverState::process(const float *in, float *out)
+{
+    int k = 0;
+    for (int c = 0; c < channels; c++) {
+        const float x = in[c];
+        // The high band comes second, before the band-pass bands.
+        out[k++] = lowLp.step(c, x);
+        out[k++] = highHp.step(c, x);
+        if (bandMode > 0)
+            out[k++] = band2Lp.step(c, band2Hp.step(c, x));
+        if (bandMode == 2)
+            out[k++] = band3Lp.step(c, band3Hp.step(c, x));
+    }
+}
+
+void CrossoverState::set_param(const CrossoverParam *param)
+{
+    std::memcpy(freq, param->freq, sizeof freq);
+    design();
+}
+
+void CrossoverState::destroy()
+{
+    // Every array that was allocated, the unused ones of an out-of-range mode included.
+    lowLp.release();
+    highHp.release();
+    band2Hp.release();
+    band2Lp.release();
+    band3Hp.release();
+    band3Lp.release();
+    std::free(this);
+}
+
+extern "C" {
+
+CrossoverParam *Filters_Crossover_paramInit(void)
+{
+    auto *param = static_cast<CrossoverParam *>(std::malloc(sizeof(CrossoverParam)));
+    if (param == nullptr) {
+        eqdrc::log_line("Filters_Crossover_paramInit", eqdrc::kParamAllocLine, "CrossoverParam malloc error \n\n");
+        return nullptr;
+    }
+    eqdrc::crossover_default_param(param);
+    return param;
+}
+
+CrossoverState *Filters_Crossover_filterInit(int sampleRate, int channels, const CrossoverParam *param)
+{
+    return CrossoverState::create(sampleRate, channels, param);
+}
+
+void Filters_Crossover_filterSetParam(CrossoverState *st, const CrossoverParam *param)
+{
+    if (st != nullptr && param != nullptr)
+        st->set_param(param);
+}
+
+void Filters_Crossover_filterProcess(CrossoverState *st, const float *in, float *out)
+{
+    if (st != nullptr)
+        st->process(in, out);
+}
+
+int Filters_Crossover_filterDestroy(CrossoverState *st)
+{
+    if (st == nullptr)
+        return eqdrc::kNullHandle;
+    st->destroy();
+    return 0;
+}
+
+}  // extern "C"

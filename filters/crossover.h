@@ -1,0 +1,77 @@
+// Linkwitz-Riley band splitter: a low band, a high band and up to two band-pass bands,
+// all computed in parallel from the same sample, one sample per channel per call.
+#ifndef EQDRC_FILTERS_CROSSOVER_H
+#define EQDRC_FILTERS_CROSSOVER_H
+
+#include <cstdint>
+
+#include "filters/biquad.h"
+#include "tqaudio_eqdrc.h"
+
+namespace eqdrc {
+
+// Corner indices of CrossoverParam::freq and CrossoverState::freq.
+constexpr int kCornerLowLp = 0;
+constexpr int kCornerHighHp = 1;
+constexpr int kCornerBand2Hp = 2;
+constexpr int kCornerBand2Lp = 3;
+constexpr int kCornerBand3Hp = 4;
+constexpr int kCornerBand3Lp = 5;
+constexpr int kCrossoverCorners = 6;
+
+// Outputs per channel for a band mode: low and high, then band 2 for a positive mode
+// and band 3 for mode 2 only.
+constexpr int crossover_bands(int bandMode) { return 2 + (bandMode > 0) + (bandMode == 2); }
+
+// Fills a record with the default corners and two bands.
+void crossover_default_param(CrossoverParam *param);
+
+// One fourth-order Linkwitz-Riley filter for every channel: two identical cascaded
+// Butterworth sections per channel.
+struct LinkwitzRiley4 {
+    static constexpr int kCoeffStride = 10;  // two sections of five
+    static constexpr int kStateStride = 4;   // two sections of two
+
+    float *coeffs;  // channels x kCoeffStride
+    float *state;   // channels x kStateStride
+
+    void allocate(int channels);
+    void release();
+    // Clears the memories and gives both sections of every channel the same design.
+    void design(int channels, int type, float fs, float fc);
+    float step(int channel, float x)
+    {
+        const float *c = coeffs + channel * kCoeffStride;
+        float *z = state + channel * kStateStride;
+        const float y = biquad_step(c, z, x);
+        return biquad_step(c + kBiquadCoeffs, z + kBiquadState, y);
+    }
+};
+
+}  // namespace eqdrc
+
+struct CrossoverState {
+    float freq[eqdrc::kCrossoverCorners];  // Hz
+    int32_t sampleRate;
+    int32_t channels;
+    int32_t bandMode;  // fixed for the life of the state
+    eqdrc::LinkwitzRiley4 lowLp;
+    eqdrc::LinkwitzRiley4 highHp;
+    eqdrc::LinkwitzRiley4 band2Hp;  // allocated for a nonzero mode
+    eqdrc::LinkwitzRiley4 band2Lp;
+    eqdrc::LinkwitzRiley4 band3Hp;  // allocated for a mode other than 0 and 1
+    eqdrc::LinkwitzRiley4 band3Lp;
+
+    // A null `param` means the defaults.
+    static CrossoverState *create(int sampleRate, int channels, const CrossoverParam *param);
+    // `in`: channels samples; `out`: channels x crossover_bands(bandMode) samples.
+    void process(const float *in, float *out);
+    // New corners (the band mode stays), redesigned with cleared memories.
+    void set_param(const CrossoverParam *param);
+    void destroy();
+
+private:
+    void design();
+};
+
+#endif
