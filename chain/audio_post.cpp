@@ -1,0 +1,316 @@
+// Chain set-up, frame processing, live update, read-back and tear-down.
+#include "chain/audio_post.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <strings.h>
+
+#include "chain/log.h"
+#include "chain/numeric.h"
+#include "chain/record.h"
+#include "chain/scale.h"
+
+using namespace eqdrc;
+
+namespace {
+
+constexpr const char *kDumpVariable = "TQAUDIO_EQDRC_DUMP_CONF";
+
+// Log line numbers hosts and tests know these messages by.
+constexpr int kLineParamVersion = 130;
+constexpr int kLineInitVersion = 121;
+constexpr int kLineInitBitRate = 162;
+constexpr int kLineProcessFrameLen = 324;
+constexpr int kLineSetParaFrameLen = 402;
+constexpr int kLineSetParaVersion = 414;
+
+bool version_rejected(float word)
+{
+    return std::fabs(static_cast<double>(word) - static_cast<double>(kToolVersion)) > kToolVersionTolerance;
+}
+
+void print_version_error(const char *function, int line, float word)
+{
+    log_line(function, line, "%s - The Version(%.f) of Tuning Tool is Wrong, you should use version %.2f!\n",
+             function, static_cast<double>(word), static_cast<double>(kToolVersion));
+}
+
+template <class T>
+T *zeroed(int count)
+{
+    return static_cast<T *>(std::calloc(count > 0 ? static_cast<size_t>(count) : 0, sizeof(T)));
+}
+
+bool dump_requested()
+{
+    const char *v = std::getenv(kDumpVariable);
+    return v != nullptr && strcasecmp(v, "true") == 0;
+}
+
+}  // namespace
+
+AudioPostState *AudioPostState::create(const float *record, int frameLen)
+{
+    auto *st = zeroed<AudioPostState>(1);
+    st->frameLen = frameLen;
+    st->read_header(record);
+
+    if (version_rejected(st->toolVersion)) {
+        print_version_error("AudioPost_Init", kLineInitVersion, st->toolVersion);
+        return nullptr;  // the state is not freed: long-standing behaviour hosts may count on
+    }
+    log_line("AudioPost_Init", kLineParamVersion, "The Version of Parameter is %d.%d.%d\n",
+             to_int32(record[kWordParamVersion]), to_int32(record[kWordParamVersion + 1]),
+             to_int32(record[kWordParamVersion + 2]));
+    st->read_enables(record);
+
+    st->allocatedChannels = st->channels > 0 ? st->channels : 0;
+    st->gainDb = zeroed<float>(st->allocatedChannels);
+    st->gainLin = zeroed<float>(st->allocatedChannels);
+    st->read_pre_gains(record);
+
+    BitDepthScale scale;
+    if (!scale_for_bits(st->bit_rate, &scale)) {
+        log_line("AudioPost_Init", kLineInitBitRate, "bit_rate is wrong!\n");
+        return nullptr;  // state and gain arrays are not freed, as above
+    }
+    st->fullScale = scale.chainFullScale;
+
+    st->buffers = zeroed<float *>(st->allocatedChannels);
+    for (int c = 0; c < st->allocatedChannels; c++)
+        st->buffers[c] = zeroed<float>(frameLen);
+
+    st->sync_stages(record, frameLen, dump_requested());
+    return st;
+}
+
+void AudioPostState::read_header(const float *record)
+{
+    sampleRate = to_int32(record[kWordSampleRate]);
+    bit_rate = to_int32(record[kWordBitDepth]);
+    channelLink = to_int32(record[kWordChannelLink]);
+    channels = to_int32(record[kWordChannels]);
+    toolVersion = record[kWordToolVersion];
+}
+
+void AudioPostState::read_enables(const float *record)
+{
+    for (int s = 0; s < kStageCount; s++)
+        enable[s] = to_int32(record[kWordEnable + s]);
+}
+
+// Only the first word of each five-word group is read; with more than two unlinked
+// channels channel 2 reads the first word of the auto gain section, as the format has it.
+// A channel whose group would lie past the end of the record gets 0 dB instead of a
+// read outside the caller's array.
+void AudioPostState::read_pre_gains(const float *record)
+{
+    for (int c = 0; c < indexed_channels(); c++) {
+        const float *word = channel_block(record + kWordPreGain, c, channelLink, kPreGainStride);
+        gainDb[c] = word < record + kRecordWords ? *word : 0.0f;
+        gainLin[c] = powf(10.0f, gainDb[c] / 20.0f);
+    }
+}
+
+// Creates every enabled stage that does not exist yet and retunes the ones that do.
+// A disabled stage is left as it is: it keeps its state and is simply not run.
+void AudioPostState::sync_stages(const float *record, int frames, bool dump)
+{
+    const int ch = indexed_channels();
+    if (enable[kStageAutoGain]) {
+        const float *s = record + kSectionAutoGain;
+        if (autoGain) {
+            AutoGain_SetPara(autoGain, s);
+        } else {
+            autoGain = AutoGain_Init(s, bit_rate, sampleRate, ch, frames);
+            if (dump && autoGain)
+                AutoGain_PrintPara(autoGain);
+        }
+    }
+    if (enable[kStageBassEnhancer]) {
+        const float *s = record + kSectionBassEnhancer;
+        if (bassEnhancer) {
+            BassEnhancer_SetPara(bassEnhancer, s);
+        } else {
+            bassEnhancer = BassEnhancer_Init(s, bit_rate, sampleRate, ch, channelLink);
+            if (dump && bassEnhancer)
+                BassEnhancer_PrintPara(bassEnhancer);
+        }
+    }
+    if (enable[kStageExciter]) {
+        const float *s = record + kSectionExciter;
+        if (exciter) {
+            Exciter_SetPara(exciter, s);
+        } else {
+            exciter = Exciter_Init(s, bit_rate, sampleRate, ch, channelLink);
+            if (dump && exciter)
+                Exciter_PrintPara(exciter);
+        }
+    }
+    if (enable[kStageDeEsser]) {
+        const float *s = record + kSectionDeEsser;
+        if (deEsser) {
+            DeEsser_SetPara(deEsser, s);
+        } else {
+            deEsser = DeEsser_Init(s, bit_rate, sampleRate, ch, frames, channelLink);
+            if (dump && deEsser)
+                DeEsser_PrintPara(deEsser);
+        }
+    }
+    if (enable[kStageEq10]) {
+        const float *s = record + kSectionEq10;
+        if (eq10) {
+            EQ10_SetPara(eq10, s);
+        } else {
+            eq10 = EQ10_Init(s, bit_rate, sampleRate, ch, frames, channelLink);
+            if (dump && eq10)
+                EQ10_PrintPara(eq10);
+        }
+    }
+    if (enable[kStageMultiBandDrc]) {
+        const float *s = record + kSectionMultiBandDrc;
+        if (multiBandDrc) {
+            MultiBandDRC_SetPara(multiBandDrc, s);
+        } else {
+            multiBandDrc = MultiBandDRC_Init(s, bit_rate, sampleRate, ch, channelLink);
+            if (dump && multiBandDrc)
+                MultiBandDRC_PrintPara(multiBandDrc);
+        }
+    }
+    if (maximizer_wanted()) {
+        const float *s = record + kSectionMaximizer;
+        if (maximizer) {
+            Maximizer_SetPara(maximizer, s);
+        } else {
+            maximizer = Maximizer_Init(s, bit_rate, sampleRate, ch, frames, channelLink);
+            if (dump && maximizer)
+                Maximizer_PrintPara(maximizer);
+        }
+    }
+}
+
+int AudioPostState::process(const int16_t *in, int16_t *out, int swFrmLen)
+{
+    if (swFrmLen != frameLen) {
+        log_line("AudioPost_Process", kLineProcessFrameLen, "error, swFrmLen:%d != frameLen:%d\n\n", swFrmLen,
+                 frameLen);
+        fatal_exit();
+    }
+    const int ch = indexed_channels();
+    for (int c = 0; c < ch; c++)
+        for (int i = 0; i < swFrmLen; i++)
+            buffers[c][i] = static_cast<float>(in[i * channels + c]) * gainLin[c];
+
+    // A stage whose creation failed (a live record with a bad bit depth) has no handle:
+    // it is skipped rather than called.
+    float **b = buffers;
+    if (enable[kStageAutoGain] == 1 && autoGain)
+        AutoGain_Process(autoGain, b, b, swFrmLen);
+    if (enable[kStageBassEnhancer] == 1 && bassEnhancer)
+        BassEnhancer_Process(bassEnhancer, b, b, swFrmLen);
+    if (enable[kStageExciter] == 1 && exciter)
+        Exciter_Process(exciter, b, b, swFrmLen);
+    if (enable[kStageDeEsser] == 1 && deEsser)
+        DeEsser_Process(deEsser, b, b, swFrmLen);
+    if (enable[kStageEq10] == 1 && eq10)
+        EQ10_Process(eq10, b, b, swFrmLen);
+    if (enable[kStageMultiBandDrc] == 1 && multiBandDrc)
+        MultiBandDRC_Process(multiBandDrc, b, b, swFrmLen);
+    if (enable[kStageAgc] == 1 && maximizer)
+        Agc_Process(maximizer, b, b, swFrmLen);
+    if (enable[kStageMaximizer] == 1 && maximizer)
+        Maximizer_Process(maximizer, b, b, swFrmLen);
+
+    // Clamp to [-1 - FS, FS] (NaN goes to FS), truncate, keep the low 16 bits: 24- and
+    // 32-bit records wrap here, as devices have always heard them.
+    const float low = -1.0f - fullScale;
+    for (int c = 0; c < ch; c++) {
+        for (int i = 0; i < swFrmLen; i++) {
+            float v = buffers[c][i];
+            if (!(v < fullScale))
+                v = fullScale;
+            int32_t s = v <= low ? to_int32(low) : to_int32(v);
+            out[i * channels + c] = static_cast<int16_t>(static_cast<uint16_t>(static_cast<uint32_t>(s) & 0xFFFFu));
+        }
+    }
+    // Channels a live record added beyond the allocation pass through untouched.
+    for (int c = ch < 0 ? 0 : ch; c < channels; c++)
+        for (int i = 0; i < swFrmLen; i++)
+            out[i * channels + c] = in[i * channels + c];
+    return frameLen * channels * 2;
+}
+
+int AudioPostState::set_para(const float *record, int swFrmLen)
+{
+    if (swFrmLen != frameLen) {
+        log_line("AudioPost_SetPara", kLineSetParaFrameLen, "error, swFrmLen is wrong!\n\n");
+        fatal_exit();
+    }
+    // The header fields are taken before the version test, so even a rejected record
+    // leaves them replaced.
+    read_header(record);
+    if (version_rejected(toolVersion)) {
+        print_version_error("AudioPost_SetPara", kLineSetParaVersion, toolVersion);
+        return -1;
+    }
+    read_enables(record);
+    read_pre_gains(record);
+    sync_stages(record, swFrmLen, false);
+    return 0;
+}
+
+int AudioPostState::get_para(float *record) const
+{
+    record[kWordSampleRate] = static_cast<float>(sampleRate);
+    record[kWordBitDepth] = static_cast<float>(bit_rate);
+    record[kWordChannelLink] = static_cast<float>(channelLink);
+    record[kWordChannels] = static_cast<float>(channels);
+    record[kWordToolVersion] = toolVersion;
+    for (int s = 0; s < kStageCount; s++)
+        record[kWordEnable + s] = static_cast<float>(enable[s]);
+    // Always the five-word stride, linked or not.
+    for (int c = 0; c < indexed_channels(); c++)
+        record[kWordPreGain + kPreGainStride * c] = gainDb[c];
+
+    if (enable[kStageAutoGain] && autoGain)
+        AutoGain_GetPara(autoGain, record + kSectionAutoGain);
+    if (enable[kStageBassEnhancer] && bassEnhancer)
+        BassEnhancer_GetPara(bassEnhancer, record + kSectionBassEnhancer);
+    if (enable[kStageExciter] && exciter)
+        Exciter_GetPara(exciter, record + kSectionExciter);
+    if (enable[kStageDeEsser] && deEsser)
+        DeEsser_GetPara(deEsser, record + kSectionDeEsser);
+    if (enable[kStageEq10] && eq10)
+        EQ10_GetPara(eq10, record + kSectionEq10);
+    if (enable[kStageMultiBandDrc] && multiBandDrc)
+        MultiBandDRC_GetPara(multiBandDrc, record + kSectionMultiBandDrc);
+    if (maximizer_wanted() && maximizer)
+        Maximizer_GetPara(maximizer, record + kSectionMaximizer);
+    return 0;
+}
+
+void AudioPostState::destroy()
+{
+    std::free(gainDb);
+    std::free(gainLin);
+    if (buffers) {
+        for (int c = 0; c < allocatedChannels; c++)
+            std::free(buffers[c]);
+        std::free(buffers);
+    }
+    if (autoGain)
+        AutoGain_Destroy(autoGain);
+    if (bassEnhancer)
+        BassEnhancer_Destroy(bassEnhancer);
+    if (exciter)
+        Exciter_Destroy(exciter);
+    if (deEsser)
+        DeEsser_Destroy(deEsser);
+    if (eq10)
+        EQ10_Destroy(eq10);
+    if (multiBandDrc)
+        MultiBandDRC_Destroy(multiBandDrc);
+    if (maximizer)
+        Maximizer_Destroy(maximizer);
+    std::free(this);
+}
