@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build, the tests and the demo need, when missing.
+#   tools/ensure-deps.sh [--with-cross]     (also the aarch64 cross compiler and qemu-user)
 set -euo pipefail
 need=()
 have() { command -v "$1" >/dev/null 2>&1; }
@@ -11,6 +12,11 @@ have pkg-config || need+=(pkg-config)
 have xzcat || need+=(xz-utils)
 [ -f /usr/include/gtest/gtest.h ] || need+=(libgtest-dev)
 [ -f /usr/include/benchmark/benchmark.h ] || need+=(libbenchmark-dev)
+if [ "${1:-}" = --with-cross ]; then  # the aarch64 test variant
+    [ -f /usr/src/googletest/CMakeLists.txt ] || need+=(googletest)
+    have aarch64-linux-gnu-g++ || need+=(g++-aarch64-linux-gnu)
+    have qemu-aarch64 || need+=(qemu-user)
+fi
 if [ ${#need[@]} -gt 0 ]; then
     echo "installing: ${need[*]}"
     SUDO=""; [ "$(id -u)" -eq 0 ] || SUDO=sudo
