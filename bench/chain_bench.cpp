@@ -2,8 +2,7 @@
 // every stage on.
 #include <benchmark/benchmark.h>
 
-#include <cmath>
-#include <cstdio>
+#include <algorithm>
 #include <vector>
 
 #include "bench_util.h"
@@ -11,21 +10,25 @@
 
 namespace {
 
+using namespace eqdrc_bench;
+
 void BM_AudioPostProcess(benchmark::State &state)
 {
-    std::vector<float> record = eqdrc_bench::load_record("tunings/reference.bin");
-    AudioPostState *chain = eqdrc_bench::quietly([&] { return AudioPost_Init(record.data(), eqdrc_bench::kFrame); });
-    std::vector<int16_t> music = eqdrc_bench::music_like(200);
-    std::vector<int16_t> frame(eqdrc_bench::kFrame * 2);
+    std::vector<float> record;
+    if (!load_record(state, &record))
+        return;
+    AudioPostState *chain = quietly([&] { return AudioPost_Init(record.data(), kFrame); });
+    std::vector<int16_t> music = music_like(200);
+    std::vector<int16_t> frame(kFrame * kChannels);
     size_t offset = 0;
     for (auto _ : state) {
         std::copy(music.begin() + static_cast<long>(offset),
                   music.begin() + static_cast<long>(offset + frame.size()), frame.begin());
-        AudioPost_Process(chain, frame.data(), frame.data(), 2, eqdrc_bench::kFrame);
+        AudioPost_Process(chain, frame.data(), frame.data(), 2, kFrame);
         benchmark::DoNotOptimize(frame.data());
         offset = (offset + frame.size()) % music.size();
     }
-    eqdrc_bench::report_per_sample(state);
+    report_per_sample(state);
     AudioPost_Destroy(chain);
 }
 BENCHMARK(BM_AudioPostProcess);

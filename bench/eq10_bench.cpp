@@ -2,37 +2,21 @@
 // 48 kHz, all ten bands of each channel active.
 #include <benchmark/benchmark.h>
 
-#include <cmath>
-#include <cstdio>
 #include <vector>
 
+#include "bench_util.h"
 #include "chain/record.h"
 #include "tqaudio_eqdrc.h"
 
 namespace {
 
-constexpr int kFs = 48000;
-constexpr int kFrame = 768;
-constexpr int kChannels = 2;
-
-bool load_reference(std::vector<float> *record)
-{
-    record->assign(eqdrc::kRecordWords, 0.0f);
-    std::FILE *f = std::fopen(EQDRC_SOURCE_DIR "/tunings/reference.bin", "rb");
-    if (f == nullptr)
-        return false;
-    const size_t got = std::fread(record->data(), sizeof(float), eqdrc::kRecordWords, f);
-    std::fclose(f);
-    return got == static_cast<size_t>(eqdrc::kRecordWords);
-}
+using namespace eqdrc_bench;
 
 void BM_EQ10_Process(benchmark::State &state)
 {
     std::vector<float> record;
-    if (!load_reference(&record)) {
-        state.SkipWithError("tunings/reference.bin not readable");
+    if (!load_record(state, &record))
         return;
-    }
     const float *section = record.data() + eqdrc::kSectionEq10;
     for (int c = 0; c < kChannels; c++)
         for (int b = 0; b < 10; b++)
@@ -40,29 +24,10 @@ void BM_EQ10_Process(benchmark::State &state)
                 state.SkipWithError("reference tuning no longer has ten bands per channel");
                 return;
             }
-    EQ10State *st = EQ10_Init(section, 16, kFs, kChannels, kFrame, 0);
-
-    // A second of a two-tone programme at about -20 dBFS, cycled frame by frame.
-    std::vector<std::vector<float>> programme(kChannels, std::vector<float>(kFs));
-    for (int c = 0; c < kChannels; c++)
-        for (int i = 0; i < kFs; i++)
-            programme[c][i] = static_cast<float>(2000.0 * std::sin(2.0 * M_PI * 220.0 * i / kFs) +
-                                                 1000.0 * std::sin(2.0 * M_PI * (3000.0 + 500.0 * c) * i / kFs));
-    std::vector<std::vector<float>> out(kChannels, std::vector<float>(kFrame));
-    float *outPtrs[kChannels] = {out[0].data(), out[1].data()};
-    int pos = 0;
-    for (auto _ : state) {
-        float *inPtrs[kChannels] = {programme[0].data() + pos, programme[1].data() + pos};
-        pos = pos + 2 * kFrame > kFs ? 0 : pos + kFrame;
-        EQ10_Process(st, inPtrs, outPtrs, kFrame);
-        benchmark::DoNotOptimize(out[0][kFrame - 1]);
-    }
+    EQ10State *st = EQ10_Init(section, 16, kSampleRate, kChannels, kFrame, 0);
+    Programme p(two_tone);
+    run_frames(state, p, [&](float **in, float **out) { EQ10_Process(st, in, out, kFrame); });
     EQ10_Destroy(st);
-    // Per sample of one channel, as the other benchmarks count.
-    state.counters["ns_per_sample"] =
-        benchmark::Counter(kFrame * 1e-9, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
-    state.counters["x_realtime"] =
-        benchmark::Counter(static_cast<double>(kFrame) / kFs, benchmark::Counter::kIsIterationInvariantRate);
 }
 
 }  // namespace

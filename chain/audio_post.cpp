@@ -5,10 +5,12 @@
 #include <cstdlib>
 #include <strings.h>
 
+#include "chain/alloc.h"
 #include "chain/log.h"
 #include "chain/numeric.h"
 #include "chain/record.h"
 #include "chain/scale.h"
+#include "chain/stage_setup.h"
 
 using namespace eqdrc;
 
@@ -35,16 +37,27 @@ void print_version_error(const char *function, int line, float word)
              function, static_cast<double>(word), static_cast<double>(kToolVersion));
 }
 
-template <class T>
-T *zeroed(int count)
-{
-    return static_cast<T *>(std::calloc(count > 0 ? static_cast<size_t>(count) : 0, sizeof(T)));
-}
-
 bool dump_requested()
 {
     const char *v = std::getenv(kDumpVariable);
     return v != nullptr && strcasecmp(v, "true") == 0;
+}
+
+// One stage of sync_stages: a wanted stage that exists is retuned, one that does not is
+// created (and printed when a dump was asked for).  An unwanted one is left as it is.
+template <class State, class Create, class SetPara, class PrintPara>
+void sync_stage(bool wanted, State *&stage, const float *section, bool dump, Create create, SetPara setPara,
+                PrintPara printPara)
+{
+    if (!wanted)
+        return;
+    if (stage) {
+        setPara(stage, section);
+        return;
+    }
+    stage = create(section);
+    if (dump && stage)
+        printPara(stage);
 }
 
 }  // namespace
@@ -70,10 +83,8 @@ AudioPostState *AudioPostState::create(const float *record, int frameLen)
     st->read_pre_gains(record);
 
     BitDepthScale scale;
-    if (!scale_for_bits(st->bit_rate, &scale)) {
-        log_line("AudioPost_Init", kLineInitBitRate, "bit_rate is wrong!\n");
+    if (!scale_or_report("AudioPost_Init", kLineInitBitRate, st->bit_rate, &scale))
         return nullptr;  // state and gain arrays are not freed, as above
-    }
     st->fullScale = scale.chainFullScale;
 
     st->buffers = zeroed<float *>(st->allocatedChannels);
@@ -117,76 +128,32 @@ void AudioPostState::read_pre_gains(const float *record)
 void AudioPostState::sync_stages(const float *record, int frames, bool dump)
 {
     const int ch = indexed_channels();
-    if (enable[kStageAutoGain]) {
-        const float *s = record + kSectionAutoGain;
-        if (autoGain) {
-            AutoGain_SetPara(autoGain, s);
-        } else {
-            autoGain = AutoGain_Init(s, bit_rate, sampleRate, ch, frames);
-            if (dump && autoGain)
-                AutoGain_PrintPara(autoGain);
-        }
-    }
-    if (enable[kStageBassEnhancer]) {
-        const float *s = record + kSectionBassEnhancer;
-        if (bassEnhancer) {
-            BassEnhancer_SetPara(bassEnhancer, s);
-        } else {
-            bassEnhancer = BassEnhancer_Init(s, bit_rate, sampleRate, ch, channelLink);
-            if (dump && bassEnhancer)
-                BassEnhancer_PrintPara(bassEnhancer);
-        }
-    }
-    if (enable[kStageExciter]) {
-        const float *s = record + kSectionExciter;
-        if (exciter) {
-            Exciter_SetPara(exciter, s);
-        } else {
-            exciter = Exciter_Init(s, bit_rate, sampleRate, ch, channelLink);
-            if (dump && exciter)
-                Exciter_PrintPara(exciter);
-        }
-    }
-    if (enable[kStageDeEsser]) {
-        const float *s = record + kSectionDeEsser;
-        if (deEsser) {
-            DeEsser_SetPara(deEsser, s);
-        } else {
-            deEsser = DeEsser_Init(s, bit_rate, sampleRate, ch, frames, channelLink);
-            if (dump && deEsser)
-                DeEsser_PrintPara(deEsser);
-        }
-    }
-    if (enable[kStageEq10]) {
-        const float *s = record + kSectionEq10;
-        if (eq10) {
-            EQ10_SetPara(eq10, s);
-        } else {
-            eq10 = EQ10_Init(s, bit_rate, sampleRate, ch, frames, channelLink);
-            if (dump && eq10)
-                EQ10_PrintPara(eq10);
-        }
-    }
-    if (enable[kStageMultiBandDrc]) {
-        const float *s = record + kSectionMultiBandDrc;
-        if (multiBandDrc) {
-            MultiBandDRC_SetPara(multiBandDrc, s);
-        } else {
-            multiBandDrc = MultiBandDRC_Init(s, bit_rate, sampleRate, ch, channelLink);
-            if (dump && multiBandDrc)
-                MultiBandDRC_PrintPara(multiBandDrc);
-        }
-    }
-    if (maximizer_wanted()) {
-        const float *s = record + kSectionMaximizer;
-        if (maximizer) {
-            Maximizer_SetPara(maximizer, s);
-        } else {
-            maximizer = Maximizer_Init(s, bit_rate, sampleRate, ch, frames, channelLink);
-            if (dump && maximizer)
-                Maximizer_PrintPara(maximizer);
-        }
-    }
+    const int fs = sampleRate, bits = bit_rate, link = channelLink;
+    sync_stage(
+        enable[kStageAutoGain], autoGain, record + kSectionAutoGain, dump,
+        [=](const float *s) { return AutoGain_Init(s, bits, fs, ch, frames); }, AutoGain_SetPara, AutoGain_PrintPara);
+    sync_stage(
+        enable[kStageBassEnhancer], bassEnhancer, record + kSectionBassEnhancer, dump,
+        [=](const float *s) { return BassEnhancer_Init(s, bits, fs, ch, link); }, BassEnhancer_SetPara,
+        BassEnhancer_PrintPara);
+    sync_stage(
+        enable[kStageExciter], exciter, record + kSectionExciter, dump,
+        [=](const float *s) { return Exciter_Init(s, bits, fs, ch, link); }, Exciter_SetPara, Exciter_PrintPara);
+    sync_stage(
+        enable[kStageDeEsser], deEsser, record + kSectionDeEsser, dump,
+        [=](const float *s) { return DeEsser_Init(s, bits, fs, ch, frames, link); }, DeEsser_SetPara,
+        DeEsser_PrintPara);
+    sync_stage(
+        enable[kStageEq10], eq10, record + kSectionEq10, dump,
+        [=](const float *s) { return EQ10_Init(s, bits, fs, ch, frames, link); }, EQ10_SetPara, EQ10_PrintPara);
+    sync_stage(
+        enable[kStageMultiBandDrc], multiBandDrc, record + kSectionMultiBandDrc, dump,
+        [=](const float *s) { return MultiBandDRC_Init(s, bits, fs, ch, link); }, MultiBandDRC_SetPara,
+        MultiBandDRC_PrintPara);
+    sync_stage(
+        maximizer_wanted(), maximizer, record + kSectionMaximizer, dump,
+        [=](const float *s) { return Maximizer_Init(s, bits, fs, ch, frames, link); }, Maximizer_SetPara,
+        Maximizer_PrintPara);
 }
 
 int AudioPostState::process(const int16_t *in, int16_t *out, int swFrmLen)

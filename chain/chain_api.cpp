@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "chain/alloc.h"
 #include "chain/audio_post.h"
 #include "chain/log.h"
 #include "chain/record.h"
@@ -54,7 +55,7 @@ AudioPostState *AudioPost_InitByPath(const char *pfParaPath, int frameLen)
         log_line(kFn, 230, "error (%s) - fopen pfParaPath: %s failed\n\n", kFn, pfParaPath);
         return nullptr;
     }
-    auto *record = static_cast<float *>(std::calloc(kRecordWords, sizeof(float)));
+    auto *record = zeroed<float>(kRecordWords);
     if (record == nullptr) {
         log_line(kFn, 236, "error (%s) - alloc pfPara failed\n\n", kFn);
         std::fclose(f);

@@ -1,4 +1,4 @@
-// Conversions whose result must not depend on the CPU.
+// Conversions and int32 arithmetic whose result must not depend on the CPU or compiler.
 #ifndef EQDRC_CHAIN_NUMERIC_H
 #define EQDRC_CHAIN_NUMERIC_H
 
@@ -21,6 +21,12 @@ inline int32_t to_int32(double v)
 }
 
 inline int32_t to_int32(float v) { return to_int32(static_cast<double>(v)); }
+
+// int32 arithmetic that wraps as the target's does instead of overflowing (which C++
+// leaves undefined): the exact result, reduced to its low 32 bits.
+inline int32_t wrapping_add(int32_t a, int32_t b) { return static_cast<int32_t>(static_cast<int64_t>(a) + b); }
+inline int32_t wrapping_sub(int32_t a, int32_t b) { return static_cast<int32_t>(static_cast<int64_t>(a) - b); }
+inline int32_t wrapping_mul(int32_t a, int32_t b) { return static_cast<int32_t>(static_cast<int64_t>(a) * b); }
 
 }  // namespace eqdrc
 

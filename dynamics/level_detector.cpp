@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "chain/alloc.h"
 #include "chain/log.h"
 #include "chain/numeric.h"
 #include "chain/scale.h"
@@ -34,17 +35,6 @@ constexpr int kBandType[kLevelBands] = {eqdrc::kGeneralLP, eqdrc::kBandPass, eqd
                                         eqdrc::kBandPass,  eqdrc::kBandPass, eqdrc::kBandPass, eqdrc::kBandPass,
                                         eqdrc::kBandPass,  eqdrc::kGeneralHP};
 
-template <class T>
-T *zeroed(size_t count)
-{
-    return static_cast<T *>(std::calloc(count, sizeof(T)));
-}
-
-// int32 products wrap as on the target rather than overflow.
-int32_t wrapping_mul(int32_t a, int32_t b) { return static_cast<int32_t>(static_cast<int64_t>(a) * b); }
-int32_t wrapping_add(int32_t a, int32_t b) { return static_cast<int32_t>(static_cast<int64_t>(a) + b); }
-int32_t wrapping_sub(int32_t a, int32_t b) { return static_cast<int32_t>(static_cast<int64_t>(a) - b); }
-
 // Build date and time in the banner: the compiler's "Mmm dd yyyy" and "hh:mm:ss".
 void print_banner()
 {
@@ -61,26 +51,26 @@ void print_banner()
 
 LevelDetectorState *LevelDetectorState::create(int bit_rate, int sampleRate, int channels, int frameLen)
 {
-    auto *st = zeroed<LevelDetectorState>(1);
+    auto *st = eqdrc::zeroed<LevelDetectorState>(1);
     st->sampleRate = sampleRate;
     st->channels = channels;
     st->bit_rate = bit_rate;
     st->frameLen = frameLen;
     st->ms_scale = 1.0f / (static_cast<float>(frameLen) + 1.0f);
     const float numerator = static_cast<float>(frameLen) * static_cast<float>(-eqdrc::kTimeConstantFactor);
-    const float coef = 1.0f - expf(numerator / static_cast<float>(wrapping_mul(kDefaultTimeMs, sampleRate)));
+    const float coef = 1.0f - expf(numerator / static_cast<float>(eqdrc::wrapping_mul(kDefaultTimeMs, sampleRate)));
     st->rms_coef = coef;
     st->decay_coef = coef;
     st->hold_len = 0;
     st->full_scale_db = bit_rate == 16 ? kFullScaleDb16 : bit_rate == 24 ? kFullScaleDb24 : kFullScaleDbOther;
 
-    st->hold_count = zeroed<int32_t>(kLevelBands);
-    st->band_power = zeroed<float>(kLevelBands);
-    st->band_level = zeroed<float>(kLevelBands);
-    st->band_freq = zeroed<float>(kLevelBands);
-    st->band_q = zeroed<float>(kLevelBands);
-    st->band_coeffs = zeroed<float>(kLevelBands * eqdrc::kBiquadCoeffs);
-    st->band_z = zeroed<float>(kLevelBands * eqdrc::kBiquadState);
+    st->hold_count = eqdrc::zeroed<int32_t>(kLevelBands);
+    st->band_power = eqdrc::zeroed<float>(kLevelBands);
+    st->band_level = eqdrc::zeroed<float>(kLevelBands);
+    st->band_freq = eqdrc::zeroed<float>(kLevelBands);
+    st->band_q = eqdrc::zeroed<float>(kLevelBands);
+    st->band_coeffs = eqdrc::zeroed<float>(kLevelBands * eqdrc::kBiquadCoeffs);
+    st->band_z = eqdrc::zeroed<float>(kLevelBands * eqdrc::kBiquadState);
     std::memcpy(st->band_freq, kDefaultFreq, sizeof kDefaultFreq);
     std::memcpy(st->band_q, kDefaultQ, sizeof kDefaultQ);
     st->design_bands();
@@ -118,10 +108,10 @@ int LevelDetectorState::process(const int16_t *pcm, int n)
         const float p = sums[b] * ms_scale;
         if (p > band_power[b]) {
             band_power[b] = p * rms_coef + (1.0f - rms_coef) * band_power[b];
-            const int32_t held = wrapping_add(hold_count[b], n);
+            const int32_t held = eqdrc::wrapping_add(hold_count[b], n);
             hold_count[b] = held < hold_len ? held : hold_len;
         } else {
-            hold_count[b] = wrapping_sub(hold_count[b], n);
+            hold_count[b] = eqdrc::wrapping_sub(hold_count[b], n);
             if (hold_count[b] <= 0)
                 band_power[b] = p * decay_coef + (1.0f - decay_coef) * band_power[b];
             if (hold_count[b] < 0)
@@ -135,7 +125,7 @@ int LevelDetectorState::process(const int16_t *pcm, int n)
 int LevelDetectorState::set_para(const float *bands, float rmstc, float hold_time, float decay_time)
 {
     const float fs = static_cast<float>(sampleRate);
-    const float m = static_cast<float>(wrapping_mul(-eqdrc::kTimeConstantFactor, frameLen));
+    const float m = static_cast<float>(eqdrc::wrapping_mul(-eqdrc::kTimeConstantFactor, frameLen));
     rms_coef = 1.0f - expf(m / (fs * rmstc));
     hold_len = eqdrc::to_int32(fs * hold_time / 1000.0f);
     decay_coef = 1.0f - expf(m / (fs * decay_time));

@@ -5,10 +5,12 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "chain/alloc.h"
 #include "chain/log.h"
 #include "chain/numeric.h"
 #include "chain/record.h"
 #include "chain/scale.h"
+#include "chain/stage_setup.h"
 #include "filters/gain_table.h"
 
 namespace {
@@ -35,45 +37,32 @@ constexpr float kMakeupTrim = 0.998f;
 constexpr float kLimiterKneeBaseDb = 6.0f;
 constexpr float kLimiterGridTopDb = 10.0f;
 
-template <class T>
-T *zeroed(size_t count)
-{
-    return static_cast<T *>(std::calloc(count, sizeof(T)));
-}
-
 }  // namespace
 
 MaximizerState *MaximizerState::create(const float *section, int bit_rate, int sampleRate, int channels,
                                        int frameLen, int channelLink)
 {
-    if (channels > kMaximizerMaxChannels) {
-        eqdrc::log_line("Maximizer_Init", kTooManyChannelsLine, "Too Many Channel!\n\n");
-        eqdrc::fatal_exit();
-    }
-    auto *st = zeroed<MaximizerState>(1);
+    eqdrc::require_channels("Maximizer_Init", kTooManyChannelsLine, channels, kMaximizerMaxChannels);
+    auto *st = eqdrc::zeroed<MaximizerState>(1);
     st->bit_rate = bit_rate;
     st->sampleRate = sampleRate;
     st->channels = channels;
     st->frameLen = frameLen;
     st->channelLink = channelLink;
     eqdrc::BitDepthScale scale;
-    if (!eqdrc::scale_for_bits(bit_rate, &scale)) {
-        // Deliberate leak: this path has never freed the record.
-        eqdrc::log_line("Maximizer_Init", kBitRateWrongLine, "bit_rate is wrong!\n");
-        return nullptr;
-    }
+    if (!eqdrc::scale_or_report("Maximizer_Init", kBitRateWrongLine, bit_rate, &scale))
+        return nullptr;  // deliberate leak: this path has never freed the record
     st->log10_full_scale = scale.log10FullScale;
     st->full_scale = scale.fullScale;
 
     // No channels: the per-channel arrays are allocated empty.
-    const size_t count = channels > 0 ? static_cast<size_t>(channels) : 0;
-    st->agc_cur_gain = zeroed<float>(count);
-    st->max_cur_gain = zeroed<float>(count);
-    st->agc_tables = zeroed<float *>(count);
-    st->max_tables = zeroed<float *>(count);
+    st->agc_cur_gain = eqdrc::zeroed<float>(channels);
+    st->max_cur_gain = eqdrc::zeroed<float>(channels);
+    st->agc_tables = eqdrc::zeroed<float *>(channels);
+    st->max_tables = eqdrc::zeroed<float *>(channels);
     for (int ch = 0; ch < channels; ch++) {
-        st->agc_tables[ch] = zeroed<float>(eqdrc::kGainTableSize);
-        st->max_tables[ch] = zeroed<float>(eqdrc::kGainTableSize);
+        st->agc_tables[ch] = eqdrc::zeroed<float>(eqdrc::kGainTableSize);
+        st->max_tables[ch] = eqdrc::zeroed<float>(eqdrc::kGainTableSize);
     }
 
     for (int ch = 0; ch < channels; ch++) {

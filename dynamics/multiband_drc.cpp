@@ -5,10 +5,12 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "chain/alloc.h"
 #include "chain/log.h"
 #include "chain/numeric.h"
 #include "chain/record.h"
 #include "chain/scale.h"
+#include "chain/stage_setup.h"
 #include "filters/gain_table.h"
 
 namespace {
@@ -37,15 +39,11 @@ constexpr float kTableHeadroomDb = 4.0f;  // tables start this far below noise_t
 constexpr float kTableTopDb = 0.0f;       // and end at full scale
 constexpr int kCrossoverModeOffset = 2;   // crossover band mode = band count - 2
 
-// int32 products and differences wrap as on the target rather than overflow.
-int32_t wrapping_mul(int32_t a, int32_t b) { return static_cast<int32_t>(static_cast<int64_t>(a) * b); }
-int32_t wrapping_sub(int32_t a, int32_t b) { return static_cast<int32_t>(static_cast<int64_t>(a) - b); }
-
 // One-pole smoothing factor per sample for a time in ms (0 ms: 0, the value follows
 // at once).
 float time_coef(int32_t sampleRate, int32_t ms)
 {
-    return expf(-kMsPerSecond / static_cast<float>(wrapping_mul(sampleRate, ms)));
+    return expf(-kMsPerSecond / static_cast<float>(eqdrc::wrapping_mul(sampleRate, ms)));
 }
 
 int slot_of(int c, int b) { return kDrcSlotsPerChannel * c + b; }
@@ -57,20 +55,15 @@ bool known_channel(int ch) { return ch >= 0 && ch < kDrcChannels; }
 MultiBandDRCState *MultiBandDRCState::create(const float *section, int bitDepth, int sampleRate, int channels,
                                              int link)
 {
-    if (channels > kDrcChannels) {
-        eqdrc::log_line("MultiBandDRC_Init", kTooManyChannelsLine, "Too Many Channel!\n\n");
-        eqdrc::fatal_exit();
-    }
-    auto *st = static_cast<MultiBandDRCState *>(std::calloc(1, sizeof(MultiBandDRCState)));
+    eqdrc::require_channels("MultiBandDRC_Init", kTooManyChannelsLine, channels, kDrcChannels);
+    auto *st = eqdrc::zeroed<MultiBandDRCState>(1);
     st->bitDepth = bitDepth;
     st->sampleRate = sampleRate;
     st->channels = channels;
     st->link = link;
     eqdrc::BitDepthScale scale;
-    if (!eqdrc::scale_for_bits(bitDepth, &scale)) {
-        eqdrc::log_line("MultiBandDRC_Init", kBitDepthLine, "bit_rate is wrong!\n");
+    if (!eqdrc::scale_or_report("MultiBandDRC_Init", kBitDepthLine, bitDepth, &scale))
         return nullptr;  // the state is left allocated: a required leak of this path
-    }
     st->log10FullScale = scale.log10FullScale;
     if (section == nullptr)
         return st;
@@ -107,7 +100,7 @@ void MultiBandDRCState::fill_crossover_param(const float *block, int count)
     const float *high = block + kDrcGroupOffset[1];
     const float *mid1 = block + kDrcGroupOffset[2];
     const float *mid2 = block + kDrcGroupOffset[3];
-    crossoverParam.bandMode = wrapping_sub(count, kCrossoverModeOffset);
+    crossoverParam.bandMode = eqdrc::wrapping_sub(count, kCrossoverModeOffset);
     crossoverParam.freq[kCornerLowLp] = low[kGroupFreqEnd];
     crossoverParam.freq[kCornerHighHp] = high[kGroupFreqStart];
     crossoverParam.freq[kCornerBand2Hp] = mid1[kGroupFreqStart];
@@ -189,7 +182,7 @@ void MultiBandDRCState::build_table(int c, int b)
 {
     const int slot = slot_of(c, b);
     if (tables[c][b] == nullptr)
-        tables[c][b] = static_cast<float *>(std::calloc(eqdrc::kGainTableSize, sizeof(float)));
+        tables[c][b] = eqdrc::zeroed<float>(eqdrc::kGainTableSize);
     const float nt = noise_threshold[slot], ee = expand_end[slot], cs = compress_start[slot];
     const float mg = max_gain[slot], mp = max_peak[slot];
     const eqdrc::GainTableGrid grid = eqdrc::build_gain_table(

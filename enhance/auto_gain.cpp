@@ -4,9 +4,11 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "chain/alloc.h"
 #include "chain/log.h"
 #include "chain/numeric.h"
 #include "chain/scale.h"
+#include "chain/stage_setup.h"
 
 namespace {
 
@@ -22,7 +24,7 @@ constexpr double kPeakFloor = 1e-8;  // keeps the headroom finite on a silent fr
 // in int32 before it becomes a float.
 float frame_coefficient(int32_t frameLen, int32_t sampleRate, float ms)
 {
-    const int32_t num = static_cast<int32_t>(static_cast<int64_t>(-eqdrc::kTimeConstantFactor) * frameLen);
+    const int32_t num = eqdrc::wrapping_mul(-eqdrc::kTimeConstantFactor, frameLen);
     return 1.0f - expf(static_cast<float>(num) / (static_cast<float>(sampleRate) * ms));
 }
 
@@ -30,7 +32,7 @@ float frame_coefficient(int32_t frameLen, int32_t sampleRate, float ms)
 
 AutoGainState *AutoGainState::create(const float *section, int bits, int sampleRate, int channels, int frameLen)
 {
-    auto *st = static_cast<AutoGainState *>(std::calloc(1, sizeof(AutoGainState)));
+    auto *st = eqdrc::zeroed<AutoGainState>(1);
     st->sampleRate = sampleRate;
     st->channels = channels;
     st->bits = bits;
@@ -43,12 +45,10 @@ AutoGainState *AutoGainState::create(const float *section, int bits, int sampleR
     st->targetGain = 1.0f;
     st->smoothedLufs = 0.0f;
     eqdrc::BitDepthScale scale;
-    if (!eqdrc::scale_for_bits(bits, &scale)) {
-        // Checked last, after the meter has printed the same message.  Deliberate leak:
-        // this path has never freed the record.
-        eqdrc::log_line("AutoGain_Init", kBitRateWrongLine, "bit_rate is wrong!\n");
+    // Checked last, after the meter has printed the same message.  Deliberate leak:
+    // this path has never freed the record.
+    if (!eqdrc::scale_or_report("AutoGain_Init", kBitRateWrongLine, bits, &scale))
         return nullptr;
-    }
     st->fullScale = scale.fullScale;
     return st;
 }
@@ -85,12 +85,12 @@ void AutoGainState::process(const float *const *in, float *const *out, int n)
     const float maxGain = static_cast<float>(static_cast<double>(fullScale) / (static_cast<double>(peak) + kPeakFloor));
 
     if (countdown <= 0) {
-        countdown = static_cast<int32_t>(static_cast<int64_t>(countdown) + stepSamples);
+        countdown = eqdrc::wrapping_add(countdown, stepSamples);
         read_loudness();
     }
     // Fed after the read-out, so a read-out never includes the frame it steers.
     meter->add_frames(in, n);
-    countdown = static_cast<int32_t>(static_cast<int64_t>(countdown) - n);
+    countdown = eqdrc::wrapping_sub(countdown, n);
 
     // The headroom cap is stored: it holds until the next read-out.
     if (maxGain < targetGain)

@@ -5,10 +5,12 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "chain/alloc.h"
 #include "chain/log.h"
 #include "chain/numeric.h"
 #include "chain/record.h"
 #include "chain/scale.h"
+#include "chain/stage_setup.h"
 #include "filters/biquad.h"
 #include "filters/designer.h"
 
@@ -44,13 +46,6 @@ inline float sqrt_flushed(float v)
     return a > kFlush ? sqrtf(a) : 0.0f;
 }
 
-float *alloc_floats(int channels, int perChannel)
-{
-    // A negative count (channels < 1 is accepted and then does nothing) allocates nothing.
-    const size_t n = channels > 0 ? static_cast<size_t>(channels) * static_cast<size_t>(perChannel) : 0;
-    return static_cast<float *>(std::calloc(n, sizeof(float)));
-}
-
 using Cascade = BassEnhancerState::Cascade;
 constexpr Cascade BassEnhancerState::*kFilters[] = {
     &BassEnhancerState::splitLow,    &BassEnhancerState::splitHigh, &BassEnhancerState::harmonicLow,
@@ -71,28 +66,23 @@ BassEnhancerState *BassEnhancerState::create(const float *section, int bits, int
                                              int link)
 {
     // Per-channel values live in arrays of two: a third channel cannot be held.
-    if (channels > eqdrc::kBassMaxChannels) {
-        eqdrc::log_line("BassEnhancer_Init", kTooManyChannelsLine, "Too Many Channel!\n\n");
-        eqdrc::fatal_exit();
-    }
-    auto *st = static_cast<BassEnhancerState *>(std::calloc(1, sizeof(BassEnhancerState)));
+    eqdrc::require_channels("BassEnhancer_Init", kTooManyChannelsLine, channels, eqdrc::kBassMaxChannels);
+    auto *st = eqdrc::zeroed<BassEnhancerState>(1);
     st->bits = bits;
     st->sampleRate = sampleRate;
     st->channels = channels;
     st->link = link;
     st->read_section(section);
     eqdrc::BitDepthScale scale;
-    if (!eqdrc::scale_for_bits(bits, &scale)) {
-        // Deliberate leak: this path has never freed the record.
-        eqdrc::log_line("BassEnhancer_Init", kBitRateWrongLine, "bit_rate is wrong!\n");
-        return nullptr;
-    }
+    if (!eqdrc::scale_or_report("BassEnhancer_Init", kBitRateWrongLine, bits, &scale))
+        return nullptr;  // deliberate leak: this path has never freed the record
     st->fullScale = scale.fullScale;
     st->legacyConstants[0] = kLegacyConstantA;
     st->legacyConstants[1] = kLegacyConstantB;
+    // channels < 1 is accepted (and then does nothing): its filters are allocated empty.
     for (auto filter : kFilters) {
-        (st->*filter).coeffs = alloc_floats(channels, kCoeffsPerChannel);
-        (st->*filter).state = alloc_floats(channels, kStatePerChannel);
+        (st->*filter).coeffs = eqdrc::zeroed<float>(eqdrc::count_of(channels) * kCoeffsPerChannel);
+        (st->*filter).state = eqdrc::zeroed<float>(eqdrc::count_of(channels) * kStatePerChannel);
     }
     st->design();
     return st;

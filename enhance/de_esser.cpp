@@ -7,9 +7,11 @@
 #include <math.h>
 #include <cstdlib>
 
+#include "chain/alloc.h"
 #include "chain/log.h"
 #include "chain/record.h"
 #include "chain/scale.h"
+#include "chain/stage_setup.h"
 #include "filters/biquad.h"
 
 namespace {
@@ -41,22 +43,16 @@ DeEsserState *DeEsserState::create(const float *section, int bits, int sampleRat
                                    int link)
 {
     // Per-channel values live in arrays of two: a third channel cannot be held.
-    if (channels > eqdrc::kDeEsserMaxChannels) {
-        eqdrc::log_line("DeEsser_Init", kTooManyChannelsLine, "Too Many Channel!\n\n");
-        eqdrc::fatal_exit();
-    }
-    auto *st = static_cast<DeEsserState *>(std::calloc(1, sizeof(DeEsserState)));
+    eqdrc::require_channels("DeEsser_Init", kTooManyChannelsLine, channels, eqdrc::kDeEsserMaxChannels);
+    auto *st = eqdrc::zeroed<DeEsserState>(1);
     st->bits = bits;
     st->sampleRate = sampleRate;
     st->channels = channels;
     st->frameLen = frameLen;
     st->link = link;
     eqdrc::BitDepthScale scale;
-    if (!eqdrc::scale_for_bits(bits, &scale)) {
-        // Deliberate leak: this path has never freed the record.
-        eqdrc::log_line("DeEsser_Init", kBitRateWrongLine, "bit_rate is wrong!\n");
-        return nullptr;
-    }
+    if (!eqdrc::scale_or_report("DeEsser_Init", kBitRateWrongLine, bits, &scale))
+        return nullptr;  // deliberate leak: this path has never freed the record
     st->log10FullScale = scale.log10FullScale;
     st->fullScale = scale.fullScale;
     st->read_section(section);

@@ -5,9 +5,11 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "chain/alloc.h"
 #include "chain/log.h"
 #include "chain/record.h"
 #include "chain/scale.h"
+#include "chain/stage_setup.h"
 #include "filters/biquad.h"
 #include "filters/designer.h"
 
@@ -19,39 +21,28 @@ constexpr int kPrintTitleLine = 195;
 constexpr int kPrintRuleLine = 196;
 constexpr int kPrintChannelLine = 198;  // the four parameter lines follow on 199..202
 
-float *alloc_floats(int channels, int perChannel)
-{
-    // A negative count (channels < 1 is accepted and then does nothing) allocates nothing.
-    const size_t n = channels > 0 ? static_cast<size_t>(channels) * static_cast<size_t>(perChannel) : 0;
-    return static_cast<float *>(std::calloc(n, sizeof(float)));
-}
-
 }  // namespace
 
 ExciterState *ExciterState::create(const float *section, int bits, int sampleRate, int channels, int link)
 {
     // Per-channel values live in arrays of two: a third channel cannot be held.
-    if (channels > eqdrc::kExciterMaxChannels) {
-        eqdrc::log_line("Exciter_Init", kTooManyChannelsLine, "Too Many Channel!\n\n");
-        eqdrc::fatal_exit();
-    }
-    auto *st = static_cast<ExciterState *>(std::calloc(1, sizeof(ExciterState)));
+    eqdrc::require_channels("Exciter_Init", kTooManyChannelsLine, channels, eqdrc::kExciterMaxChannels);
+    auto *st = eqdrc::zeroed<ExciterState>(1);
     st->bits = bits;
     st->sampleRate = sampleRate;
     st->channels = channels;
     st->link = link;
     st->read_section(section);
     eqdrc::BitDepthScale scale;
-    if (!eqdrc::scale_for_bits(bits, &scale)) {
-        // Deliberate leak: this path has never freed the record.
-        eqdrc::log_line("Exciter_Init", kBitRateWrongLine, "bit_rate is wrong!\n");
-        return nullptr;
-    }
+    if (!eqdrc::scale_or_report("Exciter_Init", kBitRateWrongLine, bits, &scale))
+        return nullptr;  // deliberate leak: this path has never freed the record
     st->fullScale = scale.fullScale;
-    st->inputHighCoeffs = alloc_floats(channels, eqdrc::kBiquadCoeffs);
-    st->outputHighCoeffs = alloc_floats(channels, eqdrc::kBiquadCoeffs);
-    st->inputHighState = alloc_floats(channels, eqdrc::kBiquadState);
-    st->outputHighState = alloc_floats(channels, eqdrc::kBiquadState);
+    // channels < 1 is accepted (and then does nothing): its filters are allocated empty.
+    const size_t ch = eqdrc::count_of(channels);
+    st->inputHighCoeffs = eqdrc::zeroed<float>(ch * eqdrc::kBiquadCoeffs);
+    st->outputHighCoeffs = eqdrc::zeroed<float>(ch * eqdrc::kBiquadCoeffs);
+    st->inputHighState = eqdrc::zeroed<float>(ch * eqdrc::kBiquadState);
+    st->outputHighState = eqdrc::zeroed<float>(ch * eqdrc::kBiquadState);
     st->design();
     return st;
 }

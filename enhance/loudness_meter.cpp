@@ -5,7 +5,9 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "chain/alloc.h"
 #include "chain/log.h"
+#include "chain/numeric.h"
 #include "filters/biquad.h"
 
 namespace {
@@ -44,13 +46,6 @@ constexpr int kSectionsPerChannel = 2;  // shelf, then high-pass
 constexpr int kCoeffsPerChannel = kSectionsPerChannel * eqdrc::kBiquadCoeffs;
 constexpr int kStatePerChannel = kSectionsPerChannel * eqdrc::kBiquadState;
 
-// A negative count allocates nothing (the buffer is then never indexed).
-template <class T>
-T *zeroed(int32_t count)
-{
-    return static_cast<T *>(std::calloc(count > 0 ? static_cast<size_t>(count) : 0, sizeof(T)));
-}
-
 void design_shelf(float *c, float fs)
 {
     float K = tanf(kShelfOmega / fs);
@@ -87,7 +82,7 @@ inline float weighted_energy(const float *c, float *z, float x)
 
 Ebur128State *Ebur128State::create(int bits, int sampleRate, int channels, int windowMs, int stepMs)
 {
-    auto *m = static_cast<Ebur128State *>(std::calloc(1, sizeof(Ebur128State)));
+    auto *m = eqdrc::zeroed<Ebur128State>(1);
     m->bits = bits;
     switch (bits) {
     case 16: m->fullScaleDivisor = 32768; break;
@@ -104,13 +99,14 @@ Ebur128State *Ebur128State::create(int bits, int sampleRate, int channels, int w
     m->countdown = m->windowSamples;
     m->stepMs = stepMs;
     m->stepSamples = eqdrc::ms_to_samples(stepMs, sampleRate);
-    m->energyRing = zeroed<float>(m->ring_size());
-    m->channelSums = zeroed<float>(channels);
-    m->channelWeights = zeroed<float>(channels);
-    m->filterCoeffs = zeroed<float>(channels > 0 ? channels * kCoeffsPerChannel : 0);
-    m->filterStates = zeroed<float>(channels > 0 ? channels * kStatePerChannel : 0);
+    // A negative count allocates nothing (the buffer is then never indexed).
+    m->energyRing = eqdrc::zeroed<float>(m->ring_size());
+    m->channelSums = eqdrc::zeroed<float>(channels);
+    m->channelWeights = eqdrc::zeroed<float>(channels);
+    m->filterCoeffs = eqdrc::zeroed<float>(channels > 0 ? channels * kCoeffsPerChannel : 0);
+    m->filterStates = eqdrc::zeroed<float>(channels > 0 ? channels * kStatePerChannel : 0);
     m->historyCapacity = eqdrc::kLoudnessHistory;
-    m->blockHistory = zeroed<float>(m->historyCapacity);
+    m->blockHistory = eqdrc::zeroed<float>(m->historyCapacity);
 
     const float fs = static_cast<float>(sampleRate);
     for (int ch = 0; ch < channels; ch++) {
@@ -128,7 +124,7 @@ int32_t Ebur128State::ring_size() const
 {
     if (channels <= 0 || windowSamples <= 0)
         return 0;
-    const int32_t n = static_cast<int32_t>(static_cast<int64_t>(channels) * windowSamples);
+    const int32_t n = eqdrc::wrapping_mul(channels, windowSamples);
     return n > 0 ? n : 0;
 }
 
@@ -159,13 +155,13 @@ void Ebur128State::add_frames(const float *const *in, int frameLen)
         channelSums[ch] = sum;
     }
 
-    countdown = static_cast<int32_t>(static_cast<int64_t>(countdown) - frameLen);
+    countdown = eqdrc::wrapping_sub(countdown, frameLen);
     if (countdown > 0)
         return;
     evaluate_block();
     // One step per call at most: a frame longer than the step leaves the countdown at or
     // below zero and the next calls evaluate again until it recovers.
-    countdown = static_cast<int32_t>(static_cast<int64_t>(countdown) + stepSamples);
+    countdown = eqdrc::wrapping_add(countdown, stepSamples);
 }
 
 void Ebur128State::evaluate_block()

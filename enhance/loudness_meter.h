@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "chain/numeric.h"
 #include "tqaudio_eqdrc.h"
 
 namespace eqdrc {
@@ -18,7 +19,7 @@ constexpr int kLoudnessHistory = 200;
 // does), then truncating division.
 inline int32_t ms_to_samples(int32_t ms, int32_t sampleRate)
 {
-    return static_cast<int32_t>(static_cast<int64_t>(ms) * sampleRate) / 1000;
+    return wrapping_mul(ms, sampleRate) / 1000;
 }
 
 }  // namespace eqdrc

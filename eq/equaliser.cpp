@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "chain/alloc.h"
 #include "chain/log.h"
 #include "chain/numeric.h"
 #include "chain/record.h"
@@ -12,11 +13,13 @@
 
 namespace {
 
+using eqdrc::count_of;
 using eqdrc::kBiquadCoeffs;
 using eqdrc::kBiquadState;
 using eqdrc::kEqBands;
 using eqdrc::kEqBandWords;
 using eqdrc::kEqChannelWords;
+using eqdrc::zeroed;
 
 // Line numbers of the parameter print-out.
 constexpr int kPrintTitleLine = 262;
@@ -26,15 +29,6 @@ constexpr int kPrintTypeLine = 270;
 constexpr int kPrintFcLine = 272;
 constexpr int kPrintQLine = 273;
 constexpr int kPrintBoostLine = 274;
-
-// Negative counts allocate nothing rather than wrapping to a huge size.
-size_t count_of(int32_t n) { return n > 0 ? static_cast<size_t>(n) : 0; }
-
-template <class T>
-T *zeroed(size_t n)
-{
-    return static_cast<T *>(std::calloc(n, sizeof(T)));
-}
 
 // One section over a whole buffer in place, its memories held in registers for the
 // buffer.  (b1*x - a1*y) + z2 is the order the tunings were verified with.
@@ -107,7 +101,7 @@ void EQ10State::read_section(const float *section)
 {
     for (int c = 0; c < channels; c++) {
         const float *block = eqdrc::channel_block(section, c, link, kEqChannelWords);
-        uint32_t sum = 0;  // int32 sum with two's-complement wrap, kept defined
+        int32_t sum = 0;
         for (int b = 0; b < kEqBands; b++) {
             const float *group = block + kEqBandWords * b;
             const int i = kEqBands * c + b;
@@ -116,11 +110,11 @@ void EQ10State::read_section(const float *section)
             fc[i] = group[eqdrc::kEqFc];
             Q[i] = group[eqdrc::kEqQ];
             boost[i] = group[eqdrc::kEqBoost];
-            sum += static_cast<uint32_t>(enable[i]);
+            sum = eqdrc::wrapping_add(sum, enable[i]);
         }
         // Enables are counted as written: -1 designs a band but runs one fewer, 2 runs
         // one more.  Tunings rely on this arithmetic.
-        activeBands[c] = static_cast<float>(static_cast<int32_t>(sum));
+        activeBands[c] = static_cast<float>(sum);
     }
 }
 

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "chain/alloc.h"
 #include "chain/log.h"
 #include "filters/designer.h"
 
@@ -21,14 +22,12 @@ constexpr float kDefaultCorners[kCrossoverCorners] = {250.0f, 3000.0f, 250.0f, 1
 constexpr float kDesignQ = 0.0f;
 constexpr float kDesignGainDb = 0.0f;
 
-size_t channel_count(int channels) { return channels > 0 ? static_cast<size_t>(channels) : 0; }
-
 }  // namespace
 
 void LinkwitzRiley4::allocate(int channels)
 {
-    coeffs = static_cast<float *>(std::calloc(channel_count(channels) * kCoeffStride, sizeof(float)));
-    state = static_cast<float *>(std::calloc(channel_count(channels) * kStateStride, sizeof(float)));
+    coeffs = zeroed<float>(count_of(channels) * kCoeffStride);
+    state = zeroed<float>(count_of(channels) * kStateStride);
 }
 
 void LinkwitzRiley4::release()
@@ -41,7 +40,7 @@ void LinkwitzRiley4::release()
 
 void LinkwitzRiley4::design(int channels, int type, float fs, float fc)
 {
-    const size_t n = channel_count(channels);
+    const size_t n = count_of(channels);
     std::memset(state, 0, n * kStateStride * sizeof(float));
     float section[kBiquadCoeffs];
     design_biquad(section, type, fs, fc, kDesignQ, kDesignGainDb);
@@ -66,7 +65,7 @@ CrossoverState *CrossoverState::create(int sampleRate, int channels, const Cross
         eqdrc::crossover_default_param(&defaults);
         param = &defaults;
     }
-    auto *st = static_cast<CrossoverState *>(std::calloc(1, sizeof(CrossoverState)));
+    auto *st = eqdrc::zeroed<CrossoverState>(1);
     std::memcpy(st->freq, param->freq, sizeof st->freq);
     st->sampleRate = sampleRate;
     st->channels = channels;

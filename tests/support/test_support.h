@@ -41,6 +41,10 @@ auto with_required_leak(F body);
 template <class F>
 std::string capture_stderr(F body);
 
+// Both at once: for checking the message of a refused creation.
+template <class F>
+std::string capture_stderr_with_required_leak(F body);
+
 std::string read_file(const std::string &path);
 void write_file(const std::string &path, const void *data, size_t bytes);
 std::string temp_path(const std::string &name);
@@ -67,6 +71,12 @@ std::string eqdrc_test::capture_stderr(F body)
     testing::internal::CaptureStderr();
     body();
     return testing::internal::GetCapturedStderr();
+}
+
+template <class F>
+std::string eqdrc_test::capture_stderr_with_required_leak(F body)
+{
+    return capture_stderr([&] { with_required_leak(body); });
 }
 
 #endif

@@ -1,0 +1,31 @@
+// The two checks every stage's set-up starts with, and their messages.
+#ifndef EQDRC_CHAIN_STAGE_SETUP_H
+#define EQDRC_CHAIN_STAGE_SETUP_H
+
+#include "chain/log.h"
+#include "chain/scale.h"
+
+namespace eqdrc {
+
+// A stage whose per-channel values live in fixed arrays ends the process when asked for
+// more channels than they hold.
+inline void require_channels(const char *function, int line, int channels, int maxChannels)
+{
+    if (channels > maxChannels) {
+        log_line(function, line, "Too Many Channel!\n\n");
+        fatal_exit();
+    }
+}
+
+// Full scales for `bits` (16, 24 or 32); any other depth is reported and gives false.
+inline bool scale_or_report(const char *function, int line, int bits, BitDepthScale *out)
+{
+    if (scale_for_bits(bits, out))
+        return true;
+    log_line(function, line, "bit_rate is wrong!\n");
+    return false;
+}
+
+}  // namespace eqdrc
+
+#endif
