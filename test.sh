@@ -1,38 +1,83 @@
 #!/usr/bin/env bash
-# Builds and tests everything: a Release build with its unit tests, an ASan+UBSan build
-# with its unit tests, the conformance vectors on the Release build (every family listed
-# in .ci/conformance-families) and a C host built against an installed copy.
+# Builds and tests everything, in four variants that must agree bit for bit:
+#   release  -O2 build: unit tests, conformance vectors, and a C host built against an
+#            installed copy (through pkg-config and through find_package);
+#   debug    -O0 build: unit tests and conformance vectors;
+#   asan     ASan+UBSan build: unit tests (leak checking on) and conformance vectors;
+#   aarch64  cross build (cmake/toolchains/aarch64-linux-gnu.cmake): unit tests and
+#            conformance vectors under qemu-user.
+# The conformance families checked are those listed in .ci/conformance-families.
+#   ./test.sh [VARIANT ...]      (default: release debug asan)
 set -euo pipefail
 cd "$(dirname "$0")"
-tools/ensure-deps.sh
+tools/ensure-deps.sh --with-cross
 jobs=$(nproc)
-
-echo "== Release build and unit tests"
-cmake -S . -B build -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build build -j"$jobs" >/dev/null
-(cd build && ctest -j"$jobs" --output-on-failure)
-
-echo "== ASan+UBSan build and unit tests"
-cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DEQDRC_SANITIZE=ON -DEQDRC_BUILD_BENCH=OFF >/dev/null
-cmake --build build-asan -j"$jobs" >/dev/null
-(cd build-asan && ctest -j"$jobs" --output-on-failure)
-
-echo "== Conformance vectors"
 families=$(grep -v '^#' .ci/conformance-families | tr -s ' \n' ',' | sed 's/^,//; s/,$//')
-if [ -n "$families" ]; then
-    ../shared/conformance/check -f "$families" build
-fi
 
-echo "== Installed copy and a C host (pkg-config and find_package)"
-stage="$PWD/build/stage"
-rm -rf "$stage" build/host
-cmake --install build --prefix "$stage" >/dev/null
-pcdir=$(dirname "$(find "$stage" -name tqaudio_effect_eqdrc.pc | head -n 1)")
-libdir=$(dirname "$(find "$stage" -name 'libtqaudio_effect_eqdrc.so' | head -n 1)")
-cc -std=c99 -Wall -Werror -o build/stage/host-pc examples/host.c \
-    $(PKG_CONFIG_PATH="$pcdir" pkg-config --cflags --libs tqaudio_effect_eqdrc) -lm
-LD_LIBRARY_PATH="$libdir" build/stage/host-pc tunings/reference.bin 2>/dev/null
-cmake -S examples -B build/host -DCMAKE_PREFIX_PATH="$stage" >/dev/null
-cmake --build build/host >/dev/null
-build/host/host tunings/bypass.bin 2>/dev/null
+build_and_test() {  # DIR CMAKE-ARGS...
+    local dir=$1
+    shift
+    local t0=$SECONDS
+    cmake -S . -B "$dir" "$@" >/dev/null
+    cmake --build "$dir" -j"$jobs" >/dev/null
+    (cd "$dir" && ctest -j"$jobs" --output-on-failure)
+    echo "($dir: built and unit-tested in $((SECONDS - t0)) s)"
+}
+
+conformance() {  # DIR (the caller sets CC / CHECK_RUNNER / preloads as the build needs)
+    local t0=$SECONDS
+    [ -z "$families" ] || ../shared/conformance/check -f "$families" "$1"
+    echo "($1: conformance in $((SECONDS - t0)) s)"
+}
+
+variant_release() {
+    echo "== release (-O2)"
+    build_and_test build -DCMAKE_BUILD_TYPE=Release
+    conformance build
+    echo "== installed copy and a C host (pkg-config and find_package)"
+    # Outside the build tree, so the conformance harness never picks up the installed tool.
+    local stage="$PWD/build-stage"
+    rm -rf "$stage" build-host
+    cmake --install build --prefix "$stage" >/dev/null
+    local pcdir libdir
+    pcdir=$(dirname "$(find "$stage" -name tqaudio_effect_eqdrc.pc | head -n 1)")
+    libdir=$(dirname "$(find "$stage" -name 'libtqaudio_effect_eqdrc.so' | head -n 1)")
+    cc -std=c99 -Wall -Werror -o "$stage/host-pc" examples/host.c \
+        $(PKG_CONFIG_PATH="$pcdir" pkg-config --cflags --libs tqaudio_effect_eqdrc) -lm
+    LD_LIBRARY_PATH="$libdir" "$stage/host-pc" tunings/reference.bin 2>/dev/null
+    cmake -S examples -B build-host -DCMAKE_PREFIX_PATH="$stage" >/dev/null
+    cmake --build build-host >/dev/null
+    build-host/host tunings/bypass.bin 2>/dev/null
+}
+
+variant_debug() {
+    echo "== debug (-O0)"
+    build_and_test build-debug -DCMAKE_BUILD_TYPE=Debug -DEQDRC_BUILD_BENCH=OFF
+    conformance build-debug
+}
+
+variant_asan() {
+    echo "== asan (ASan+UBSan)"
+    build_and_test build-asan -DCMAKE_BUILD_TYPE=Debug -DEQDRC_SANITIZE=ON -DEQDRC_BUILD_BENCH=OFF
+    # The harness itself is not instrumented: load the sanitizer runtimes first.  Any
+    # sanitizer report aborts its case, which then differs.
+    ASAN_OPTIONS=detect_leaks=0:verify_asan_link_order=0 \
+        LD_PRELOAD="$(gcc -print-file-name=libasan.so) $(gcc -print-file-name=libubsan.so)" \
+        conformance build-asan
+}
+
+variant_aarch64() {
+    echo "== aarch64 (cross build under qemu-user)"
+    build_and_test build-arm64 -DCMAKE_TOOLCHAIN_FILE=cmake/toolchains/aarch64-linux-gnu.cmake \
+        -DCMAKE_BUILD_TYPE=Release -DEQDRC_BUILD_BENCH=OFF
+    CC=aarch64-linux-gnu-gcc CHECK_RUNNER="qemu-aarch64 -L /usr/aarch64-linux-gnu" conformance build-arm64
+}
+
+variants=("$@")
+[ ${#variants[@]} -gt 0 ] || variants=(release debug asan)
+for v in "${variants[@]}"; do
+    t0=$SECONDS
+    "variant_$v"
+    echo "== $v passed in $((SECONDS - t0)) s"
+done
 echo "all tests passed"
