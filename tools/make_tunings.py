@@ -6,6 +6,9 @@
 reference.bin  48 kHz 16-bit stereo, every stage on: the tuning the benchmarks and
                the demo use.
 bypass.bin     the same header with every stage off and 0 dB pre-gain: output equals input.
+
+The other examples (tunings/*.json) are written by hand in eqdrc's JSON form, which is
+their source; `eqdrc tuning compile` turns them into records.
 """
 import os
 import struct

@@ -1,0 +1,48 @@
+// Runs the chain over an audio file (anything libsndfile reads, mono or stereo) and
+// measures the loudness of the input and the output with libebur128.
+#ifndef EQDRC_TOOL_PROCESS_H
+#define EQDRC_TOOL_PROCESS_H
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "check.h"
+#include "layout.h"
+#include "loudness.h"
+
+namespace eqdrc_tool {
+
+struct ProcessOptions {
+    std::string input;
+    std::string output;
+    std::string tuning;  // empty: the built-in default
+    int frameLen = 768;
+    std::vector<std::string> bypass;  // stage names, as in header.enable
+    bool verbose = false;             // pass the library's log through
+};
+
+struct ProcessSummary {
+    Loudness input, output;
+    long long frames = 0;  // samples per channel
+    int sampleRate = 0;
+    int channels = 0;
+    double processSeconds = 0.0;  // time spent inside the library
+};
+
+// The record the built-in default tuning holds (the demo's reference tuning).
+Record default_tuning();
+
+// The record as it will run on a file: the file's rate and channel count, the bypassed
+// stages switched off. Each adjustment is described in `notes`.
+Record adapt_tuning(Record rec, int sampleRate, int channels, const std::vector<std::string> &bypass,
+                    std::vector<std::string> &notes);
+
+// Processes the whole file; notes, warnings and the progress bar go to `log`. The output
+// appears only when everything succeeded. Throws Error naming the file and the problem.
+ProcessSummary process_file(const ProcessOptions &options, FILE *log);
+void print_summary(const ProcessSummary &s, FILE *out);
+
+}  // namespace eqdrc_tool
+
+#endif

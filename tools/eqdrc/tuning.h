@@ -1,0 +1,47 @@
+// Tuning files: the 2176-byte record image and its JSON form, and the conversions
+// between them. Binary -> JSON -> binary gives back the same bytes for every record.
+#ifndef EQDRC_TOOL_TUNING_H
+#define EQDRC_TOOL_TUNING_H
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "layout.h"
+
+namespace eqdrc_tool {
+
+using OrderedJson = nlohmann::ordered_json;
+
+// The JSON form: one object per section, named fields, per-channel arrays, and a "raw"
+// object holding every non-zero word no field covers (keyed by word index).
+OrderedJson record_to_json(const Record &rec, const Layout &layout = Layout::embedded());
+// Missing fields are 0; unknown fields, wrong shapes and unreadable values throw Error
+// naming the field. Keys starting with '_' are comments and are ignored.
+Record record_from_json(const OrderedJson &doc, const Layout &layout = Layout::embedded());
+
+// The JSON text: objects and arrays of plain values on one line (an EQ band, a pair of
+// pre-gains), everything else indented.
+std::string format_json(const OrderedJson &doc);
+
+// One field's value as JSON and back. Values a JSON number cannot carry exactly
+// (NaN, infinities, negative zero) are hex strings of their bits, e.g. "0x80000000".
+OrderedJson encode_value(float v, Kind kind, const std::vector<std::string> *labels);
+float decode_value(const OrderedJson &j, Kind kind, const std::vector<std::string> *labels,
+                   const std::string &path);
+
+// The record image: 544 little-endian float32 words.
+Record record_from_bytes(const std::string &bytes);
+std::string record_to_bytes(const Record &rec);
+
+// Reads a tuning file, JSON (first non-blank character '{') or binary. Throws Error
+// with the file name and the problem.
+Record read_tuning(const std::string &path);
+bool is_json_text(const std::string &bytes);
+std::string read_file(const std::string &path);
+// Writes through a temporary file in the same folder and renames it into place, so
+// that a failure never leaves a partial file behind.
+void write_file_atomic(const std::string &path, const std::string &bytes);
+
+}  // namespace eqdrc_tool
+
+#endif
