@@ -3,6 +3,7 @@
 #define EQDRC_CHAIN_NUMERIC_H
 
 #include <cstdint>
+#include <cstring>
 
 namespace eqdrc {
 
@@ -27,6 +28,32 @@ inline int32_t to_int32(float v) { return to_int32(static_cast<double>(v)); }
 inline int32_t wrapping_add(int32_t a, int32_t b) { return static_cast<int32_t>(static_cast<int64_t>(a) + b); }
 inline int32_t wrapping_sub(int32_t a, int32_t b) { return static_cast<int32_t>(static_cast<int64_t>(a) - b); }
 inline int32_t wrapping_mul(int32_t a, int32_t b) { return static_cast<int32_t>(static_cast<int64_t>(a) * b); }
+
+// The bit patterns of floats and doubles, and back.
+inline uint32_t bits_of(float f)
+{
+    uint32_t u;
+    std::memcpy(&u, &f, sizeof u);
+    return u;
+}
+inline float float_of(uint32_t u)
+{
+    float f;
+    std::memcpy(&f, &u, sizeof f);
+    return f;
+}
+inline uint64_t bits_of(double d)
+{
+    uint64_t u;
+    std::memcpy(&u, &d, sizeof u);
+    return u;
+}
+inline double double_of(uint64_t u)
+{
+    double d;
+    std::memcpy(&d, &u, sizeof d);
+    return d;
+}
 
 }  // namespace eqdrc
 

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "chain/log.h"
+#include "chain/mathf.h"
 #include "dynamics/maximizer.h"
 #include "filters/gain_table.h"
 
@@ -78,7 +79,7 @@ void MaximizerState::process_agc(const float *const *in, float *const *out, int 
             if (mag > peak)
                 peak = mag;
         }
-        const float peakDb = (log10f(peak + 1.0f) - log10_full_scale) * 20.0f;
+        const float peakDb = (eqdrc::mathf::log10f(peak + 1.0f) - log10_full_scale) * 20.0f;
         const float p = agc_cur_gain[ch];
 
         if (peakDb > compress_start[ch]) {
@@ -116,7 +117,7 @@ void MaximizerState::process_agc(const float *const *in, float *const *out, int 
         }
 
         // Mean square governs (also for a NaN peak level).
-        const float rmsDb = (log10f(meanSquare + 1.0f) - 2.0f * log10_full_scale) * 10.0f;
+        const float rmsDb = (eqdrc::mathf::log10f(meanSquare + 1.0f) - 2.0f * log10_full_scale) * 10.0f;
         const float g =
             eqdrc::gain_table_lookup(eqdrc::kGainTableLast, agc_tables[ch], rmsDb, agc_x0[ch], agc_scale[ch]);
         const float c = g > p ? agc_attack_coef[ch] : agc_release_coef[ch];

@@ -8,6 +8,7 @@
 
 #include "chain/alloc.h"
 #include "chain/log.h"
+#include "chain/mathf.h"
 #include "chain/numeric.h"
 #include "chain/scale.h"
 #include "filters/biquad.h"
@@ -58,7 +59,7 @@ LevelDetectorState *LevelDetectorState::create(int bit_rate, int sampleRate, int
     st->frameLen = frameLen;
     st->ms_scale = 1.0f / (static_cast<float>(frameLen) + 1.0f);
     const float numerator = static_cast<float>(frameLen) * static_cast<float>(-eqdrc::kTimeConstantFactor);
-    const float coef = 1.0f - expf(numerator / static_cast<float>(eqdrc::wrapping_mul(kDefaultTimeMs, sampleRate)));
+    const float coef = 1.0f - eqdrc::mathf::expf(numerator / static_cast<float>(eqdrc::wrapping_mul(kDefaultTimeMs, sampleRate)));
     st->rms_coef = coef;
     st->decay_coef = coef;
     st->hold_len = 0;
@@ -117,7 +118,7 @@ int LevelDetectorState::process(const int16_t *pcm, int n)
             if (hold_count[b] < 0)
                 hold_count[b] = 0;
         }
-        band_level[b] = log10f(band_power[b] + 1.0f) * 10.0f - full_scale_db;
+        band_level[b] = eqdrc::mathf::log10f(band_power[b] + 1.0f) * 10.0f - full_scale_db;
     }
     return n;
 }
@@ -126,9 +127,9 @@ int LevelDetectorState::set_para(const float *bands, float rmstc, float hold_tim
 {
     const float fs = static_cast<float>(sampleRate);
     const float m = static_cast<float>(eqdrc::wrapping_mul(-eqdrc::kTimeConstantFactor, frameLen));
-    rms_coef = 1.0f - expf(m / (fs * rmstc));
+    rms_coef = 1.0f - eqdrc::mathf::expf(m / (fs * rmstc));
     hold_len = eqdrc::to_int32(fs * hold_time / 1000.0f);
-    decay_coef = 1.0f - expf(m / (fs * decay_time));
+    decay_coef = 1.0f - eqdrc::mathf::expf(m / (fs * decay_time));
     eqdrc::log_line("LevelDetector_SetPara", kSetParaLine, "rmstc is %f, hold_time is %f, decay_time %f\n",
                     static_cast<double>(rmstc), static_cast<double>(hold_time), static_cast<double>(decay_time));
 

@@ -7,6 +7,7 @@
 
 #include "chain/alloc.h"
 #include "chain/log.h"
+#include "chain/mathf.h"
 #include "chain/numeric.h"
 #include "chain/record.h"
 #include "chain/scale.h"
@@ -94,7 +95,7 @@ MaximizerState *MaximizerState::create(const float *section, int bit_rate, int s
 
 float MaximizerState::frame_coef(float timeMs) const
 {
-    return 1.0f - expf((static_cast<float>(frameLen) * -static_cast<float>(eqdrc::kTimeConstantFactor)) /
+    return 1.0f - eqdrc::mathf::expf((static_cast<float>(frameLen) * -static_cast<float>(eqdrc::kTimeConstantFactor)) /
                        (static_cast<float>(sampleRate) * timeMs));
 }
 
@@ -103,7 +104,7 @@ void MaximizerState::set_limiter(int ch, float threshold, float ceilingDb, float
     max_threshold[ch] = threshold;
     ceiling[ch] = ceilingDb;
     release[ch] = releaseMs;
-    makeup[ch] = powf(10.0f, (ceilingDb - threshold) / 20.0f) * kMakeupTrim;
+    makeup[ch] = eqdrc::mathf::powf(eqdrc::mathf::kTen, (ceilingDb - threshold) / 20.0f) * kMakeupTrim;
     build_limiter(ch);
 }
 
@@ -147,7 +148,7 @@ void MaximizerState::process_limiter(const float *const *in, float *const *out, 
             if (mag > peak)
                 peak = mag;
         }
-        const float levelDb = (log10f(peak + 1.0f) - log10_full_scale) * 20.0f;
+        const float levelDb = (eqdrc::mathf::log10f(peak + 1.0f) - log10_full_scale) * 20.0f;
         const float g = eqdrc::gain_table_lookup(eqdrc::kGainTableLast, max_tables[ch], levelDb, max_x0[ch],
                                                  max_scale[ch]);
         const float p = max_cur_gain[ch];

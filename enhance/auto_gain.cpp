@@ -6,6 +6,7 @@
 
 #include "chain/alloc.h"
 #include "chain/log.h"
+#include "chain/mathf.h"
 #include "chain/numeric.h"
 #include "chain/scale.h"
 #include "chain/stage_setup.h"
@@ -25,7 +26,7 @@ constexpr double kPeakFloor = 1e-8;  // keeps the headroom finite on a silent fr
 float frame_coefficient(int32_t frameLen, int32_t sampleRate, float ms)
 {
     const int32_t num = eqdrc::wrapping_mul(-eqdrc::kTimeConstantFactor, frameLen);
-    return 1.0f - expf(static_cast<float>(num) / (static_cast<float>(sampleRate) * ms));
+    return 1.0f - eqdrc::mathf::expf(static_cast<float>(num) / (static_cast<float>(sampleRate) * ms));
 }
 
 }  // namespace
@@ -120,8 +121,9 @@ void AutoGainState::read_loudness()
     }
     smoothedLufs = attackCoef * lufs + (1.0f - attackCoef) * smoothedLufs;
     const float d = targetLufs - smoothedLufs;
+    using eqdrc::mathf::kTen;
     // No lower bound: a programme louder than the target is attenuated as far as needed.
-    targetGain = d < kMaxGainDb ? powf(10.0f, d * 0.05f) : powf(10.0f, 1.0f);
+    targetGain = d < kMaxGainDb ? eqdrc::mathf::powf(kTen, d * 0.05f) : eqdrc::mathf::powf(kTen, 1.0f);
 }
 
 void AutoGainState::set_para(const float *section)

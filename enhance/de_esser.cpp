@@ -1,14 +1,11 @@
 // De-esser.
-#ifndef _GNU_SOURCE
-#define _GNU_SOURCE  // sincosf
-#endif
 #include "enhance/de_esser.h"
 
-#include <math.h>
 #include <cstdlib>
 
 #include "chain/alloc.h"
 #include "chain/log.h"
+#include "chain/mathf.h"
 #include "chain/record.h"
 #include "chain/scale.h"
 #include "chain/stage_setup.h"
@@ -34,7 +31,7 @@ constexpr int kReadBackWordB = 6;
 float frame_decay(int32_t frameLen, int32_t sampleRate, float ms)
 {
     const float num = static_cast<float>(frameLen) * -static_cast<float>(eqdrc::kTimeConstantFactor);
-    return expf(num / (static_cast<float>(sampleRate) * ms));
+    return eqdrc::mathf::expf(num / (static_cast<float>(sampleRate) * ms));
 }
 
 }  // namespace
@@ -82,12 +79,12 @@ void DeEsserState::design(int ch, AlphaForm form)
 {
     const float w0 = static_cast<float>(static_cast<double>(f0Hz[ch]) * kTwoPi / static_cast<double>(sampleRate));
     float sn, cs;
-    sincosf(w0, &sn, &cs);
+    eqdrc::mathf::sincosf(w0, &sn, &cs);
 
     // Constant 0 dB peak band-pass, bandwidth in octaves.  Creation and retuning have
     // always formed the sinh argument differently; equal while the width is 1.
     const float arg = form == AlphaForm::kCreation ? kHalfLn2 * w0 / sn : (width * kHalfLn2) * w0 / sn;
-    const float alpha = sn * sinhf(arg);
+    const float alpha = sn * eqdrc::mathf::sinhf(arg);
     const float a0 = 1.0f + alpha;
     float *bp = bandPassCoeffs[ch];
     bp[0] = alpha / a0;
@@ -120,7 +117,7 @@ void DeEsserState::process(const float *const *in, float *const *out, int n)
             const float y = eqdrc::biquad_step(bandPassCoeffs[ch], bandPassState[ch], x[i]);
             energy = energy + (y * y) / static_cast<float>(n);
         }
-        const float levelDb = 10.0f * log10f(energy + 1.0f) - 20.0f * log10FullScale;
+        const float levelDb = 10.0f * eqdrc::mathf::log10f(energy + 1.0f) - 20.0f * log10FullScale;
 
         float target;
         if (thresholdDb[ch] < levelDb)

@@ -7,6 +7,7 @@
 
 #include "chain/alloc.h"
 #include "chain/log.h"
+#include "chain/mathf.h"
 #include "chain/numeric.h"
 #include "filters/biquad.h"
 
@@ -48,7 +49,7 @@ constexpr int kStatePerChannel = kSectionsPerChannel * eqdrc::kBiquadState;
 
 void design_shelf(float *c, float fs)
 {
-    float K = tanf(kShelfOmega / fs);
+    float K = eqdrc::mathf::tanf(kShelfOmega / fs);
     float K2 = K * K;
     float a0 = K / kShelfQ + 1.0f + K2;
     c[0] = (K * kShelfVb / kShelfQ + kShelfVh + K2) / a0;
@@ -60,7 +61,7 @@ void design_shelf(float *c, float fs)
 
 void design_high_pass(float *c, float fs)
 {
-    float K = tanf(kHighPassOmega / fs);
+    float K = eqdrc::mathf::tanf(kHighPassOmega / fs);
     float K2 = K * K;
     float a0 = K / kHighPassQ + 1.0f + K2;
     c[0] = 1.0f;  // the numerator is left unnormalised
@@ -199,7 +200,7 @@ float Ebur128State::gated_loudness() const
     }
     if (count == 0)
         return eqdrc::kNoLoudness;
-    return 10.0f * (logf(gated / static_cast<float>(count)) / kLn10) - kLoudnessOffset;
+    return 10.0f * (eqdrc::mathf::logf(gated / static_cast<float>(count)) / kLn10) - kLoudnessOffset;
 }
 
 void Ebur128State::destroy()

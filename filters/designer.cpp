@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "chain/log.h"
+#include "chain/mathf.h"
 #include "tqaudio_eqdrc.h"
 
 namespace eqdrc {
@@ -31,9 +32,9 @@ float clamp_q(float q, float upper)
 
 void design_peaking(float *c, float w0, float q, float gainDb)
 {
-    float A = powf(10.0f, gainDb / 40.0f);
-    float alpha = sinf(w0) / (2.0f * q);
-    float cs = cosf(w0);
+    float A = mathf::powf(mathf::kTen, gainDb / 40.0f);
+    float alpha = mathf::sinf(w0) / (2.0f * q);
+    float cs = mathf::cosf(w0);
     float D = 1.0f + alpha / A;
     c[0] = (1.0f + alpha * A) / D;
     c[1] = (-2.0f * cs) / D;
@@ -44,11 +45,11 @@ void design_peaking(float *c, float w0, float q, float gainDb)
 
 void design_shelf(float *c, bool high, float w0, float S, float gainDb)
 {
-    float A = powf(10.0f, gainDb / 40.0f);
+    float A = mathf::powf(mathf::kTen, gainDb / 40.0f);
     float R = 2.0f + (1.0f / A + A) * (1.0f / S - 1.0f);
     float s = R > 0.0f ? sqrtf(R) : 0.0f;
-    float alpha = (sinf(w0) * 0.5f) * s;
-    float cs = cosf(w0);
+    float alpha = (mathf::sinf(w0) * 0.5f) * s;
+    float cs = mathf::cosf(w0);
     float k = 2.0f * sqrtf(A) * alpha;
     float a0, b0, b1, b2, a1, a2;
     if (!high) {
@@ -75,9 +76,9 @@ void design_shelf(float *c, bool high, float w0, float S, float gainDb)
 
 void design_general(float *c, bool high, float w0, float q, float gainDb)
 {
-    float A = powf(10.0f, gainDb / 20.0f);
-    float alpha = sinf(w0) / (2.0f * q);
-    float cs = cosf(w0);
+    float A = mathf::powf(mathf::kTen, gainDb / 20.0f);
+    float alpha = mathf::sinf(w0) / (2.0f * q);
+    float cs = mathf::cosf(w0);
     float D = 1.0f + alpha;
     if (!high) {
         c[0] = ((1.0f - cs) * 0.5f * A) / D;
@@ -93,10 +94,10 @@ void design_general(float *c, bool high, float w0, float q, float gainDb)
 
 void design_band_pass(float *c, float w0, float octaves, float gainDb)
 {
-    float A = powf(10.0f, gainDb / 20.0f);
-    float sn = sinf(w0);
-    float alpha = sn * sinhf((octaves * kHalfLn2 * w0) / sn);
-    float cs = cosf(w0);
+    float A = mathf::powf(mathf::kTen, gainDb / 20.0f);
+    float sn = mathf::sinf(w0);
+    float alpha = sn * mathf::sinhf((octaves * kHalfLn2 * w0) / sn);
+    float cs = mathf::cosf(w0);
     float D = 1.0f + alpha;
     c[0] = (A * alpha) / D;
     c[1] = 0.0f / D;
@@ -109,8 +110,8 @@ void design_band_pass(float *c, float w0, float octaves, float gainDb)
 // section only at 0 dB, which is all the callers use.
 void design_butterworth(float *c, bool high, float w0, float gainDb)
 {
-    float K = high ? tanf(w0 * 0.5f) : 1.0f / tanf(w0 * 0.5f);
-    float A = powf(10.0f, gainDb / 20.0f);
+    float K = high ? mathf::tanf(w0 * 0.5f) : 1.0f / mathf::tanf(w0 * 0.5f);
+    float A = mathf::powf(mathf::kTen, gainDb / 20.0f);
     float r = K * kButterworthRoot2;
     float K2 = K * K;
     float D = r + 1.0f + K2;

@@ -4,6 +4,8 @@
 
 #include <cmath>
 
+#include "chain/mathf.h"
+
 namespace eqdrc {
 
 constexpr int kGainTableLast = 200;                  // entries 0..200
@@ -44,7 +46,7 @@ GainTableGrid build_gain_table(float *table, float x0, float top, Curve curve, G
     for (int i = 0; i < kGainTableSize; i++) {
         float x = x0 + static_cast<float>(i) * step;
         float y = curve(x);
-        float g = powf(10.0f, (y - x) / 20.0f);
+        float g = mathf::powf(mathf::kTen, (y - x) / 20.0f);
         switch (test) {
         case GainFloorTest::kFloat: table[i] = g > kGainFloor ? g : kGainFloor; break;
         case GainFloorTest::kDouble:
