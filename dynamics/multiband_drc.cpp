@@ -4,9 +4,11 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 
 #include "chain/alloc.h"
 #include "chain/log.h"
+#include "chain/mathf.h"
 #include "chain/numeric.h"
 #include "chain/record.h"
 #include "chain/scale.h"
@@ -43,10 +45,26 @@ constexpr int kCrossoverModeOffset = 2;   // crossover band mode = band count - 
 // at once).
 float time_coef(int32_t sampleRate, int32_t ms)
 {
-    return expf(-kMsPerSecond / static_cast<float>(eqdrc::wrapping_mul(sampleRate, ms)));
+    return eqdrc::mathf::expf(-kMsPerSecond / static_cast<float>(eqdrc::wrapping_mul(sampleRate, ms)));
 }
 
 int slot_of(int c, int b) { return kDrcSlotsPerChannel * c + b; }
+
+// The detector's level in dB for an envelope value.
+inline float band_level(float e, float log10FullScale) { return 20.0f * (eqdrc::mathf::log10f(e + 1.0f) - log10FullScale); }
+
+// A slot's table grid, for building its level index.
+struct LevelGrid {
+    float log10FullScale;
+    float x0;
+    float scale;
+};
+
+int grid_entry(const void *ctx, float e)
+{
+    const LevelGrid *g = static_cast<const LevelGrid *>(ctx);
+    return eqdrc::gain_table_entry(band_level(e, g->log10FullScale), g->x0, g->scale);
+}
 
 bool known_channel(int ch) { return ch >= 0 && ch < kDrcChannels; }
 
@@ -155,7 +173,7 @@ void MultiBandDRCState::derive_slot(int slot)
 {
     attackCoef[slot] = time_coef(sampleRate, attack_time[slot]);
     releaseCoef[slot] = time_coef(sampleRate, release_time[slot]);
-    bandGain[slot] = powf(10.0f, gain_dB[slot] / 20.0f);
+    bandGain[slot] = eqdrc::mathf::powf(eqdrc::mathf::kTen, gain_dB[slot] / 20.0f);
 }
 
 // noise_threshold <= expand_end <= compress_start and compress_start + max_gain <=
@@ -191,6 +209,10 @@ void MultiBandDRCState::build_table(int c, int b)
         eqdrc::GainFloorTest::kFloat);
     tableStart[slot] = grid.x0;
     tableScale[slot] = grid.scale;
+    if (levelIndex[slot] == nullptr)
+        levelIndex[slot] = eqdrc::zeroed<eqdrc::LevelIndex>(1);
+    const LevelGrid g{log10FullScale, grid.x0, grid.scale};
+    levelIndex[slot]->build(grid_entry, &g);
 }
 
 void MultiBandDRCState::process(const float *const *in, float *const *out, int frameLen)
@@ -199,6 +221,10 @@ void MultiBandDRCState::process(const float *const *in, float *const *out, int f
         return;
     for (int c = 0; c < channels; c++) {
         CrossoverState *xover = crossover[c];
+        if (xover != nullptr && bandCount[c] >= 1 && bandCount[c] <= kDrcSlotsPerChannel) {
+            process_lanes(c, in[c], out[c], frameLen);
+            continue;
+        }
         float *buf = bandBuf[c];
         float *env = envelope[c];
         float *smoothed = smoothedGain[c];
@@ -222,7 +248,7 @@ void MultiBandDRCState::process(const float *const *in, float *const *out, int f
                 const float envPrev = env[b];
                 const float k = x > envPrev ? attackCoef[slot] : releaseCoef[slot];
                 const float e = (1.0f - k) * fabsf(x) + k * envPrev;
-                const float level = 20.0f * (log10f(e + 1.0f) - log10FullScale);
+                const float level = band_level(e, log10FullScale);
                 const float target =
                     eqdrc::gain_table_lookup(eqdrc::kGainTableLast, table[b], level, tableStart[slot], tableScale[slot]);
                 // A rising gain follows the attack time, a falling one the release time.
@@ -245,6 +271,90 @@ void MultiBandDRCState::process(const float *const *in, float *const *out, int f
                 sum = sum + buf[3];
             out[c][n] = sum;
         }
+    }
+}
+
+// One channel with one to four bands, the bands in lanes [low, high, middle 1,
+// middle 2], each lane performing the operations of the loop above.  The table entry
+// comes from the slot's level index: a lane keeps the detector interval of its current
+// entry and searches only when the envelope leaves it; a negative or NaN envelope, or
+// an index that failed its check, takes the logarithm as above.
+void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int frameLen)
+{
+    using eqdrc::f32x4;
+    using eqdrc::m32x4;
+    const int count = bandCount[c];
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    f32x4 gain = eqdrc::splat(1.0f), attack = eqdrc::splat(0.0f), release = eqdrc::splat(0.0f);
+    bool on[kDrcSlotsPerChannel] = {};
+    for (int b = 0; b < count; b++) {
+        const int slot = slot_of(c, b);
+        gain[b] = bandGain[slot];
+        attack[b] = attackCoef[slot];
+        release[b] = releaseCoef[slot];
+        on[b] = drc_enable[slot] != 0;
+    }
+    const m32x4 bandLanes = eqdrc::mask(count >= 1, count >= 2, count >= 3, count >= 4);
+    const m32x4 dynamic = eqdrc::mask(on[0], on[1], on[2], on[3]);
+    const f32x4 one = eqdrc::splat(1.0f);
+    f32x4 env = eqdrc::load(envelope[c]), smoothed = eqdrc::load(smoothedGain[c]);
+    f32x4 buf = eqdrc::load(bandBuf[c]);
+    // The current entry's detector interval [low, high) and gain per lane; NaN bounds
+    // make the first sample search.
+    f32x4 low = eqdrc::splat(nan), high = eqdrc::splat(nan), target = eqdrc::splat(0.0f);
+    eqdrc::CrossoverLanes xover;
+    xover.load(*crossover[c], 0);
+
+    for (int n = 0; n < frameLen; n++) {
+        const f32x4 bands = xover.step(in[n]);
+        const f32x4 x = bands * gain;
+        const f32x4 k = eqdrc::select(eqdrc::greater(x, env), attack, release);
+        const f32x4 e = (one - k) * eqdrc::abs(x) + k * env;
+        const m32x4 moved = (eqdrc::greater_equal(e, high) | ~eqdrc::greater_equal(e, low)) & dynamic;
+        if (eqdrc::any(moved)) {
+            for (int b = 0; b < count; b++) {
+                if (!moved[b])
+                    continue;
+                const int slot = slot_of(c, b);
+                const eqdrc::LevelIndex *index = levelIndex[slot];
+                const float eb = e[b];
+                if (eb >= 0.0f && index->exact) {
+                    const int entry = index->find(eb);
+                    low[b] = index->edge[entry];
+                    high[b] = index->edge[entry + 1];
+                    target[b] = tables[c][b][entry];
+                } else {
+                    target[b] = eqdrc::gain_table_lookup(eqdrc::kGainTableLast, tables[c][b],
+                                                         band_level(eb, log10FullScale), tableStart[slot],
+                                                         tableScale[slot]);
+                    low[b] = nan;  // search again next sample
+                }
+            }
+        }
+        const f32x4 k2 = eqdrc::select(eqdrc::greater(target, smoothed), attack, release);
+        const f32x4 g = k2 * smoothed + (one - k2) * target;
+        buf = eqdrc::select(bandLanes, eqdrc::select(dynamic, x * g, x), bands);
+        env = eqdrc::select(dynamic, e, env);
+        smoothed = eqdrc::select(dynamic, g, smoothed);
+        // Band 3 joins only at exactly four bands.
+        float sum = 0.0f;
+        sum = sum + buf[0];
+        if (count >= 2)
+            sum = sum + buf[1];
+        if (count >= 3)
+            sum = sum + buf[2];
+        if (count == 4)
+            sum = sum + buf[3];
+        out[n] = sum;
+    }
+
+    xover.save(*crossover[c], 0);
+    const int written = eqdrc::crossover_bands(count - 2);
+    for (int b = 0; b < written; b++)
+        bandBuf[c][b] = buf[b];
+    for (int b = 0; b < count; b++) {
+        envelope[c][b] = env[b];
+        smoothedGain[c][b] = smoothed[b];
     }
 }
 
@@ -406,6 +516,8 @@ void MultiBandDRCState::destroy()
     for (int c = 0; c < kDrcChannels; c++) {
         for (int b = 0; b < kDrcBandCapacity; b++)
             std::free(tables[c][b]);
+        for (int s = 0; s < kDrcSlotsPerChannel; s++)
+            std::free(levelIndex[kDrcSlotsPerChannel * c + s]);
         if (crossover[c] != nullptr)
             crossover[c]->destroy();
     }

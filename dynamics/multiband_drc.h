@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "filters/crossover.h"
+#include "filters/level_index.h"
 #include "tqaudio_eqdrc.h"
 
 namespace eqdrc {
@@ -92,6 +93,9 @@ struct MultiBandDRCState {
     float bandBuf[eqdrc::kDrcChannels][eqdrc::kDrcBandCapacity];       // current sample per band
     float envelope[eqdrc::kDrcChannels][eqdrc::kDrcBandCapacity];      // detector state
     float smoothedGain[eqdrc::kDrcChannels][eqdrc::kDrcBandCapacity];  // last applied gain
+    // Per slot: where the detector value crosses from one table entry to the next,
+    // built with the slot's table grid (see filters/level_index.h).
+    eqdrc::LevelIndex *levelIndex[eqdrc::kDrcSlots];
     CrossoverParam crossoverParam;  // scratch for building the crossovers
     CrossoverState *crossover[eqdrc::kDrcChannels];
 
@@ -116,6 +120,7 @@ private:
     void check_slot(int slot, const char *function, int line) const;
     void build_tables();
     void build_table(int c, int b);
+    void process_lanes(int c, const float *in, float *out, int frameLen);
     void retune_band(int c, int band, const eqdrc::DrcBandSettings &settings);
 };
 

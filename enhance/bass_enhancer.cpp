@@ -7,12 +7,14 @@
 
 #include "chain/alloc.h"
 #include "chain/log.h"
+#include "chain/mathf.h"
 #include "chain/numeric.h"
 #include "chain/record.h"
 #include "chain/scale.h"
 #include "chain/stage_setup.h"
 #include "filters/biquad.h"
 #include "filters/designer.h"
+#include "filters/paired_cascade.h"
 
 namespace {
 
@@ -38,6 +40,8 @@ constexpr float kDcBlockerTime = 0.1f;
 // DC blocker out of the denormal range.
 constexpr float kFlush = 1e-8f;
 constexpr float kFloorOnThreshold = 0.5f;
+// Both channels run together in blocks of this many samples (scratch on the stack).
+constexpr int kPairBlock = 256;
 
 // sqrt(|v|), or 0 when |v| is at most the flush level.
 inline float sqrt_flushed(float v)
@@ -93,7 +97,7 @@ void BassEnhancerState::read_section(const float *section)
     for (int ch = 0; ch < channels; ch++) {
         const float *p = eqdrc::channel_block(section, ch, link, eqdrc::kBassChannelWords);
         amountDb[ch] = p[eqdrc::kBassAmountDb];
-        amountLinear[ch] = powf(10.0f, amountDb[ch] / 20.0f);
+        amountLinear[ch] = eqdrc::mathf::powf(eqdrc::mathf::kTen, amountDb[ch] / 20.0f);
         drive[ch] = p[eqdrc::kBassDrive];
         blend[ch] = p[eqdrc::kBassBlend];
         freqHz[ch] = p[eqdrc::kBassFreq];
@@ -154,11 +158,20 @@ void BassEnhancerState::process(const float *const *in, float *const *out, int f
 {
     if (channels < 1 || frameLen < 1)
         return;
+    if (channels == 2 && floor_on(0) == floor_on(1) && eqdrc::channels_independent(in, out, frameLen)) {
+        for (int start = 0; start < frameLen; start += kPairBlock) {
+            const int n = frameLen - start < kPairBlock ? frameLen - start : kPairBlock;
+            const float *blockIn[2] = {in[0] + start, in[1] + start};
+            float *blockOut[2] = {out[0] + start, out[1] + start};
+            process_pair(blockIn, blockOut, n);
+        }
+        return;
+    }
     for (int ch = 0; ch < channels; ch++) {
         const float a = shaperA[ch], b = shaperB[ch], p = shaperP[ch], d = shaperD[ch];
         const float e = shaperE[ch], f = shaperF[ch], g = dcPole[ch], h = shaperScale[ch];
         const float amount = amountLinear[ch];
-        const bool floorOn = static_cast<float>(floorActive[ch]) > kFloorOnThreshold;
+        const bool floorOn = floor_on(ch);
         float prevIn = dcPrevIn[ch];
         float prevOut = dcPrevOut[ch];
         for (int i = 0; i < frameLen; i++) {
@@ -185,6 +198,91 @@ void BassEnhancerState::process(const float *const *in, float *const *out, int f
         }
         dcPrevIn[ch] = prevIn;
         dcPrevOut[ch] = prevOut;
+    }
+}
+
+bool BassEnhancerState::floor_on(int ch) const { return static_cast<float>(floorActive[ch]) > kFloorOnThreshold; }
+
+// Both channels at once, in three passes over a block: the band split, shaper and DC
+// blocker in lanes [low 0, low 1, high 0, high 1]; the harmonic filters as a paired
+// cascade; the mix.  Every lane performs the operations of the loop above.
+void BassEnhancerState::process_pair(const float *const in[2], float *const out[2], int n)
+{
+    using eqdrc::f32x4;
+    using eqdrc::splat;
+    float harmonics[2][kPairBlock], high[2][kPairBlock];
+
+    eqdrc::BiquadLanes split[2];
+    f32x4 z1[2], z2[2];
+    for (int lane = 0; lane < eqdrc::kLanes; lane++) {
+        const Cascade &filter = lane < 2 ? splitLow : splitHigh;
+        const int ch = lane & 1;
+        for (int k = 0; k < kSections; k++) {
+            split[k].set(lane, filter.coeffs + ch * kCoeffsPerChannel + k * eqdrc::kBiquadCoeffs);
+            z1[k][lane] = filter.state[ch * kStatePerChannel + k * eqdrc::kBiquadState];
+            z2[k][lane] = filter.state[ch * kStatePerChannel + k * eqdrc::kBiquadState + 1];
+        }
+    }
+    // Shaper constants in lanes 0 and 1.
+    const f32x4 a = eqdrc::lanes(shaperA[0], shaperA[1], 0.0f, 0.0f), b = eqdrc::lanes(shaperB[0], shaperB[1], 0.0f, 0.0f);
+    const f32x4 p = eqdrc::lanes(shaperP[0], shaperP[1], 0.0f, 0.0f), d = eqdrc::lanes(shaperD[0], shaperD[1], 0.0f, 0.0f);
+    const f32x4 e = eqdrc::lanes(shaperE[0], shaperE[1], 0.0f, 0.0f), f = eqdrc::lanes(shaperF[0], shaperF[1], 0.0f, 0.0f);
+    const f32x4 g = eqdrc::lanes(dcPole[0], dcPole[1], 0.0f, 0.0f), h = eqdrc::lanes(shaperScale[0], shaperScale[1], 0.0f, 0.0f);
+    const f32x4 scale = splat(fullScale), flush = splat(kFlush), zero = splat(0.0f);
+    f32x4 prevIn = eqdrc::lanes(dcPrevIn[0], dcPrevIn[1], 0.0f, 0.0f);
+    f32x4 prevOut = eqdrc::lanes(dcPrevOut[0], dcPrevOut[1], 0.0f, 0.0f);
+    for (int i = 0; i < n; i++) {
+        const f32x4 x = eqdrc::lanes(in[0][i], in[1][i], in[0][i], in[1][i]) / scale;
+        const f32x4 bands = eqdrc::biquad_step(split[1], z1[1], z2[1], eqdrc::biquad_step(split[0], z1[0], z2[0], x));
+        const f32x4 lo = eqdrc::lanes(bands[0], bands[1], bands[0], bands[1]);
+        // Both shaper branches, their square-root arguments side by side: rising in
+        // lanes 0 and 1, falling in lanes 2 and 3.
+        const f32x4 rising = e + (a - lo) * lo, falling = f - (lo + p) * lo;
+        const f32x4 arg = eqdrc::abs(eqdrc::lanes(rising[0], rising[1], falling[0], falling[1]));
+        const f32x4 root = eqdrc::select(eqdrc::greater(arg, flush), eqdrc::sqrt(arg), zero);
+        const f32x4 up = (root + b) * h;
+        const f32x4 down = -(h * (d + eqdrc::lanes(root[2], root[3], 0.0f, 0.0f)));
+        const f32x4 w = eqdrc::select(eqdrc::greater_equal(lo, zero), up, down);
+        const f32x4 dc = (w - prevIn + prevOut) * g;
+        prevIn = eqdrc::select(eqdrc::less_equal(eqdrc::abs(w), flush), zero, w);
+        prevOut = eqdrc::select(eqdrc::less_equal(eqdrc::abs(dc), flush), zero, dc);
+        harmonics[0][i] = dc[0];
+        harmonics[1][i] = dc[1];
+        high[0][i] = bands[2];
+        high[1][i] = bands[3];
+    }
+    for (int lane = 0; lane < eqdrc::kLanes; lane++) {
+        Cascade &filter = lane < 2 ? splitLow : splitHigh;
+        const int ch = lane & 1;
+        for (int k = 0; k < kSections; k++) {
+            filter.state[ch * kStatePerChannel + k * eqdrc::kBiquadState] = z1[k][lane];
+            filter.state[ch * kStatePerChannel + k * eqdrc::kBiquadState + 1] = z2[k][lane];
+        }
+    }
+    for (int ch = 0; ch < 2; ch++) {
+        dcPrevIn[ch] = prevIn[ch];
+        dcPrevOut[ch] = prevOut[ch];
+    }
+
+    // harmonicLow, harmonicHigh and, when on, floorHigh: two sections each.
+    eqdrc::CascadeSections s;
+    Cascade *const chain[] = {&harmonicLow, &harmonicHigh, &floorHigh};
+    const int filters = floor_on(0) ? 3 : 2;
+    s.count = filters * kSections;
+    for (int ch = 0; ch < 2; ch++) {
+        for (int k = 0; k < s.count; k++) {
+            const Cascade &c = *chain[k / kSections];
+            s.coeffs[ch][k] = c.coeffs + ch * kCoeffsPerChannel + (k % kSections) * eqdrc::kBiquadCoeffs;
+            s.state[ch][k] = c.state + ch * kStatePerChannel + (k % kSections) * eqdrc::kBiquadState;
+        }
+    }
+    float *const h2[2] = {harmonics[0], harmonics[1]};
+    eqdrc::run_paired_cascade(s, h2, h2, n);
+
+    for (int ch = 0; ch < 2; ch++) {
+        const float amount = amountLinear[ch];
+        for (int i = 0; i < n; i++)
+            out[ch][i] = (high[ch][i] + harmonics[ch][i] * amount) * fullScale;
     }
 }
 

@@ -7,11 +7,13 @@
 
 #include "chain/alloc.h"
 #include "chain/log.h"
+#include "chain/mathf.h"
 #include "chain/record.h"
 #include "chain/scale.h"
 #include "chain/stage_setup.h"
 #include "filters/biquad.h"
 #include "filters/designer.h"
+#include "filters/paired_cascade.h"
 
 namespace {
 
@@ -56,7 +58,7 @@ void ExciterState::read_section(const float *section)
         cutoffHz[ch] = p[eqdrc::kExciterCutoff];
         mix[ch] = p[eqdrc::kExciterMix];
         // Ten to the power of twice the amount (0 -> 1, 0.5 -> 10, 1 -> 100): not a dB law.
-        driveGain[ch] = powf(10.0f, distortionAmount[ch] + distortionAmount[ch]);
+        driveGain[ch] = eqdrc::mathf::powf(eqdrc::mathf::kTen, distortionAmount[ch] + distortionAmount[ch]);
         inverseDriveGain[ch] = 1.0f / driveGain[ch];
     }
 }
@@ -77,6 +79,10 @@ void ExciterState::process(const float *const *in, float *const *out, int frameL
 {
     if (channels < 1 || frameLen < 1)
         return;
+    if (channels == 2 && eqdrc::channels_independent(in, out, frameLen)) {
+        process_pair(in, out, frameLen);
+        return;
+    }
     for (int ch = 0; ch < channels; ch++) {
         const float *cIn = inputHighCoeffs + ch * eqdrc::kBiquadCoeffs;
         const float *cOut = outputHighCoeffs + ch * eqdrc::kBiquadCoeffs;
@@ -92,6 +98,64 @@ void ExciterState::process(const float *const *in, float *const *out, int frameL
             const float z = eqdrc::biquad_step(cOut, zOut, s);
             out[ch][i] = (dry * x + wet * z) * fullScale;
         }
+    }
+}
+
+// Both channels at once in lanes [input filter 0, input filter 1, output filter 0,
+// output filter 1], the output filters one sample behind, fed by the clipper from the
+// input filters' previous result.  Every lane performs the operations of the loop above.
+void ExciterState::process_pair(const float *const *in, float *const *out, int n)
+{
+    using eqdrc::f32x4;
+    using eqdrc::lanes;
+    eqdrc::BiquadLanes c;
+    f32x4 z1, z2;
+    for (int lane = 0; lane < eqdrc::kLanes; lane++) {
+        const int ch = lane & 1;
+        const float *coeffs = lane < 2 ? inputHighCoeffs : outputHighCoeffs;
+        const float *state = lane < 2 ? inputHighState : outputHighState;
+        c.set(lane, coeffs + ch * eqdrc::kBiquadCoeffs);
+        z1[lane] = state[ch * eqdrc::kBiquadState];
+        z2[lane] = state[ch * eqdrc::kBiquadState + 1];
+    }
+    const f32x4 scale = eqdrc::splat(fullScale);
+    const f32x4 offset = lanes(evenHarmonics[0], evenHarmonics[1], 0.0f, 0.0f);
+    const f32x4 drive = lanes(driveGain[0], driveGain[1], 0.0f, 0.0f);
+    const f32x4 dry = lanes(1.0f - mix[0], 1.0f - mix[1], 0.0f, 0.0f);
+    const f32x4 wet = lanes(mix[0] * inverseDriveGain[0], mix[1] * inverseDriveGain[1], 0.0f, 0.0f);
+    const eqdrc::m32x4 inputLanes = eqdrc::mask(true, true, false, false);
+
+    // Sample 0 through the input filters alone: there is no sample -1 for the others.
+    f32x4 x = lanes(in[0][0], in[1][0], 0.0f, 0.0f) / scale;
+    f32x4 keep1 = z1, keep2 = z2;
+    f32x4 h = eqdrc::biquad_step(c, z1, z2, x);
+    z1 = eqdrc::select(inputLanes, z1, keep1);
+    z2 = eqdrc::select(inputLanes, z2, keep2);
+    for (int i = 1; i < n; i++) {
+        const f32x4 s = soft_clip((h + offset) * drive);
+        const f32x4 next = lanes(in[0][i], in[1][i], 0.0f, 0.0f) / scale;
+        h = eqdrc::biquad_step(c, z1, z2, lanes(next[0], next[1], s[0], s[1]));
+        const f32x4 y = (dry * x + wet * lanes(h[2], h[3], 0.0f, 0.0f)) * scale;
+        out[0][i - 1] = y[0];
+        out[1][i - 1] = y[1];
+        x = next;
+    }
+    // The last sample through the output filters alone.
+    const f32x4 s = soft_clip((h + offset) * drive);
+    keep1 = z1;
+    keep2 = z2;
+    h = eqdrc::biquad_step(c, z1, z2, lanes(0.0f, 0.0f, s[0], s[1]));
+    z1 = eqdrc::select(inputLanes, keep1, z1);
+    z2 = eqdrc::select(inputLanes, keep2, z2);
+    const f32x4 y = (dry * x + wet * lanes(h[2], h[3], 0.0f, 0.0f)) * scale;
+    out[0][n - 1] = y[0];
+    out[1][n - 1] = y[1];
+
+    for (int lane = 0; lane < eqdrc::kLanes; lane++) {
+        const int ch = lane & 1;
+        float *state = lane < 2 ? inputHighState : outputHighState;
+        state[ch * eqdrc::kBiquadState] = z1[lane];
+        state[ch * eqdrc::kBiquadState + 1] = z2[lane];
     }
 }
 

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "filters/lanes.h"
 #include "tqaudio_eqdrc.h"
 
 namespace eqdrc {
@@ -56,8 +57,17 @@ struct ExciterState {
             return (1.5f - (v * 0.5f) * v) * v;
         return -1.0f;
     }
+    // The same in every lane.
+    static eqdrc::f32x4 soft_clip(eqdrc::f32x4 v)
+    {
+        const eqdrc::f32x4 one = eqdrc::splat(1.0f), minusOne = eqdrc::splat(-1.0f);
+        const eqdrc::f32x4 cubic = (eqdrc::splat(1.5f) - (v * eqdrc::splat(0.5f)) * v) * v;
+        return eqdrc::select(eqdrc::less_equal(v, one), eqdrc::select(eqdrc::greater_equal(v, minusOne), cubic, minusOne),
+                             one);
+    }
 
 private:
+    void process_pair(const float *const *in, float *const *out, int n);
     void read_section(const float *section);
     void design();
 };

@@ -10,6 +10,7 @@
 #include "chain/record.h"
 #include "filters/biquad.h"
 #include "filters/designer.h"
+#include "filters/paired_cascade.h"
 
 namespace {
 
@@ -137,6 +138,15 @@ void EQ10State::process(const float *const *in, float *const *out, int n)
     if (n > frameLen)
         n = frameLen;
     const size_t bytes = count_of(n) * sizeof(float);
+    const int paired = paired_sections(in, out, n);
+    if (paired > 0) {
+        for (int c = 0; c < channels; c++)
+            std::memcpy(inputCopy[c], in[c], bytes);
+        run_pair(paired, n);
+        for (int c = 0; c < channels; c++)
+            std::memcpy(out[c], outputCopy[c], bytes);
+        return;
+    }
     const int slots = slot_count();
     int cursor = 0;  // slots run across channels, so it carries over
     for (int c = 0; c < channels; c++) {
@@ -159,6 +169,37 @@ void EQ10State::process(const float *const *in, float *const *out, int n)
             std::memcpy(outputCopy[c], scratch, bytes);
         }
     }
+}
+
+// Sections per channel when two channels can run in lock-step, else 0: both run the same
+// number of sections and the slot walk below stays inside the slots, so channel 0 takes
+// slots 0..K-1 and channel 1 slots K..2K-1.  Channel 1's input must not be channel 0's
+// output, which the walk would have written first.
+int EQ10State::paired_sections(const float *const *in, const float *const *out, int n) const
+{
+    if (channels != 2 || n < 1 || activeBands[0] != activeBands[1])
+        return 0;
+    const float active = activeBands[0];
+    if (!(active >= 1.0f && active <= static_cast<float>(kEqBands)))
+        return 0;
+    if (!eqdrc::channels_independent(in, out, n))
+        return 0;
+    return static_cast<int>(active);
+}
+
+// Both channels at once, from the input copies to the output copies.
+void EQ10State::run_pair(int sections, int n)
+{
+    eqdrc::CascadeSections s;
+    s.count = sections;
+    for (int c = 0; c < 2; c++) {
+        for (int k = 0; k < sections; k++) {
+            const int slot = c * sections + k;
+            s.coeffs[c][k] = coeffs + kBiquadCoeffs * slot;
+            s.state[c][k] = memory + kBiquadState * slot;
+        }
+    }
+    eqdrc::run_paired_cascade(s, inputCopy, outputCopy, n);
 }
 
 void EQ10State::set_para(const float *section)

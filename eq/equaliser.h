@@ -63,6 +63,8 @@ struct EQ10State {
 
 private:
     int slot_count() const;
+    int paired_sections(const float *const *in, const float *const *out, int n) const;
+    void run_pair(int sections, int n);
     void read_section(const float *section);
     void design_slots();
 };

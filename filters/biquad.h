@@ -2,6 +2,8 @@
 #ifndef EQDRC_FILTERS_BIQUAD_H
 #define EQDRC_FILTERS_BIQUAD_H
 
+#include "filters/lanes.h"
+
 namespace eqdrc {
 
 // Coefficient record: b0, b1, b2, a1, a2 with a0 divided out.
@@ -24,6 +26,30 @@ inline float biquad_first_order_step(const float *c, float *z, float x)
 {
     float y = z[0] + c[0] * x;
     z[0] = c[1] * x - c[3] * y;
+    return y;
+}
+
+// Four sections in lanes, one coefficient of every lane per vector.
+struct BiquadLanes {
+    f32x4 b0, b1, b2, a1, a2;
+
+    // Lane `lane` takes the record `c`.
+    void set(int lane, const float *c)
+    {
+        b0[lane] = c[0];
+        b1[lane] = c[1];
+        b2[lane] = c[2];
+        a1[lane] = c[3];
+        a2[lane] = c[4];
+    }
+};
+
+// biquad_step in every lane: the same operations in the same order.
+inline f32x4 biquad_step(const BiquadLanes &c, f32x4 &z1, f32x4 &z2, f32x4 x)
+{
+    const f32x4 y = z1 + c.b0 * x;
+    z1 = z2 + (c.b1 * x - c.a1 * y);
+    z2 = c.b2 * x - c.a2 * y;
     return y;
 }
 

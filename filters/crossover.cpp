@@ -50,6 +50,64 @@ void LinkwitzRiley4::design(int channels, int type, float fs, float fc)
     }
 }
 
+namespace {
+
+// Where one channel's fourth-order filter sits in the lane banks: its first section at
+// stage `stage`, its second at stage + 1, both in lane `lane`.
+struct LanePlace {
+    const LinkwitzRiley4 *filter;  // null: a band the mode does not run
+    int stage;
+    int lane;
+};
+
+constexpr int kBandPassStage = 2;
+
+template <class Plan>
+void lane_plan(const CrossoverState &xover, Plan each)
+{
+    const bool band2 = xover.bandMode > 0, band3 = xover.bandMode == 2;
+    const LanePlace plan[] = {
+        {&xover.lowLp, 0, 0},
+        {&xover.highHp, 0, 1},
+        {band2 ? &xover.band2Hp : nullptr, 0, 2},
+        {band3 ? &xover.band3Hp : nullptr, 0, 3},
+        {band2 ? &xover.band2Lp : nullptr, kBandPassStage, 2},
+        {band3 ? &xover.band3Lp : nullptr, kBandPassStage, 3},
+    };
+    for (const LanePlace &p : plan)
+        if (p.filter != nullptr)
+            each(p);
+}
+
+}  // namespace
+
+void CrossoverLanes::load(const CrossoverState &xover, int channel)
+{
+    *this = CrossoverLanes{};
+    twoSections = mask(true, true, false, false);
+    BiquadLanes *const banks[] = {&first, &second, &third, &fourth};
+    lane_plan(xover, [&](const LanePlace &p) {
+        const float *c = p.filter->coeffs + channel * LinkwitzRiley4::kCoeffStride;
+        const float *z = p.filter->state + channel * LinkwitzRiley4::kStateStride;
+        for (int k = 0; k < 2; k++) {
+            banks[p.stage + k]->set(p.lane, c + k * kBiquadCoeffs);
+            z1[p.stage + k][p.lane] = z[k * kBiquadState];
+            z2[p.stage + k][p.lane] = z[k * kBiquadState + 1];
+        }
+    });
+}
+
+void CrossoverLanes::save(CrossoverState &xover, int channel) const
+{
+    lane_plan(xover, [&](const LanePlace &p) {
+        float *z = p.filter->state + channel * LinkwitzRiley4::kStateStride;
+        for (int k = 0; k < 2; k++) {
+            z[k * kBiquadState] = z1[p.stage + k][p.lane];
+            z[k * kBiquadState + 1] = z2[p.stage + k][p.lane];
+        }
+    });
+}
+
 void crossover_default_param(CrossoverParam *param)
 {
     param->bandMode = kDefaultBandMode;

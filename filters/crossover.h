@@ -48,6 +48,33 @@ struct LinkwitzRiley4 {
     }
 };
 
+// The bands of one channel of a crossover in lanes [low, high, band 2, band 3], for a
+// caller that runs whole frames: the filter memories stay in registers between
+// load() and save().  Each lane performs the operations of CrossoverState::process.
+struct CrossoverLanes {
+    BiquadLanes first;   // every band's first section
+    BiquadLanes second;  // every band's second section
+    BiquadLanes third;   // lanes 2 and 3: the band-pass bands' low-pass sections
+    BiquadLanes fourth;
+    f32x4 z1[4], z2[4];
+    m32x4 twoSections;  // lanes 0 and 1: the low and high bands end after two sections
+
+    // A band the state's mode does not run keeps zero coefficients; its lane is junk
+    // the caller ignores.
+    void load(const CrossoverState &xover, int channel);
+    void save(CrossoverState &xover, int channel) const;
+
+    f32x4 step(float x)
+    {
+        const f32x4 in = splat(x);
+        const f32x4 a = biquad_step(first, z1[0], z2[0], in);
+        const f32x4 b = biquad_step(second, z1[1], z2[1], a);
+        const f32x4 c = biquad_step(third, z1[2], z2[2], b);
+        const f32x4 d = biquad_step(fourth, z1[3], z2[3], c);
+        return select(twoSections, b, d);
+    }
+};
+
 }  // namespace eqdrc
 
 struct CrossoverState {

@@ -1,0 +1,189 @@
+// Four float lanes, for running independent filters (the two channels, the crossover's
+// bands) in lock-step.  Every lane performs exactly the IEEE single-precision operation
+// the scalar code would, in the same order: only +, -, *, /, comparisons, selection and
+// sign clearing are offered here, nothing fused, reassociated or approximated.
+#ifndef EQDRC_FILTERS_LANES_H
+#define EQDRC_FILTERS_LANES_H
+
+#include <cstdint>
+#include <cmath>
+#include <cstring>
+
+// 32-bit ARM NEON flushes denormals to zero, so there the lanes are plain arrays worked
+// one element at a time by the VFP unit.  Defining EQDRC_SCALAR_LANES=1 selects that form
+// on any target (a build option to check that both forms give the same bits).
+#ifndef EQDRC_SCALAR_LANES
+#if defined(__arm__) || !defined(__GNUC__)
+#define EQDRC_SCALAR_LANES 1
+#else
+#define EQDRC_SCALAR_LANES 0
+#endif
+#endif
+
+#if !EQDRC_SCALAR_LANES && defined(__SSE__)
+#include <xmmintrin.h>
+#elif !EQDRC_SCALAR_LANES && defined(__aarch64__)
+#include <arm_neon.h>
+#endif
+
+namespace eqdrc {
+
+constexpr int kLanes = 4;
+
+#if EQDRC_SCALAR_LANES
+
+struct f32x4 {
+    float v[kLanes];
+    float &operator[](int i) { return v[i]; }
+    float operator[](int i) const { return v[i]; }
+};
+// A lane mask: all bits set where a comparison held.
+struct m32x4 {
+    int32_t v[kLanes];
+    int32_t operator[](int i) const { return v[i]; }
+};
+
+#define EQDRC_LANEWISE(op)                                  \
+    inline f32x4 operator op(f32x4 a, f32x4 b)              \
+    {                                                       \
+        for (int i = 0; i < kLanes; i++)                    \
+            a.v[i] = a.v[i] op b.v[i];                      \
+        return a;                                           \
+    }
+EQDRC_LANEWISE(+)
+EQDRC_LANEWISE(-)
+EQDRC_LANEWISE(*)
+EQDRC_LANEWISE(/)
+#undef EQDRC_LANEWISE
+
+inline f32x4 operator-(f32x4 a)
+{
+    for (int i = 0; i < kLanes; i++)
+        a.v[i] = -a.v[i];
+    return a;
+}
+
+#define EQDRC_COMPARE(name, op)                             \
+    inline m32x4 name(f32x4 a, f32x4 b)                     \
+    {                                                       \
+        m32x4 m;                                            \
+        for (int i = 0; i < kLanes; i++)                    \
+            m.v[i] = a.v[i] op b.v[i] ? -1 : 0;             \
+        return m;                                           \
+    }
+EQDRC_COMPARE(greater, >)
+EQDRC_COMPARE(greater_equal, >=)
+EQDRC_COMPARE(less_equal, <=)
+#undef EQDRC_COMPARE
+
+inline f32x4 select(m32x4 m, f32x4 a, f32x4 b)
+{
+    for (int i = 0; i < kLanes; i++)
+        a.v[i] = m.v[i] ? a.v[i] : b.v[i];
+    return a;
+}
+
+inline f32x4 lanes(float a, float b, float c, float d) { return f32x4{{a, b, c, d}}; }
+
+inline f32x4 abs(f32x4 a)
+{
+    for (int i = 0; i < kLanes; i++)
+        a.v[i] = std::fabs(a.v[i]);
+    return a;
+}
+
+inline m32x4 mask(bool a, bool b, bool c, bool d) { return m32x4{{-a, -b, -c, -d}}; }
+
+inline m32x4 operator&(m32x4 a, m32x4 b)
+{
+    for (int i = 0; i < kLanes; i++)
+        a.v[i] &= b.v[i];
+    return a;
+}
+
+inline m32x4 operator|(m32x4 a, m32x4 b)
+{
+    for (int i = 0; i < kLanes; i++)
+        a.v[i] |= b.v[i];
+    return a;
+}
+
+inline m32x4 operator~(m32x4 a)
+{
+    for (int i = 0; i < kLanes; i++)
+        a.v[i] = ~a.v[i];
+    return a;
+}
+
+inline bool any(m32x4 m) { return (m.v[0] | m.v[1] | m.v[2] | m.v[3]) != 0; }
+
+inline f32x4 sqrt(f32x4 a)
+{
+    for (int i = 0; i < kLanes; i++)
+        a.v[i] = std::sqrt(a.v[i]);
+    return a;
+}
+
+#else
+
+typedef float f32x4 __attribute__((vector_size(16)));
+typedef int32_t m32x4 __attribute__((vector_size(16)));
+
+// Ordered comparisons: false in a lane holding a NaN, as in scalar code.
+inline m32x4 greater(f32x4 a, f32x4 b) { return a > b; }
+inline m32x4 greater_equal(f32x4 a, f32x4 b) { return a >= b; }
+inline m32x4 less_equal(f32x4 a, f32x4 b) { return a <= b; }
+
+inline f32x4 select(m32x4 m, f32x4 a, f32x4 b)
+{
+    return reinterpret_cast<f32x4>((reinterpret_cast<m32x4>(a) & m) | (reinterpret_cast<m32x4>(b) & ~m));
+}
+
+inline f32x4 lanes(float a, float b, float c, float d) { return f32x4{a, b, c, d}; }
+
+// Clears the sign bits, as fabsf does.
+inline f32x4 abs(f32x4 a) { return reinterpret_cast<f32x4>(reinterpret_cast<m32x4>(a) & 0x7fffffff); }
+
+inline m32x4 mask(bool a, bool b, bool c, bool d) { return m32x4{-a, -b, -c, -d}; }
+
+// True when any lane of the mask is set.
+inline bool any(m32x4 m)
+{
+#if defined(__SSE__)
+    return _mm_movemask_ps(reinterpret_cast<__m128>(m)) != 0;
+#else
+    return (m[0] | m[1] | m[2] | m[3]) != 0;
+#endif
+}
+
+// The correctly rounded square root of every lane, as sqrtf gives it.
+inline f32x4 sqrt(f32x4 a)
+{
+#if defined(__SSE__)
+    return reinterpret_cast<f32x4>(_mm_sqrt_ps(reinterpret_cast<__m128>(a)));
+#elif defined(__aarch64__)
+    return reinterpret_cast<f32x4>(vsqrtq_f32(reinterpret_cast<float32x4_t>(a)));
+#else
+    for (int i = 0; i < kLanes; i++)
+        a[i] = std::sqrt(a[i]);
+    return a;
+#endif
+}
+
+#endif
+
+inline f32x4 splat(float x) { return lanes(x, x, x, x); }
+
+// Unaligned loads and stores of four consecutive floats.
+inline f32x4 load(const float *p)
+{
+    f32x4 v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+inline void store(float *p, f32x4 v) { std::memcpy(p, &v, sizeof v); }
+
+}  // namespace eqdrc
+
+#endif

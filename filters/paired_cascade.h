@@ -1,0 +1,40 @@
+// Two channels' cascades of biquad sections run together in four lanes.  Each channel's
+// cascade is cut into a first and a second half: lanes 0 and 1 take the first half of
+// channel 0 and 1 at sample i while lanes 2 and 3 take the second half at sample i - 1,
+// fed by what the first half gave one sample earlier.  Every lane performs biquad_step's
+// operations in order, so the output is exactly that of running each channel's sections
+// one after the other, in half the vector steps of a two-lane run.
+#ifndef EQDRC_FILTERS_PAIRED_CASCADE_H
+#define EQDRC_FILTERS_PAIRED_CASCADE_H
+
+#include <cstdint>
+
+namespace eqdrc {
+
+// A stage that runs its channels one after the other lets channel 1 read what channel 0
+// wrote when the caller passes overlapping buffers.  Running both at once is the same
+// only when channel 1's n input samples do not overlap channel 0's n output samples.
+inline bool channels_independent(const float *const *in, const float *const *out, int n)
+{
+    const uintptr_t o = reinterpret_cast<uintptr_t>(out[0]), i = reinterpret_cast<uintptr_t>(in[1]);
+    const uintptr_t bytes = static_cast<uintptr_t>(n) * sizeof(float);
+    return o >= i + bytes || i >= o + bytes;
+}
+
+constexpr int kMaxCascadeSections = 10;
+
+// Where the sections live: section k of channel c has its five coefficients at
+// coeffs[c][k] and its two memories at state[c][k].
+struct CascadeSections {
+    int count;  // per channel, 1..kMaxCascadeSections
+    const float *coeffs[2][kMaxCascadeSections];
+    float *state[2][kMaxCascadeSections];
+};
+
+// Channel c from x[c] to y[c], n >= 1 samples; y[c] may be x[c] (in place), but y[0]
+// must not be x[1].  The memories are read at the start and written back at the end.
+void run_paired_cascade(const CascadeSections &sections, const float *const x[2], float *const y[2], int n);
+
+}  // namespace eqdrc
+
+#endif
