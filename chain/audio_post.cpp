@@ -3,18 +3,24 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <strings.h>
 
 #include "chain/alloc.h"
 #include "chain/log.h"
+#include "chain/mathf.h"
 #include "chain/numeric.h"
 #include "chain/record.h"
 #include "chain/scale.h"
 #include "chain/stage_setup.h"
+#include "eq/equaliser.h"
 
 using namespace eqdrc;
 
 namespace {
+
+// Words from the equaliser's section to the end of the record.
+constexpr int kEqRecordWords = kRecordWords - kSectionEq10;
 
 constexpr const char *kDumpVariable = "TQAUDIO_EQDRC_DUMP_CONF";
 
@@ -87,6 +93,12 @@ AudioPostState *AudioPostState::create(const float *record, int frameLen)
         return nullptr;  // state and gain arrays are not freed, as above
     st->fullScale = scale.chainFullScale;
 
+    const int eqWords = st->allocatedChannels * kEqChannelWords;
+    if (eqWords > kEqRecordWords) {
+        st->eqSectionWords = eqWords;
+        st->eqSection = zeroed<float>(eqWords);
+    }
+
     st->buffers = zeroed<float *>(st->allocatedChannels);
     for (int c = 0; c < st->allocatedChannels; c++)
         st->buffers[c] = zeroed<float>(frameLen);
@@ -119,8 +131,16 @@ void AudioPostState::read_pre_gains(const float *record)
     for (int c = 0; c < indexed_channels(); c++) {
         const float *word = channel_block(record + kWordPreGain, c, channelLink, kPreGainStride);
         gainDb[c] = word < record + kRecordWords ? *word : 0.0f;
-        gainLin[c] = powf(10.0f, gainDb[c] / 20.0f);
+        gainLin[c] = eqdrc::mathf::powf(eqdrc::mathf::kTen, gainDb[c] / 20.0f);
     }
+}
+
+const float *AudioPostState::eq_section_from(const float *record)
+{
+    if (!eqSection)
+        return record + kSectionEq10;
+    std::memcpy(eqSection, record + kSectionEq10, kEqRecordWords * sizeof(float));
+    return eqSection;
 }
 
 // Creates every enabled stage that does not exist yet and retunes the ones that do.
@@ -144,7 +164,7 @@ void AudioPostState::sync_stages(const float *record, int frames, bool dump)
         [=](const float *s) { return DeEsser_Init(s, bits, fs, ch, frames, link); }, DeEsser_SetPara,
         DeEsser_PrintPara);
     sync_stage(
-        enable[kStageEq10], eq10, record + kSectionEq10, dump,
+        enable[kStageEq10], eq10, eq_section_from(record), dump,
         [=](const float *s) { return EQ10_Init(s, bits, fs, ch, frames, link); }, EQ10_SetPara, EQ10_PrintPara);
     sync_stage(
         enable[kStageMultiBandDrc], multiBandDrc, record + kSectionMultiBandDrc, dump,
@@ -166,7 +186,7 @@ int AudioPostState::process(const int16_t *in, int16_t *out, int swFrmLen)
     const int ch = indexed_channels();
     for (int c = 0; c < ch; c++)
         for (int i = 0; i < swFrmLen; i++)
-            buffers[c][i] = static_cast<float>(in[i * channels + c]) * gainLin[c];
+            buffers[c][i] = static_cast<float>(in[static_cast<size_t>(i) * channels + c]) * gainLin[c];
 
     // A stage whose creation failed (a live record with a bad bit depth) has no handle:
     // it is skipped rather than called.
@@ -197,14 +217,14 @@ int AudioPostState::process(const int16_t *in, int16_t *out, int swFrmLen)
             if (!(v < fullScale))
                 v = fullScale;
             int32_t s = v <= low ? to_int32(low) : to_int32(v);
-            out[i * channels + c] = static_cast<int16_t>(static_cast<uint16_t>(static_cast<uint32_t>(s) & 0xFFFFu));
+            out[static_cast<size_t>(i) * channels + c] = static_cast<int16_t>(static_cast<uint16_t>(static_cast<uint32_t>(s) & 0xFFFFu));
         }
     }
     // Channels a live record added beyond the allocation pass through untouched.
     for (int c = ch < 0 ? 0 : ch; c < channels; c++)
         for (int i = 0; i < swFrmLen; i++)
-            out[i * channels + c] = in[i * channels + c];
-    return frameLen * channels * 2;
+            out[static_cast<size_t>(i) * channels + c] = in[static_cast<size_t>(i) * channels + c];
+    return wrapping_mul(wrapping_mul(frameLen, channels), 2);
 }
 
 int AudioPostState::set_para(const float *record, int swFrmLen)
@@ -236,7 +256,8 @@ int AudioPostState::get_para(float *record) const
     for (int s = 0; s < kStageCount; s++)
         record[kWordEnable + s] = static_cast<float>(enable[s]);
     // Always the five-word stride, linked or not.
-    for (int c = 0; c < indexed_channels(); c++)
+    // Channels whose word would lie past the record are not written back.
+    for (int c = 0; c < indexed_channels() && kWordPreGain + kPreGainStride * c < kRecordWords; c++)
         record[kWordPreGain + kPreGainStride * c] = gainDb[c];
 
     if (enable[kStageAutoGain] && autoGain)
@@ -247,8 +268,15 @@ int AudioPostState::get_para(float *record) const
         Exciter_GetPara(exciter, record + kSectionExciter);
     if (enable[kStageDeEsser] && deEsser)
         DeEsser_GetPara(deEsser, record + kSectionDeEsser);
-    if (enable[kStageEq10] && eq10)
-        EQ10_GetPara(eq10, record + kSectionEq10);
+    if (enable[kStageEq10] && eq10) {
+        if (eqSection) {
+            std::memcpy(eqSection, record + kSectionEq10, kEqRecordWords * sizeof(float));
+            EQ10_GetPara(eq10, eqSection);
+            std::memcpy(record + kSectionEq10, eqSection, kEqRecordWords * sizeof(float));
+        } else {
+            EQ10_GetPara(eq10, record + kSectionEq10);
+        }
+    }
     if (enable[kStageMultiBandDrc] && multiBandDrc)
         MultiBandDRC_GetPara(multiBandDrc, record + kSectionMultiBandDrc);
     if (maximizer_wanted() && maximizer)
@@ -260,6 +288,7 @@ void AudioPostState::destroy()
 {
     std::free(gainDb);
     std::free(gainLin);
+    std::free(eqSection);
     if (buffers) {
         for (int c = 0; c < allocatedChannels; c++)
             std::free(buffers[c]);

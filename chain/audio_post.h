@@ -41,6 +41,11 @@ struct AudioPostState {
     // Channels the gain arrays and buffers were allocated for.  A live record may
     // claim more; everything indexed by channel stays below this.
     int32_t allocatedChannels;
+    // With many unlinked channels the equaliser's blocks run past the record: it then
+    // works on this zero-padded copy of its section (every band of the extra channels
+    // off), and only words inside the record are copied back.
+    float *eqSection;
+    int32_t eqSectionWords;
 
     static AudioPostState *create(const float *record, int frameLen);
     int process(const int16_t *in, int16_t *out, int swFrmLen);
@@ -58,6 +63,7 @@ private:
     void read_enables(const float *record);
     void read_pre_gains(const float *record);
     void sync_stages(const float *record, int frames, bool dump);
+    const float *eq_section_from(const float *record);
 };
 
 #endif

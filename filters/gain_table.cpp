@@ -10,7 +10,7 @@ float expander_compressor_curve(int knee, float x, float nt, float ee, float cs,
     if (knee < 1)
         return 0.0f;
     float h = static_cast<float>(knee >> 1);
-    float k2 = static_cast<float>(knee * 2);
+    float k2 = static_cast<float>(wrapping_mul(knee, 2));  // a huge knee wraps, as the device does
     float r1 = ((ee + mg) - nt) / (ee - nt);
     // A level on a region's boundary belongs to the lower region.
     if (x <= ee - h)
@@ -34,7 +34,7 @@ float limiter_curve(int knee, float x, float threshold)
     if (knee < 1)
         return 0.0f;
     float h = static_cast<float>(knee >> 1);
-    float k2 = static_cast<float>(knee * 2);
+    float k2 = static_cast<float>(wrapping_mul(knee, 2));  // a huge knee wraps, as the device does
     if (x <= threshold - h)
         return x;
     if (x > threshold + h)

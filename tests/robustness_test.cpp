@@ -1,0 +1,442 @@
+// Hostile records and signals: NaN, infinities, denormals and absurd sizes through every
+// stage and the chain.  What each stage does with them is its ordinary arithmetic; these
+// tests pin the outcomes a host can rely on (valid samples, table ends, a gain that a
+// NaN frame cannot poison, recovery on retuning) and, under ASan/UBSan, that nothing
+// reads, writes or computes out of bounds.
+#include <cfloat>
+#include <cmath>
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <vector>
+
+#include "dynamics/maximizer.h"
+#include "enhance/auto_gain.h"
+#include "enhance/bass_enhancer.h"
+#include "enhance/de_esser.h"
+#include "enhance/exciter.h"
+#include "support/test_support.h"
+#include "tqaudio_eqdrc.h"
+
+namespace {
+
+using eqdrc_test::Planar;
+using eqdrc_test::read_file;
+using eqdrc_test::same_bits;
+
+constexpr int kFs = 48000;
+constexpr int kFrame = 768;
+constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+constexpr float kInf = std::numeric_limits<float>::infinity();
+constexpr float kDenormal = 1e-40f;
+
+// Sample values no signal should carry, and a few that are merely extreme.
+const float kHostile[] = {kNaN, kInf, -kInf, kDenormal, -kDenormal, FLT_MAX, -FLT_MAX, 0.0f};
+
+std::vector<float> reference_record()
+{
+    const std::string bytes = read_file(std::string(EQDRC_SOURCE_DIR) + "/tunings/reference.bin");
+    std::vector<float> rec(EQDRC_RECORD_WORDS);
+    std::memcpy(rec.data(), bytes.data(), std::min(bytes.size(), rec.size() * sizeof(float)));
+    return rec;
+}
+
+std::vector<int16_t> music_frame(int frame, int channels = 2)
+{
+    std::vector<int16_t> pcm(static_cast<size_t>(kFrame) * channels);
+    for (int i = 0; i < kFrame; i++) {
+        const double t = (frame * kFrame + i) / static_cast<double>(kFs);
+        for (int c = 0; c < channels; c++)
+            pcm[static_cast<size_t>(i) * channels + c] = static_cast<int16_t>(
+                9000.0 * std::sin(2 * M_PI * 110.0 * t + c) + 3000.0 * std::sin(2 * M_PI * 3150.0 * t));
+    }
+    return pcm;
+}
+
+void fill(Planar &p, float v)
+{
+    for (auto &ch : p.data)
+        for (float &x : ch)
+            x = v;
+}
+
+void fill_sine(Planar &p, int start)
+{
+    for (auto &ch : p.data) {
+        const std::vector<float> s = eqdrc_test::sine(static_cast<int>(ch.size()), 440.0f, kFs, 8000.0f, start);
+        std::copy(s.begin(), s.end(), ch.begin());  // in place: the channel pointers stay valid
+    }
+}
+
+bool all_finite(const Planar &p)
+{
+    for (const auto &ch : p.data)
+        for (float x : ch)
+            if (!std::isfinite(x))
+                return false;
+    return true;
+}
+
+// ---------------------------------------------------------------------------------
+// The chain.
+
+// A record whose every section word holds `v`, except the words whose misuse ends the
+// process on purpose (equaliser band types, the auto gain's window and step).
+std::vector<float> hostile_sections(float v)
+{
+    std::vector<float> rec = reference_record();
+    for (int w = 30; w < EQDRC_RECORD_WORDS; w++) {
+        const bool eqType = w >= 100 && w < 200 && (w - 100) % 5 == 1;
+        const bool meterTimes = w == 33 || w == 34;
+        if (!eqType && !meterTimes)
+            rec[w] = v;
+    }
+    return rec;
+}
+
+TEST(HostileRecords, NaNPreGainOutputsFullScale)
+{
+    std::vector<float> rec = eqdrc_test::blank_record();
+    rec[20] = rec[25] = kNaN;
+    AudioPostState *chain = nullptr;
+    eqdrc_test::capture_stderr([&] { chain = AudioPost_Init(rec.data(), kFrame); });
+    ASSERT_NE(chain, nullptr);
+    std::vector<int16_t> pcm = music_frame(0);
+    ASSERT_EQ(AudioPost_Process(chain, pcm.data(), pcm.data(), 2, kFrame), kFrame * 2 * 2);
+    for (int16_t s : pcm)
+        ASSERT_EQ(s, 32767);  // NaN is "not less than full scale"
+    AudioPost_Destroy(chain);
+}
+
+TEST(HostileRecords, InfinitePreGainSaturatesBothWays)
+{
+    std::vector<float> rec = eqdrc_test::blank_record();
+    rec[20] = rec[25] = kInf;
+    AudioPostState *chain = nullptr;
+    eqdrc_test::capture_stderr([&] { chain = AudioPost_Init(rec.data(), kFrame); });
+    std::vector<int16_t> pcm(kFrame * 2, 0);
+    pcm[0] = 1;
+    pcm[1] = -1;  // 0 x inf is NaN: full scale as well
+    AudioPost_Process(chain, pcm.data(), pcm.data(), 2, kFrame);
+    EXPECT_EQ(pcm[0], 32767);
+    EXPECT_EQ(pcm[1], -32768);
+    EXPECT_EQ(pcm[2], 32767);
+    AudioPost_Destroy(chain);
+}
+
+// Every stage on, every section word hostile: the chain builds, runs, retunes, reports
+// and tears down; the frame is always the full size.
+class HostileSections : public testing::TestWithParam<float> {};
+
+TEST_P(HostileSections, ChainRunsRetunesAndReadsBack)
+{
+    const std::vector<float> hostile = hostile_sections(GetParam());
+    const std::vector<float> reference = reference_record();
+    eqdrc_test::capture_stderr([&] {
+        AudioPostState *st = AudioPost_Init(hostile.data(), kFrame);
+        ASSERT_NE(st, nullptr);
+        std::vector<float> back(EQDRC_RECORD_WORDS, 0.0f);
+        for (int f = 0; f < 12; f++) {
+            std::vector<int16_t> pcm = music_frame(f);
+            ASSERT_EQ(AudioPost_Process(st, pcm.data(), pcm.data(), 2, kFrame), kFrame * 4);
+            if (f == 4) {
+                ASSERT_EQ(AudioPost_SetPara(st, reference.data(), kFrame), 0);
+            }
+            if (f == 8) {
+                ASSERT_EQ(AudioPost_SetPara(st, hostile.data(), kFrame), 0);
+            }
+        }
+        ASSERT_EQ(AudioPost_GetPara(st, back.data()), 0);
+        AudioPost_Destroy(st);
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryValue, HostileSections, testing::ValuesIn(kHostile));
+
+// Header words that size or time everything: a sample rate of zero or below, and channel
+// counts from NaN (zero channels).  Nothing may hang or divide its way out of bounds.
+TEST(HostileRecords, DegenerateSampleRatesAndChannelCounts)
+{
+    for (float rate : {0.0f, -48000.0f, kNaN, kInf, 1.0f}) {
+        for (float channels : {kNaN, 0.0f, 1.0f, 2.0f}) {
+            std::vector<float> rec = reference_record();
+            rec[0] = rate;
+            rec[3] = channels;
+            rec[10] = 0.0f;  // the auto gain's step would be zero samples: a fatal frame
+            AudioPostState *st = nullptr;
+            eqdrc_test::capture_stderr([&] { st = AudioPost_Init(rec.data(), kFrame); });
+            ASSERT_NE(st, nullptr);
+            const int ch = std::isnan(channels) ? 0 : static_cast<int>(channels);
+            for (int f = 0; f < 3; f++) {
+                std::vector<int16_t> pcm = music_frame(f, 2);
+                EXPECT_EQ(AudioPost_Process(st, pcm.data(), pcm.data(), ch, kFrame), kFrame * ch * 2);
+            }
+            std::vector<float> back(EQDRC_RECORD_WORDS);
+            AudioPost_GetPara(st, back.data());
+            AudioPost_Destroy(st);
+        }
+    }
+}
+
+// ---------------------------------------------------------------------------------
+// The stages, each fed every hostile value at several frame lengths (zero and negative
+// included), then a sine.
+
+template <class State, class Process>
+void feed_hostile(State *st, Process process, int channels)
+{
+    for (int n : {kFrame, 1, 0, -5, kFrame / 3}) {
+        for (float v : kHostile) {
+            Planar p(channels, n > 0 ? n : 1);
+            fill(p, v);
+            process(st, p.ptrs(), p.ptrs(), n);
+        }
+    }
+}
+
+TEST(HostileSignals, EveryStageSurvivesEveryValue)
+{
+    const std::vector<float> rec = reference_record();
+    eqdrc_test::capture_stderr([&] {
+        EQ10State *eq = EQ10_Init(rec.data() + 100, 16, kFs, 2, kFrame, 0);
+        feed_hostile(eq, EQ10_Process, 2);
+        EQ10_Destroy(eq);
+
+        MultiBandDRCState *drc = MultiBandDRC_Init(rec.data() + 200, 16, kFs, 2, 0);
+        feed_hostile(drc, MultiBandDRC_Process, 2);
+        MultiBandDRC_Destroy(drc);
+
+        MaximizerState *mx = Maximizer_Init(rec.data() + 400, 16, kFs, 2, kFrame, 0);
+        feed_hostile(mx, Agc_Process, 2);
+        feed_hostile(mx, Maximizer_Process, 2);
+        Maximizer_Destroy(mx);
+
+        BassEnhancerState *be = BassEnhancer_Init(rec.data() + 60, 16, kFs, 2, 0);
+        feed_hostile(be, BassEnhancer_Process, 2);
+        BassEnhancer_Destroy(be);
+
+        ExciterState *ex = Exciter_Init(rec.data() + 80, 16, kFs, 2, 0);
+        feed_hostile(ex, Exciter_Process, 2);
+        Exciter_Destroy(ex);
+
+        DeEsserState *de = DeEsser_Init(rec.data() + 90, 16, kFs, 2, kFrame, 0);
+        feed_hostile(de, DeEsser_Process, 2);
+        DeEsser_Destroy(de);
+    });
+}
+
+// The limiter and the AGC measure a frame by its peak, which a NaN sample cannot raise:
+// a NaN frame moves their gains exactly as a silent frame does, so the next real frame
+// comes out bit for bit as after silence.
+TEST(HostileSignals, NaNFrameMovesDynamicsGainsAsSilence)
+{
+    const std::vector<float> rec = reference_record();
+    auto run = [&](float first) {
+        MaximizerState *st = Maximizer_Init(rec.data() + 400, 16, kFs, 2, kFrame, 0);
+        Planar p(2, kFrame);
+        fill_sine(p, 0);
+        Agc_Process(st, p.ptrs(), p.ptrs(), kFrame);
+        Maximizer_Process(st, p.ptrs(), p.ptrs(), kFrame);
+        fill(p, first);
+        Agc_Process(st, p.ptrs(), p.ptrs(), kFrame);
+        Maximizer_Process(st, p.ptrs(), p.ptrs(), kFrame);
+        std::vector<float> gains = {st->agc_cur_gain[0], st->agc_cur_gain[1], st->max_cur_gain[0],
+                                    st->max_cur_gain[1]};
+        fill_sine(p, kFrame);
+        Agc_Process(st, p.ptrs(), p.ptrs(), kFrame);
+        Maximizer_Process(st, p.ptrs(), p.ptrs(), kFrame);
+        gains.insert(gains.end(), p.data[0].begin(), p.data[0].end());
+        gains.insert(gains.end(), p.data[1].begin(), p.data[1].end());
+        Maximizer_Destroy(st);
+        return gains;
+    };
+    const std::vector<float> afterSilence = run(0.0f);
+    const std::vector<float> afterNaN = run(kNaN);
+    for (size_t i = 0; i < 4; i++)
+        EXPECT_TRUE(std::isfinite(afterNaN[i])) << "gain " << i;
+    EXPECT_TRUE(same_bits(afterNaN, afterSilence));
+}
+
+// The auto gain's headroom is the frame's peak, which a NaN sample cannot raise either:
+// the gain stays finite and a real frame after it comes out finite.
+TEST(HostileSignals, NaNFrameLeavesTheAutoGainFinite)
+{
+    const std::vector<float> rec = reference_record();
+    AutoGainState *st = AutoGain_Init(rec.data() + 30, 16, kFs, 2, kFrame);
+    Planar p(2, kFrame);
+    for (int f = 0; f < 40; f++) {
+        fill_sine(p, f * kFrame);
+        if (f == 10 || f == 11)
+            fill(p, kNaN);
+        AutoGain_Process(st, p.ptrs(), p.ptrs(), kFrame);
+        ASSERT_TRUE(std::isfinite(st->currentGain)) << "frame " << f;
+    }
+    EXPECT_TRUE(all_finite(p));
+    AutoGain_Destroy(st);
+}
+
+// The enhancers restart their filters from rest when retuned, so a NaN that reached
+// their memories is gone after a _SetPara.  (The exciter's output stays finite even
+// before: its clipper turns the NaN of its input filter into 1.0.)
+TEST(HostileSignals, RetuningClearsANaNFromTheEnhancers)
+{
+    const std::vector<float> rec = reference_record();
+    auto check = [](const char *name, auto *st, auto process, auto setPara, const float *section,
+                    const float *memory) {
+        Planar p(2, kFrame);
+        fill(p, kNaN);
+        process(st, p.ptrs(), p.ptrs(), kFrame);
+        fill_sine(p, 0);
+        process(st, p.ptrs(), p.ptrs(), kFrame);
+        EXPECT_TRUE(std::isnan(*memory)) << name;  // a plain IIR filter keeps it
+        setPara(st, section);
+        fill_sine(p, kFrame);
+        process(st, p.ptrs(), p.ptrs(), kFrame);
+        EXPECT_TRUE(std::isfinite(*memory)) << name;
+        EXPECT_TRUE(all_finite(p)) << name;
+    };
+    BassEnhancerState *be = BassEnhancer_Init(rec.data() + 60, 16, kFs, 2, 0);
+    check("bass enhancer", be, BassEnhancer_Process, BassEnhancer_SetPara, rec.data() + 60, be->splitLow.state);
+    BassEnhancer_Destroy(be);
+    ExciterState *ex = Exciter_Init(rec.data() + 80, 16, kFs, 2, 0);
+    check("exciter", ex, Exciter_Process, Exciter_SetPara, rec.data() + 80, ex->inputHighState);
+    Exciter_Destroy(ex);
+    DeEsserState *de = DeEsser_Init(rec.data() + 90, 16, kFs, 2, kFrame, 0);
+    check("de-esser", de, DeEsser_Process, DeEsser_SetPara, rec.data() + 90, &de->bandPassState[0][0]);
+    DeEsser_Destroy(de);
+}
+
+// ---------------------------------------------------------------------------------
+// Levels and tables.
+
+// A gain table is read at entry 0 for a NaN level (the index of NaN is 0) and for -inf,
+// at its last entry for +inf and for levels far above the grid; a NaN grid reads entry 0.
+TEST(HostileLevels, TableLookupSaturatesToItsEnds)
+{
+    float table[201];
+    for (int i = 0; i < 201; i++)
+        table[i] = static_cast<float>(i);
+    EXPECT_EQ(table_search(200, table, kNaN, -64.0f, 3.125f), 0.0f);
+    EXPECT_EQ(table_search(200, table, -kInf, -64.0f, 3.125f), 0.0f);
+    EXPECT_EQ(table_search(200, table, kInf, -64.0f, 3.125f), 200.0f);
+    EXPECT_EQ(table_search(200, table, 1e30f, -64.0f, 3.125f), 200.0f);
+    EXPECT_EQ(table_search(200, table, -3.0f, kNaN, 3.125f), 0.0f);
+    EXPECT_EQ(table_search(200, table, -3.0f, -64.0f, kNaN), 0.0f);
+    EXPECT_EQ(table_search(200, table, -3.0f, -64.0f, -kInf), 0.0f);  // negative scale
+}
+
+// The meter stores only blocks whose mean energy passes the absolute gate; a NaN block
+// does not, and as the window's running sum stays NaN, no later block does either: the
+// read-out keeps the loudness measured before the NaN.
+TEST(HostileLevels, NaNFreezesTheLoudnessReadOut)
+{
+    Ebur128State *m = ebur128_init(16, kFs, 2, 400, 100);
+    Planar p(2, 4800);
+    for (int f = 0; f < 20; f++) {
+        fill_sine(p, f * 4800);
+        ebur128_addframes(m, p.ptrs(), 4800);
+    }
+    const float before = ebur128_gatedloudness(m);
+    ASSERT_TRUE(std::isfinite(before));
+    p.data[0][100] = kNaN;
+    ebur128_addframes(m, p.ptrs(), 4800);
+    for (int f = 0; f < 20; f++) {
+        fill_sine(p, f * 4800);
+        for (auto &ch : p.data)
+            for (float &x : ch)
+                x *= 3.0f;  // louder, which a working meter would report
+        ebur128_addframes(m, p.ptrs(), 4800);
+    }
+    EXPECT_EQ(ebur128_gatedloudness(m), before);
+    ebur128_destroy(m);
+}
+
+// NaN times give a NaN ballistic: the bands report level 0 (NaN truncates to 0), and
+// nothing hangs or leaves the band arrays.
+TEST(HostileLevels, LevelDetectorWithNaNTimesReportsZero)
+{
+    LevelDetectorState *st = nullptr;
+    eqdrc_test::capture_stderr([&] {
+        st = LevelDetector_Init(16, kFs, 2, kFrame);
+        LevelDetector_SetPara(st, nullptr, kNaN, kNaN, kNaN);
+    });
+    std::vector<int16_t> pcm = music_frame(0);
+    LevelDetector_Process(st, pcm.data(), kFrame);
+    LevelDetectorResult res;
+    LevelDetector_GetRes(st, &res);
+    for (int b = 0; b < 10; b++)
+        EXPECT_EQ(res.level[b], 0) << "band " << b;
+    LevelDetector_Destroy(st);
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------
+// Records that break the channel rules, and absurd limiter thresholds: once found by the
+// fuzzers, they must stay inside memory and free of undefined behaviour (the ASan+UBSan
+// build is the real check).
+namespace {
+
+// A limiter threshold below about -5.4e8 dB makes a knee of 2^30 or more, whose double
+// the gain curve forms in int.
+TEST(ChannelRuleBreaks, HugeLimiterKneeDoesNotOverflow)
+{
+    // The doubled knee wraps to -2 as 32-bit arithmetic does on the device: a finite,
+    // if odd, curve value rather than undefined behaviour.
+    EXPECT_TRUE(std::isfinite(max_table_caculate(INT32_MAX, 0.0f, -3.0f)));
+    MaximizerState *st = Maximizer_Init(nullptr, 16, kFs, 2, kFrame, 0);
+    Maximizer_AdjustPara(st, 0, -2e9f, -1.0f, 100.0f);
+    std::vector<float> frame(kFrame, 1000.0f);
+    float *planes[2] = {frame.data(), frame.data()};
+    Maximizer_Process(st, planes, planes, kFrame);
+    Maximizer_Destroy(st);
+}
+
+// The read-back writes a pre-gain for every allocated channel at word 20 + 5c: more
+// than 105 channels must not write past the 544 words.
+TEST(ChannelRuleBreaks, ReadBackOfManyChannelsStaysInTheRecord)
+{
+    std::vector<float> rec = eqdrc_test::blank_record(kFs, 16, 200);
+    AudioPostState *st = AudioPost_Init(rec.data(), 16);  // stderr left open for the report
+    std::vector<float> back(EQDRC_RECORD_WORDS, -7.0f);
+    AudioPost_GetPara(st, back.data());
+    EXPECT_EQ(back[3], 200.0f);
+    EXPECT_EQ(back[EQDRC_RECORD_WORDS - 4], 0.0f);  // channel 104's pre-gain, the last that fits
+    AudioPost_Destroy(st);
+}
+
+// An unlinked equaliser of nine channels reads its ninth block past the record.
+TEST(ChannelRuleBreaks, EqualiserOfNineChannelsStaysInTheRecord)
+{
+    std::vector<float> rec = eqdrc_test::blank_record(kFs, 16, 9);
+    rec[14] = 1.0f;  // EQ10 on; the first eight channels boost, the ninth has no block
+    for (int c = 0; c < 8; c++)
+        for (int w : {0, 1, 2, 3, 4})
+            rec[100 + 50 * c + w] = std::vector<float>{1.0f, 2.0f, 1000.0f, 1.0f, 6.0f}[w];
+    AudioPostState *st = AudioPost_Init(rec.data(), 16);  // stderr left open for the report
+    std::vector<int16_t> pcm(16 * 9);
+    for (int i = 0; i < 16; i++)
+        for (int c = 0; c < 9; c++)
+            pcm[i * 9 + c] = 1000;
+    AudioPost_Process(st, pcm.data(), pcm.data(), 9, 16);
+    EXPECT_NE(pcm[0], 1000);  // channel 0 is boosted
+    EXPECT_EQ(pcm[8], 1000);  // channel 8 has every band off
+    EXPECT_EQ(AudioPost_SetPara(st, rec.data(), 16), 0);
+    std::vector<float> back(EQDRC_RECORD_WORDS);
+    AudioPost_GetPara(st, back.data());
+    EXPECT_EQ(back[100 + 50 * 7 + 4], 6.0f);
+    AudioPost_Destroy(st);
+}
+
+// The byte count frameLen x channels x 2 of a frame is formed in int.
+TEST(ChannelRuleBreaks, FrameByteCountOfAnAbsurdChannelCountDoesNotOverflow)
+{
+    std::vector<float> rec = eqdrc_test::blank_record();
+    rec[3] = -2147483648.0f;
+    AudioPostState *st = AudioPost_Init(rec.data(), kFrame);
+    int16_t pcm[1] = {};
+    AudioPost_Process(st, pcm, pcm, 0, kFrame);
+    AudioPost_Destroy(st);
+}
+
+}  // namespace
