@@ -1,13 +1,17 @@
 #!/usr/bin/env bash
-# Builds and tests everything, in four variants that must agree bit for bit:
+# Builds and tests everything.  The first four variants must agree bit for bit:
 #   release  -O2 build: unit tests, conformance vectors, and a C host built against an
 #            installed copy (through pkg-config and through find_package);
 #   debug    -O0 build: unit tests and conformance vectors;
 #   asan     ASan+UBSan build: unit tests (leak checking on) and conformance vectors;
 #   aarch64  cross build (cmake/toolchains/aarch64-linux-gnu.cmake): unit tests and
-#            conformance vectors under qemu-user.
+#            conformance vectors under qemu-user;
+#   fuzz     every libFuzzer target for 45 s (ASan+UBSan), failing on any finding;
+#   valgrind memcheck of quorvel_enh, only the required leaks suppressed (needs release);
+#   mathf    our maths functions against this machine's libm on all 2^32 arguments
+#            (x86-64 glibc 2.36 only, about 5 minutes; not in the default list).
 # The conformance families checked are those listed in .ci/conformance-families.
-#   ./test.sh [VARIANT ...]      (default: release debug asan)
+#   ./test.sh [VARIANT ...]      (default: release debug asan aarch64 fuzz valgrind)
 set -euo pipefail
 cd "$(dirname "$0")"
 tools/ensure-deps.sh --with-cross
@@ -73,8 +77,23 @@ variant_aarch64() {
     CC=aarch64-linux-gnu-gcc CHECK_RUNNER="qemu-aarch64 -L /usr/aarch64-linux-gnu" conformance build-arm64
 }
 
+variant_fuzz() {
+    echo "== fuzz (libFuzzer with ASan+UBSan, 45 s per target)"
+    tools/fuzz.sh 45
+}
+
+variant_valgrind() {
+    echo "== valgrind (memcheck of quorvel_enh; only the required leaks suppressed)"
+    tools/valgrind-check.sh build
+}
+
+variant_mathf() {
+    echo "== mathf (our maths functions against this machine's libm, all 2^32 arguments)"
+    TIMEOUT=1800 tools/check-mathf.sh
+}
+
 variants=("$@")
-[ ${#variants[@]} -gt 0 ] || variants=(release debug asan)
+[ ${#variants[@]} -gt 0 ] || variants=(release debug asan aarch64 fuzz valgrind)
 for v in "${variants[@]}"; do
     t0=$SECONDS
     "variant_$v"

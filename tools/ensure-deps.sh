@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build, the tests and the demo need, when missing.
 #   tools/ensure-deps.sh [--with-cross]     (also the aarch64 cross compiler and qemu-user)
+#   tools/ensure-deps.sh --with-sox         (also sox, for tools/compare-sox.sh)
 set -euo pipefail
 need=()
 have() { command -v "$1" >/dev/null 2>&1; }
@@ -12,6 +13,20 @@ have pkg-config || need+=(pkg-config)
 have xzcat || need+=(xz-utils)
 [ -f /usr/include/gtest/gtest.h ] || need+=(libgtest-dev)
 [ -f /usr/include/benchmark/benchmark.h ] || need+=(libbenchmark-dev)
+# eqdrc, the tuning and file-processing tool
+[ -f /usr/include/CLI/CLI.hpp ] || need+=(libcli11-dev)
+[ -f /usr/include/nlohmann/json.hpp ] || need+=(nlohmann-json3-dev)
+[ -f /usr/include/sndfile.h ] || need+=(libsndfile1-dev)
+[ -f /usr/include/ebur128.h ] || need+=(libebur128-dev)
+# fuzz targets (clang with libFuzzer) and the valgrind check
+have clang++ || need+=(clang)
+compgen -G "/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-*.a" >/dev/null || need+=(libclang-rt-dev)
+have valgrind || need+=(valgrind)
+# the exhaustive maths check (tools/check-mathf.sh) classifies differences with MPFR
+[ -f /usr/include/mpfr.h ] || need+=(libmpfr-dev)
+if [ "${1:-}" = --with-sox ]; then  # optional: tools/compare-sox.sh
+    have sox || need+=(sox)
+fi
 if [ "${1:-}" = --with-cross ]; then  # the aarch64 test variant
     [ -f /usr/src/googletest/CMakeLists.txt ] || need+=(googletest)
     have aarch64-linux-gnu-g++ || need+=(g++-aarch64-linux-gnu)
