@@ -8,10 +8,11 @@
 #            conformance vectors under qemu-user;
 #   fuzz     every libFuzzer target for 45 s (ASan+UBSan), failing on any finding;
 #   valgrind memcheck of quorvel_enh, only the required leaks suppressed (needs release);
+#   python   the Python package's tests (python/tests) against build/;
 #   mathf    our maths functions against this machine's libm on all 2^32 arguments
 #            (x86-64 glibc 2.36 only, about 5 minutes; not in the default list).
 # The conformance families checked are those listed in .ci/conformance-families.
-#   ./test.sh [VARIANT ...]      (default: release debug asan aarch64 fuzz valgrind)
+#   ./test.sh [VARIANT ...]      (default: release debug asan aarch64 fuzz valgrind python)
 set -euo pipefail
 cd "$(dirname "$0")"
 tools/ensure-deps.sh --with-cross
@@ -92,8 +93,19 @@ variant_mathf() {
     TIMEOUT=1800 tools/check-mathf.sh
 }
 
+variant_python() {
+    echo "== python (the tqeqdrc package against the library and the eqdrc tool in build/)"
+    [ -x build/tools/eqdrc/eqdrc ] && [ -f build/libtqaudio_effect_eqdrc.so ] ||
+        { cmake -S . -B build -DCMAKE_BUILD_TYPE=Release >/dev/null && cmake --build build -j"$jobs" >/dev/null; }
+    # Debian's interpreter, where python3-numpy/-pytest/-matplotlib live, even when another
+    # python3 comes first on PATH.
+    local py=python3
+    [ -x /usr/bin/python3 ] && py=/usr/bin/python3
+    PYTHONDONTWRITEBYTECODE=1 TQEQDRC_LIB="$PWD/build" timeout 600 "$py" -m pytest -q -p no:cacheprovider python/tests
+}
+
 variants=("$@")
-[ ${#variants[@]} -gt 0 ] || variants=(release debug asan aarch64 fuzz valgrind)
+[ ${#variants[@]} -gt 0 ] || variants=(release debug asan aarch64 fuzz valgrind python)
 for v in "${variants[@]}"; do
     t0=$SECONDS
     "variant_$v"

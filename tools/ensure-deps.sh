@@ -24,6 +24,11 @@ compgen -G "/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-*.a" >/dev/
 have valgrind || need+=(valgrind)
 # the exhaustive maths check (tools/check-mathf.sh) classifies differences with MPFR
 [ -f /usr/include/mpfr.h ] || need+=(libmpfr-dev)
+# the Python bindings' tests and pictures (python/; test.sh python)
+py=/usr/bin/python3; [ -x "$py" ] || py=python3
+"$py" -c 'import numpy' 2>/dev/null || need+=(python3-numpy)
+"$py" -c 'import pytest' 2>/dev/null || need+=(python3-pytest)
+"$py" -c 'import matplotlib' 2>/dev/null || need+=(python3-matplotlib)
 if [ "${1:-}" = --with-sox ]; then  # optional: tools/compare-sox.sh
     have sox || need+=(sox)
 fi
