@@ -378,7 +378,10 @@ EQDRC_API int LevelDetector_Destroy(LevelDetectorState *state);
 
 /* ===================================================================== */
 /** @name Loudness meter
- *  K-weighted, gated loudness in LUFS over a sliding window evaluated every step. @{ */
+ *  K-weighted, gated loudness in LUFS over a sliding window evaluated every step.
+ *  ebur128_init and ebur128_destroy share their names (not their arguments) with the
+ *  independent libebur128: a program linking both must make sure each call binds to
+ *  the library it means (e.g. look one up with dlsym in its own library handle). @{ */
 /* ===================================================================== */
 
 typedef struct Ebur128State Ebur128State;
