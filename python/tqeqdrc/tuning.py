@@ -179,8 +179,8 @@ def decode_value(j, kind, labels, path):
             else ("array" if isinstance(j, list) else "object")
         raise TuningError("%s: expected a number, found %s" % (path, found))
     if isinstance(j, int) and -2**63 <= j < 2**64:
-        # The tool reads these as 64-bit integers, those above 2^63 - 1 as signed (wrapped).
-        return _int_bits(j - 2**64 if j >= 2**63 else j)
+        # The tool reads these as 64-bit integers, signed or unsigned.
+        return _int_bits(j)
     if isinstance(j, (int, float)):
         with np.errstate(over="ignore"):
             return int(np.array([float(j)], dtype=np.float64).astype(np.float32).view(np.uint32)[0])

@@ -165,10 +165,12 @@ OrderedJson encode_value(float v, Kind kind, const std::vector<std::string> *lab
 float decode_value(const OrderedJson &j, Kind kind, const std::vector<std::string> *labels,
                    const std::string &path)
 {
-    if (j.is_number_integer())
-        return static_cast<float>(j.get<int64_t>());
+    // Unsigned first: the JSON library counts unsigned numbers as integers too, and
+    // reading one above 2^63 - 1 as int64_t would wrap it negative.
     if (j.is_number_unsigned())
         return static_cast<float>(j.get<uint64_t>());
+    if (j.is_number_integer())
+        return static_cast<float>(j.get<int64_t>());
     if (j.is_number_float())
         return static_cast<float>(j.get<double>());
     if (j.is_string()) {
