@@ -184,9 +184,19 @@ int AudioPostState::process(const int16_t *in, int16_t *out, int swFrmLen)
         fatal_exit();
     }
     const int ch = indexed_channels();
-    for (int c = 0; c < ch; c++)
-        for (int i = 0; i < swFrmLen; i++)
-            buffers[c][i] = static_cast<float>(in[static_cast<size_t>(i) * channels + c]) * gainLin[c];
+    if (ch == 2 && channels == 2) {
+        // The common stereo frame, written so that the compiler can keep it in vectors.
+        float *b0 = buffers[0], *b1 = buffers[1];
+        const float g0 = gainLin[0], g1 = gainLin[1];
+        for (int i = 0; i < swFrmLen; i++) {
+            b0[i] = static_cast<float>(in[2 * i]) * g0;
+            b1[i] = static_cast<float>(in[2 * i + 1]) * g1;
+        }
+    } else {
+        for (int c = 0; c < ch; c++)
+            for (int i = 0; i < swFrmLen; i++)
+                buffers[c][i] = static_cast<float>(in[static_cast<size_t>(i) * channels + c]) * gainLin[c];
+    }
 
     // A stage whose creation failed (a live record with a bad bit depth) has no handle:
     // it is skipped rather than called.
@@ -211,14 +221,23 @@ int AudioPostState::process(const int16_t *in, int16_t *out, int swFrmLen)
     // Clamp to [-1 - FS, FS] (NaN goes to FS), truncate, keep the low 16 bits: 24- and
     // 32-bit records wrap here, as devices have always heard them.
     const float low = -1.0f - fullScale;
-    for (int c = 0; c < ch; c++) {
+    const float high = fullScale;
+    auto to_output = [low, high](float v) {
+        if (!(v < high))
+            v = high;
+        int32_t s = v <= low ? to_int32(low) : to_int32(v);
+        return static_cast<int16_t>(static_cast<uint16_t>(static_cast<uint32_t>(s) & 0xFFFFu));
+    };
+    if (ch == 2 && channels == 2) {
+        const float *b0 = buffers[0], *b1 = buffers[1];
         for (int i = 0; i < swFrmLen; i++) {
-            float v = buffers[c][i];
-            if (!(v < fullScale))
-                v = fullScale;
-            int32_t s = v <= low ? to_int32(low) : to_int32(v);
-            out[static_cast<size_t>(i) * channels + c] = static_cast<int16_t>(static_cast<uint16_t>(static_cast<uint32_t>(s) & 0xFFFFu));
+            out[2 * i] = to_output(b0[i]);
+            out[2 * i + 1] = to_output(b1[i]);
         }
+    } else {
+        for (int c = 0; c < ch; c++)
+            for (int i = 0; i < swFrmLen; i++)
+                out[static_cast<size_t>(i) * channels + c] = to_output(buffers[c][i]);
     }
     // Channels a live record added beyond the allocation pass through untouched.
     for (int c = ch < 0 ? 0 : ch; c < channels; c++)

@@ -7,6 +7,7 @@
 #include "chain/mathf.h"
 #include "dynamics/maximizer.h"
 #include "filters/gain_table.h"
+#include "filters/lanes.h"
 
 namespace {
 
@@ -73,12 +74,7 @@ void MaximizerState::process_agc(const float *const *in, float *const *out, int 
         const float *x = in[ch];
         float *y = out[ch];
         float meanSquare = 0.0f;
-        for (int i = 0; i < n; i++) {
-            const float mag = fabsf(x[i]);
-            meanSquare = meanSquare + mag * mag / frames;
-            if (mag > peak)
-                peak = mag;
-        }
+        peak = eqdrc::running_peak(x, n, peak, frames, &meanSquare);
         const float peakDb = (eqdrc::mathf::log10f(peak + 1.0f) - log10_full_scale) * 20.0f;
         const float p = agc_cur_gain[ch];
 

@@ -13,6 +13,8 @@
 #include "chain/scale.h"
 #include "chain/stage_setup.h"
 #include "filters/gain_table.h"
+#include "filters/lanes.h"
+#include "filters/paired_cascade.h"
 
 namespace {
 
@@ -128,10 +130,17 @@ void MaximizerState::ramp_then_hold(const float *x, float *y, int n, int m, floa
     const float delta = (to - from) / static_cast<float>(m);
     float a = from;
     int i = 0;
+    const bool blocks = eqdrc::reads_stay_ahead(x, y, n);
+    if (blocks)
+        for (; i + eqdrc::kLanes <= m; i += eqdrc::kLanes)
+            eqdrc::store(y + i, eqdrc::load(x + i) * eqdrc::ramp_lanes(a, delta));
     for (; i < m; i++) {
         a = a + delta;
         y[i] = x[i] * a;
     }
+    if (blocks)
+        for (; i + eqdrc::kLanes <= n; i += eqdrc::kLanes)
+            eqdrc::store(y + i, eqdrc::load(x + i) * eqdrc::splat(a));
     for (; i < n; i++)
         y[i] = x[i] * a;
 }
@@ -143,11 +152,7 @@ void MaximizerState::process_limiter(const float *const *in, float *const *out, 
     for (int ch = 0; ch < channels; ch++) {
         const float *x = in[ch];
         float *y = out[ch];
-        for (int i = 0; i < n; i++) {
-            const float mag = fabsf(x[i]);
-            if (mag > peak)
-                peak = mag;
-        }
+        peak = eqdrc::running_peak(x, n, peak, frames, nullptr);
         const float levelDb = (eqdrc::mathf::log10f(peak + 1.0f) - log10_full_scale) * 20.0f;
         const float g = eqdrc::gain_table_lookup(eqdrc::kGainTableLast, max_tables[ch], levelDb, max_x0[ch],
                                                  max_scale[ch]);
@@ -179,11 +184,21 @@ void MaximizerState::process_limiter(const float *const *in, float *const *out, 
         const float c = max_release_coef[ch];
         const float next = (1.0f - c) * p + c * g;
         const float step = (next - p) / frames;
+        const float top = full_scale, bottom = -full_scale;
         float a = p;
-        for (int i = 0; i < n; i++) {
+        int i = 0;
+        if (eqdrc::reads_stay_ahead(x, y, n)) {
+            const eqdrc::f32x4 high = eqdrc::splat(top), low = eqdrc::splat(bottom);
+            for (; i + eqdrc::kLanes <= n; i += eqdrc::kLanes) {
+                const eqdrc::f32x4 v = eqdrc::load(x + i) * eqdrc::ramp_lanes(a, step);
+                const eqdrc::f32x4 inner = eqdrc::select(eqdrc::greater_equal(v, low), v, low);
+                eqdrc::store(y + i, eqdrc::select(eqdrc::greater(v, high), high, inner));
+            }
+        }
+        for (; i < n; i++) {
             a = a + step;
             const float v = x[i] * a;
-            y[i] = v > full_scale ? full_scale : v >= -full_scale ? v : -full_scale;
+            y[i] = v > top ? top : v >= bottom ? v : bottom;
         }
         max_cur_gain[ch] = next;
     }

@@ -10,6 +10,8 @@
 #include "chain/numeric.h"
 #include "chain/scale.h"
 #include "chain/stage_setup.h"
+#include "filters/lanes.h"
+#include "filters/paired_cascade.h"
 
 namespace {
 
@@ -69,6 +71,21 @@ void AutoGainState::compute_coefficients()
     attackCoef = frame_coefficient(frameLen, sampleRate, attackMs);
 }
 
+namespace {
+
+// The loop below reads and writes sample by sample, channel by channel; a block of four
+// samples per channel gives the same unless an output starts inside an input past its
+// start, or one channel's output overlaps the other's input.
+bool blocks_of_four_safe(const float *const *in, const float *const *out, int n)
+{
+    const float *const swappedIn[2] = {in[1], in[0]};
+    const float *const swappedOut[2] = {out[1], out[0]};
+    return eqdrc::channels_independent(in, out, n) && eqdrc::channels_independent(swappedIn, swappedOut, n) &&
+           eqdrc::reads_stay_ahead(in[0], out[0], n) && eqdrc::reads_stay_ahead(in[1], out[1], n);
+}
+
+}  // namespace
+
 void AutoGainState::process(const float *const *in, float *const *out, int n)
 {
     if (stepSamples < n) {
@@ -78,11 +95,7 @@ void AutoGainState::process(const float *const *in, float *const *out, int n)
 
     float peak = 0.0f;
     for (int ch = 0; ch < channels; ch++)
-        for (int i = 0; i < n; i++) {
-            const float a = fabsf(in[ch][i]);
-            if (a > peak)
-                peak = a;
-        }
+        peak = eqdrc::running_peak(in[ch], n, peak, 0.0f, nullptr);
     const float maxGain = static_cast<float>(static_cast<double>(fullScale) / (static_cast<double>(peak) + kPeakFloor));
 
     if (countdown <= 0) {
@@ -103,7 +116,18 @@ void AutoGainState::process(const float *const *in, float *const *out, int n)
     const float step = (next - currentGain) / static_cast<float>(frameLen);
 
     float g = currentGain;
-    for (int i = 0; i < n; i++) {
+    int i = 0;
+    if (channels == 2 && blocks_of_four_safe(in, out, n)) {
+        for (; i + eqdrc::kLanes <= n; i += eqdrc::kLanes) {
+            // The gains of samples i .. i + 3: the ramp before each of its steps.
+            const float g0 = g;
+            const eqdrc::f32x4 after = eqdrc::ramp_lanes(g, step);
+            const eqdrc::f32x4 gains = eqdrc::lanes(g0, after[0], after[1], after[2]);
+            for (int ch = 0; ch < 2; ch++)
+                eqdrc::store(out[ch] + i, eqdrc::load(in[ch] + i) * gains);
+        }
+    }
+    for (; i < n; i++) {
         for (int ch = 0; ch < channels; ch++)
             out[ch][i] = in[ch][i] * g;
         g = g + step;

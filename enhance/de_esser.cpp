@@ -10,6 +10,8 @@
 #include "chain/scale.h"
 #include "chain/stage_setup.h"
 #include "filters/biquad.h"
+#include "filters/lanes.h"
+#include "filters/paired_cascade.h"
 
 namespace {
 
@@ -32,6 +34,23 @@ float frame_decay(int32_t frameLen, int32_t sampleRate, float ms)
 {
     const float num = static_cast<float>(frameLen) * -static_cast<float>(eqdrc::kTimeConstantFactor);
     return eqdrc::mathf::expf(num / (static_cast<float>(sampleRate) * ms));
+}
+
+// sum + t[0] + t[4] + ... + t[4(n - 1)], added one after the other; unrolled only to
+// spare the loop its counting.
+float sum_in_order(float sum, const float *t, int n)
+{
+    constexpr int kStride = eqdrc::kLanes;
+    int i = 0;
+    for (; i + 4 <= n; i += 4) {
+        sum = sum + t[i * kStride];
+        sum = sum + t[(i + 1) * kStride];
+        sum = sum + t[(i + 2) * kStride];
+        sum = sum + t[(i + 3) * kStride];
+    }
+    for (; i < n; i++)
+        sum = sum + t[i * kStride];
+    return sum;
 }
 
 }  // namespace
@@ -109,6 +128,11 @@ void DeEsserState::process(const float *const *in, float *const *out, int n)
 {
     if (channels < 1)
         return;
+    if (channels == 2 && n >= 1 && n <= eqdrc::kDeEsserPairFrames && eqdrc::channels_independent(in, out, n) &&
+        eqdrc::reads_stay_ahead(in[0], out[0], n) && eqdrc::reads_stay_ahead(in[1], out[1], n)) {
+        process_pair(in, out, n);
+        return;
+    }
     // One accumulator for all channels: channel 1 decides on both channels' band energy.
     float energy = 0.0f;
     for (int ch = 0; ch < channels; ch++) {
@@ -117,13 +141,7 @@ void DeEsserState::process(const float *const *in, float *const *out, int n)
             const float y = eqdrc::biquad_step(bandPassCoeffs[ch], bandPassState[ch], x[i]);
             energy = energy + (y * y) / static_cast<float>(n);
         }
-        const float levelDb = 10.0f * eqdrc::mathf::log10f(energy + 1.0f) - 20.0f * log10FullScale;
-
-        float target;
-        if (thresholdDb[ch] < levelDb)
-            target = gain[ch] * attackCoef;  // towards the notch
-        else
-            target = (1.0f - releaseCoef) + releaseCoef * gain[ch];  // back towards dry, also on NaN
+        const float target = next_gain(ch, energy);
         // Sized for the creation frame length: a shorter frame stops short of the target.
         const float step = (target - gain[ch]) * inverseFrameLen;
 
@@ -136,6 +154,72 @@ void DeEsserState::process(const float *const *in, float *const *out, int n)
         }
         gain[ch] = target;
     }
+}
+
+float DeEsserState::next_gain(int ch, float energy) const
+{
+    const float levelDb = 10.0f * eqdrc::mathf::log10f(energy + 1.0f) - 20.0f * log10FullScale;
+    if (thresholdDb[ch] < levelDb)
+        return gain[ch] * attackCoef;  // towards the notch
+    return (1.0f - releaseCoef) + releaseCoef * gain[ch];  // back towards dry, also on NaN
+}
+
+// Both channels at once in lanes [band-pass 0, band-pass 1, notch 0, notch 1], all fed
+// the frame before any output is written; then the energy is summed in the order of the
+// loop above and each channel crossfaded.
+void DeEsserState::process_pair(const float *const *in, float *const *out, int n)
+{
+    using eqdrc::f32x4;
+    eqdrc::BiquadLanes c;
+    f32x4 z1, z2;
+    for (int lane = 0; lane < eqdrc::kLanes; lane++) {
+        const int ch = lane & 1;
+        c.set(lane, lane < 2 ? bandPassCoeffs[ch] : notchCoeffs[ch]);
+        z1[lane] = lane < 2 ? bandPassState[ch][0] : notchState[ch][0];
+        z2[lane] = lane < 2 ? bandPassState[ch][1] : notchState[ch][1];
+    }
+    // Per sample: the two energy terms, then the two notch outputs.
+    float held[eqdrc::kDeEsserPairFrames * eqdrc::kLanes];
+    const f32x4 frames = eqdrc::splat(static_cast<float>(n));
+    const eqdrc::m32x4 bandLanes = eqdrc::mask(true, true, false, false);
+    const float *x0 = in[0], *x1 = in[1];
+    for (int i = 0; i < n; i++) {
+        const f32x4 y = eqdrc::biquad_step(c, z1, z2, eqdrc::lanes(x0[i], x1[i], x0[i], x1[i]));
+        eqdrc::store(held + i * eqdrc::kLanes, eqdrc::select(bandLanes, (y * y) / frames, y));
+    }
+    for (int ch = 0; ch < 2; ch++) {
+        bandPassState[ch][0] = z1[ch];
+        bandPassState[ch][1] = z2[ch];
+        notchState[ch][0] = z1[2 + ch];
+        notchState[ch][1] = z2[2 + ch];
+    }
+
+    float energy = sum_in_order(0.0f, held, n);
+    const float target0 = next_gain(0, energy);
+    energy = sum_in_order(energy, held + 1, n);
+    const float target1 = next_gain(1, energy);
+    crossfade(0, target0, x0, held + 2, out[0], n);
+    crossfade(1, target1, x1, held + 3, out[1], n);
+}
+
+void DeEsserState::crossfade(int ch, float target, const float *x, const float *notched, float *y, int n)
+{
+    // Sized for the creation frame length: a shorter frame stops short of the target.
+    const float step = (target - gain[ch]) * inverseFrameLen;
+    float g = gain[ch];
+    int i = 0;
+    const eqdrc::f32x4 one = eqdrc::splat(1.0f);
+    for (; i + eqdrc::kLanes <= n; i += eqdrc::kLanes) {
+        const float *t = notched + i * eqdrc::kLanes;
+        const eqdrc::f32x4 nt = eqdrc::lanes(t[0], t[eqdrc::kLanes], t[2 * eqdrc::kLanes], t[3 * eqdrc::kLanes]);
+        const eqdrc::f32x4 gv = eqdrc::ramp_lanes(g, step);
+        eqdrc::store(y + i, eqdrc::load(x + i) * gv + (one - gv) * nt);
+    }
+    for (; i < n; i++) {
+        g = g + step;
+        y[i] = x[i] * g + (1.0f - g) * notched[i * eqdrc::kLanes];
+    }
+    gain[ch] = target;
 }
 
 void DeEsserState::set_para(const float *section)

@@ -15,6 +15,9 @@ constexpr int kDeEsserThreshold = 1;  // dBFS
 constexpr int kDeEsserChannelWords = 5;
 
 constexpr int kDeEsserMaxChannels = 2;
+// Longest frame the two-channel lane path holds on the stack; longer ones go one
+// channel at a time.
+constexpr int kDeEsserPairFrames = 1024;
 
 }  // namespace eqdrc
 
@@ -54,6 +57,12 @@ struct DeEsserState {
 
 private:
     void read_section(const float *section);
+    void process_pair(const float *const *in, float *const *out, int n);
+    // Moves gain[ch] towards dry or notch for the band energy measured so far.
+    float next_gain(int ch, float energy) const;
+    // Ramps channel `ch` from its gain to `target` across the frame, taking its notch
+    // output from every fourth float of `notched`.
+    void crossfade(int ch, float target, const float *x, const float *notched, float *y, int n);
     // Band-pass and notch of `ch`; the band-pass alpha is formed one of two ways.
     enum class AlphaForm { kCreation, kWithWidth };
     void design(int ch, AlphaForm form);

@@ -10,6 +10,8 @@
 #include "chain/mathf.h"
 #include "chain/numeric.h"
 #include "filters/biquad.h"
+#include "filters/lanes.h"
+#include "filters/paired_cascade.h"
 
 namespace {
 
@@ -131,6 +133,84 @@ int32_t Ebur128State::ring_size() const
 
 void Ebur128State::add_frames(const float *const *in, int frameLen)
 {
+    const int32_t ringSize = ring_size();
+    // Channel 1's slots follow channel 0's: with room for both in the ring, neither
+    // channel reads a slot the other writes in this frame, and they can run together.
+    if (channels == 2 && frameLen >= 1 && static_cast<int64_t>(frameLen) * 2 <= ringSize)
+        add_stereo_frames(in, frameLen);
+    else
+        add_frames_by_channel(in, frameLen);
+
+    countdown = eqdrc::wrapping_sub(countdown, frameLen);
+    if (countdown > 0)
+        return;
+    evaluate_block();
+    // One step per call at most: a frame longer than the step leaves the countdown at or
+    // below zero and the next calls evaluate again until it recovers.
+    countdown = eqdrc::wrapping_add(countdown, stepSamples);
+}
+
+// Both channels' shelf and high-pass in lanes, a chunk at a time; then each channel's
+// energies enter its sum and its slots exactly as below.
+void Ebur128State::add_stereo_frames(const float *const *in, int frameLen)
+{
+    constexpr int kChunk = 256;
+    float scaled[2][kChunk], weighted[2][kChunk];
+    eqdrc::CascadeSections sections;
+    sections.count = kSectionsPerChannel;
+    for (int ch = 0; ch < 2; ch++) {
+        for (int k = 0; k < kSectionsPerChannel; k++) {
+            sections.coeffs[ch][k] = filterCoeffs + ch * kCoeffsPerChannel + k * eqdrc::kBiquadCoeffs;
+            sections.state[ch][k] = filterStates + ch * kStatePerChannel + k * eqdrc::kBiquadState;
+        }
+    }
+    const float *const x[2] = {scaled[0], scaled[1]};
+    float *const y[2] = {weighted[0], weighted[1]};
+    const float divisor = static_cast<float>(fullScaleDivisor);
+    const int32_t ringSize = ring_size();
+    int32_t slot[2] = {ringIndex, ringIndex + frameLen};
+    if (slot[1] >= ringSize)
+        slot[1] -= ringSize;
+    float sum[2] = {channelSums[0], channelSums[1]};
+    for (int start = 0; start < frameLen; start += kChunk) {
+        const int m = frameLen - start < kChunk ? frameLen - start : kChunk;
+        for (int ch = 0; ch < 2; ch++) {
+            const float *from = in[ch] + start;
+            int i = 0;
+            for (; i + eqdrc::kLanes <= m; i += eqdrc::kLanes)
+                eqdrc::store(scaled[ch] + i, eqdrc::load(from + i) / eqdrc::splat(divisor));
+            for (; i < m; i++)
+                scaled[ch][i] = from[i] / divisor;
+        }
+        eqdrc::run_paired_cascade(sections, x, y, m);
+        for (int ch = 0; ch < 2; ch++) {
+            float s = sum[ch];
+            // In runs that end at the ring's end or the chunk's, whichever comes first.
+            for (int i = 0; i < m;) {
+                const int run = m - i < ringSize - slot[ch] ? m - i : ringSize - slot[ch];
+                float *ring = energyRing + slot[ch];
+                const float *w = weighted[ch] + i;
+                for (int j = 0; j < run; j++) {
+                    const float e = w[j] * w[j];
+                    s = s - ring[j];
+                    s = s + e;
+                    ring[j] = e;
+                }
+                i += run;
+                slot[ch] += run;
+                if (slot[ch] == ringSize)
+                    slot[ch] = 0;
+            }
+            sum[ch] = s;
+        }
+    }
+    channelSums[0] = sum[0];
+    channelSums[1] = sum[1];
+    ringIndex = slot[1];
+}
+
+void Ebur128State::add_frames_by_channel(const float *const *in, int frameLen)
+{
     const float divisor = static_cast<float>(fullScaleDivisor);
     const int32_t ringSize = ring_size();
     for (int ch = 0; ch < channels; ch++) {
@@ -155,14 +235,6 @@ void Ebur128State::add_frames(const float *const *in, int frameLen)
         }
         channelSums[ch] = sum;
     }
-
-    countdown = eqdrc::wrapping_sub(countdown, frameLen);
-    if (countdown > 0)
-        return;
-    evaluate_block();
-    // One step per call at most: a frame longer than the step leaves the countdown at or
-    // below zero and the next calls evaluate again until it recovers.
-    countdown = eqdrc::wrapping_add(countdown, stepSamples);
 }
 
 void Ebur128State::evaluate_block()

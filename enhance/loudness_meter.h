@@ -55,6 +55,8 @@ struct Ebur128State {
 
 private:
     int32_t ring_size() const;
+    void add_stereo_frames(const float *const *in, int frameLen);
+    void add_frames_by_channel(const float *const *in, int frameLen);
     void evaluate_block();
 };
 
