@@ -27,7 +27,7 @@ struct Section {
     }
 };
 
-float dbfs(double db) { return static_cast<float>(32768.0 * std::pow(10.0, db / 20.0)); }
+using eqdrc_test::amplitude;
 
 // Runs `frames` frames; channel c carries a sine of amps[c] at freq (0 for silence).
 // Returns channel 0's output of the last frame.
@@ -37,10 +37,10 @@ std::vector<float> run(DeEsserState *st, int frames, float freq, std::vector<flo
     const int channels = static_cast<int>(amps.size());
     Planar buf(channels, frameLen);
     for (int f = 0; f < frames; f++) {
-        for (int c = 0; c < channels; c++)
-            buf.data[c] = eqdrc_test::sine(frameLen, freq, kFs, amps[c], *clock);
-        for (int c = 0; c < channels; c++)
-            buf.ptr[c] = buf.data[c].data();
+        for (int c = 0; c < channels; c++) {
+            const std::vector<float> s = eqdrc_test::sine(frameLen, freq, kFs, amps[c], *clock);
+            std::copy(s.begin(), s.end(), buf.data[c].begin());
+        }
         *clock += frameLen;
         DeEsser_Process(st, buf.ptrs(), buf.ptrs(), frameLen);
     }
@@ -63,7 +63,7 @@ TEST(DeEsserDecision, BandLevelIsComparedWithTheThresholdInDbfs)
         const Section sec{kF0, c.first, c.first};
         DeEsserState *st = DeEsser_Init(sec.w, 16, kFs, 1, kFrame, 0);
         int clock = 0;
-        run(st, 6, kF0, {dbfs(-20.0)}, &clock);
+        run(st, 6, kF0, {amplitude(-20.0)}, &clock);
         if (c.second)
             EXPECT_LT(st->gain[0], 0.2f) << c.first;
         else
@@ -104,7 +104,7 @@ TEST(DeEsserFading, SibilantBandIsNotchedAndTheGainRecovers)
     const Section sec{kF0, -30.0f, -30.0f};
     DeEsserState *st = DeEsser_Init(sec.w, 16, kFs, 1, kFrame, 0);
     int clock = 0;
-    const float amp = dbfs(-6.0);
+    const float amp = amplitude(-6.0);
     const std::vector<float> faded = run(st, 30, kF0, {amp}, &clock);
     EXPECT_GT(st->gain[0], 0.0f);  // geometric: never exactly 0
     EXPECT_LT(st->gain[0], 1e-3f);
@@ -124,7 +124,7 @@ TEST(DeEsserFading, SibilantBandIsNotchedAndTheGainRecovers)
 TEST(DeEsserFading, ChannelOneHearsChannelZerosBandButNotTheOtherWayRound)
 {
     const Section sec{kF0, -30.0f, -30.0f};
-    const float amp = dbfs(-6.0);
+    const float amp = amplitude(-6.0);
 
     DeEsserState *st = DeEsser_Init(sec.w, 16, kFs, 2, kFrame, 0);
     int clock = 0;
@@ -148,11 +148,11 @@ TEST(DeEsserFading, RampIsSizedByTheCreationFrameLength)
     const float attack = st->attackCoef;
     int clock = 0;
     // Half a frame ends the ramp half way, yet the next frame starts from the target.
-    run(st, 1, kF0, {dbfs(-6.0)}, &clock, kFrame / 2);
+    run(st, 1, kF0, {amplitude(-6.0)}, &clock, kFrame / 2);
     EXPECT_EQ(st->gain[0], attack);
     // A frame longer than at creation runs the ramp past the target and stays within
     // the caller's buffers.
-    run(st, 1, kF0, {dbfs(-6.0)}, &clock, 2 * kFrame);
+    run(st, 1, kF0, {amplitude(-6.0)}, &clock, 2 * kFrame);
     EXPECT_EQ(st->gain[0], attack * attack);
     // An empty frame still takes the decision (on a zero band energy).
     run(st, 1, kF0, {0.0f}, &clock, 0);
@@ -168,7 +168,7 @@ TEST(DeEsserRetune, SetParaRestartsFiltersAndGain)
     const Section other{4000.0f, -20.0f, -25.0f};
     DeEsserState *used = DeEsser_Init(first.w, 16, kFs, 2, kFrame, 0);
     int clock = 0;
-    run(used, 8, 4000.0f, {dbfs(-6.0), dbfs(-10.0)}, &clock);
+    run(used, 8, 4000.0f, {amplitude(-6.0), amplitude(-10.0)}, &clock);
     DeEsser_SetPara(used, other.w);
     DeEsserState *fresh = DeEsser_Init(other.w, 16, kFs, 2, kFrame, 0);
     EXPECT_EQ(std::memcmp(used, fresh, sizeof(DeEsserState)), 0);  // all inline, so all compared
@@ -210,7 +210,6 @@ TEST(DeEsserRetune, ReadBackTouchesOnlyWordsFiveAndSix)
               "LOG (DeEsser_PrintPara(): ,275), f0:5000.00\n"
               "LOG (DeEsser_PrintPara(): ,276), threshold:-12.00\n");
     EXPECT_EQ(DeEsser_Destroy(stereo), 0);
-    EXPECT_EQ(DeEsser_Destroy(nullptr), -3);
 }
 
 // ---------------------------------------------------------------------------------
@@ -229,22 +228,6 @@ TEST(DeEsserMisuse, NoChannelsDoNothing)
     DeEsser_Process(st, buf.ptrs(), buf.ptrs(), kFrame);
     EXPECT_EQ(buf.data[0], std::vector<float>(kFrame, 1000.0f));
     DeEsser_Destroy(st);
-}
-
-TEST(DeEsserMisuse, UnsupportedBitDepthIsRefused)
-{
-    const Section sec{kF0, -30.0f, -30.0f};
-    // The refused record is left allocated on purpose.
-    const std::string err = eqdrc_test::capture_stderr_with_required_leak(
-        [&] { EXPECT_EQ(DeEsser_Init(sec.w, 0, kFs, 2, kFrame, 0), nullptr); });
-    EXPECT_EQ(err, "LOG (DeEsser_Init(): ,86), bit_rate is wrong!\n");
-}
-
-TEST(DeEsserMisuseDeathTest, ThreeChannelsEndTheProcess)
-{
-    const Section sec{kF0, -30.0f, -30.0f};
-    EXPECT_EXIT(DeEsser_Init(sec.w, 16, kFs, 3, kFrame, 0), testing::ExitedWithCode(255),
-                "^LOG \\(DeEsser_Init\\(\\): ,57\\), Too Many Channel!\n\n$");
 }
 
 }  // namespace

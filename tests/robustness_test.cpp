@@ -7,6 +7,7 @@
 #include <cmath>
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <vector>
 
@@ -98,8 +99,7 @@ TEST(HostileRecords, NaNPreGainOutputsFullScale)
 {
     std::vector<float> rec = eqdrc_test::blank_record();
     rec[20] = rec[25] = kNaN;
-    AudioPostState *chain = nullptr;
-    eqdrc_test::capture_stderr([&] { chain = AudioPost_Init(rec.data(), kFrame); });
+    AudioPostState *chain = eqdrc_test::quiet_chain(rec.data(), kFrame);
     ASSERT_NE(chain, nullptr);
     std::vector<int16_t> pcm = music_frame(0);
     ASSERT_EQ(AudioPost_Process(chain, pcm.data(), pcm.data(), 2, kFrame), kFrame * 2 * 2);
@@ -112,8 +112,7 @@ TEST(HostileRecords, InfinitePreGainSaturatesBothWays)
 {
     std::vector<float> rec = eqdrc_test::blank_record();
     rec[20] = rec[25] = kInf;
-    AudioPostState *chain = nullptr;
-    eqdrc_test::capture_stderr([&] { chain = AudioPost_Init(rec.data(), kFrame); });
+    AudioPostState *chain = eqdrc_test::quiet_chain(rec.data(), kFrame);
     std::vector<int16_t> pcm(kFrame * 2, 0);
     pcm[0] = 1;
     pcm[1] = -1;  // 0 x inf is NaN: full scale as well
@@ -163,8 +162,7 @@ TEST(HostileRecords, DegenerateSampleRatesAndChannelCounts)
             rec[0] = rate;
             rec[3] = channels;
             rec[10] = 0.0f;  // the auto gain's step would be zero samples: a fatal frame
-            AudioPostState *st = nullptr;
-            eqdrc_test::capture_stderr([&] { st = AudioPost_Init(rec.data(), kFrame); });
+            AudioPostState *st = eqdrc_test::quiet_chain(rec.data(), kFrame);
             ASSERT_NE(st, nullptr);
             const int ch = std::isnan(channels) ? 0 : static_cast<int>(channels);
             for (int f = 0; f < 3; f++) {
@@ -304,6 +302,62 @@ TEST(HostileSignals, RetuningClearsANaNFromTheEnhancers)
     DeEsserState *de = DeEsser_Init(rec.data() + 90, 16, kFs, 2, kFrame, 0);
     check("de-esser", de, DeEsser_Process, DeEsser_SetPara, rec.data() + 90, &de->bandPassState[0][0]);
     DeEsser_Destroy(de);
+}
+
+// ---------------------------------------------------------------------------------
+// Creation refusals of every stage: an unsupported bit depth is reported and refused (the
+// record is left allocated on purpose), more than two channels end the process, and
+// destroying nothing reports -3.
+
+struct Refusal {
+    int badBits;
+    const char *bitsMessage;
+    const char *tooManyChannels;  // exit message for three channels, or null
+    std::function<void *(int bits, int channels)> init;
+    std::function<int()> destroyNothing;
+};
+
+TEST(CreationRefusalDeathTest, BitDepthChannelCountAndNullHandle)
+{
+    const std::vector<float> rec = reference_record();
+    const float *r = rec.data();
+    const Refusal cases[] = {
+        {8, "LOG (BassEnhancer_Init(): ,174), bit_rate is wrong!\n",
+         "^LOG \\(BassEnhancer_Init\\(\\): ,139\\), Too Many Channel!\n\n$",
+         [&](int b, int c) -> void * { return BassEnhancer_Init(r + 60, b, kFs, c, 0); },
+         [] { return BassEnhancer_Destroy(nullptr); }},
+        {31, "LOG (Exciter_Init(): ,71), bit_rate is wrong!\n",
+         "^LOG \\(Exciter_Init\\(\\): ,37\\), Too Many Channel!\n\n$",
+         [&](int b, int c) -> void * { return Exciter_Init(r + 80, b, kFs, c, 0); },
+         [] { return Exciter_Destroy(nullptr); }},
+        {0, "LOG (DeEsser_Init(): ,86), bit_rate is wrong!\n",
+         "^LOG \\(DeEsser_Init\\(\\): ,57\\), Too Many Channel!\n\n$",
+         [&](int b, int c) -> void * { return DeEsser_Init(r + 90, b, kFs, c, kFrame, 0); },
+         [] { return DeEsser_Destroy(nullptr); }},
+        {20, "LOG (MultiBandDRC_Init(): ,106), bit_rate is wrong!\n",
+         "^LOG \\(MultiBandDRC_Init\\(\\): ,78\\), Too Many Channel!\n\n$",
+         [&](int b, int c) -> void * { return MultiBandDRC_Init(r + 200, b, kFs, c, 0); },
+         [] { return MultiBandDRC_Destroy(nullptr); }},
+        {20, "LOG (Maximizer_Init(): ,105), bit_rate is wrong!\n",
+         "^LOG \\(Maximizer_Init\\(\\): ,73\\), Too Many Channel!\n\n$",
+         [&](int b, int c) -> void * { return Maximizer_Init(nullptr, b, kFs, c, kFrame, 0); },
+         [] { return Maximizer_Destroy(nullptr); }},
+        // The auto gain's meter reports first.
+        {18, "LOG (ebur128_init(): ,144), bit_rate is wrong!\nLOG (AutoGain_Init(): ,92), bit_rate is wrong!\n",
+         nullptr, [&](int b, int c) -> void * { return AutoGain_Init(r + 30, b, kFs, c, kFrame); },
+         [] { return AutoGain_Destroy(nullptr); }},
+        {20, "LOG (ebur128_init(): ,144), bit_rate is wrong!\n", nullptr,
+         [](int b, int c) -> void * { return ebur128_init(b, kFs, c, 400, 100); }, nullptr},
+    };
+    for (const Refusal &c : cases) {
+        SCOPED_TRACE(c.bitsMessage);
+        EXPECT_EQ(eqdrc_test::capture_stderr_with_required_leak([&] { EXPECT_EQ(c.init(c.badBits, 2), nullptr); }),
+                  c.bitsMessage);
+        if (c.tooManyChannels != nullptr)
+            EXPECT_EXIT(c.init(16, 3), testing::ExitedWithCode(255), c.tooManyChannels);
+        if (c.destroyNothing)
+            EXPECT_EQ(c.destroyNothing(), -3);
+    }
 }
 
 // ---------------------------------------------------------------------------------

@@ -145,36 +145,33 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         const int n = st->eq10->frameLen > 0 ? st->eq10->frameLen : 0;
         std::vector<std::vector<float>> in(st->eq10->channels, std::vector<float>(n)), out = in;
         std::vector<float *> pin, pout;
-        for (auto &v : in)
-            pin.push_back(v.data());
-        for (auto &v : out)
-            pout.push_back(v.data());
+        for (size_t c = 0; c < in.size(); c++)
+            pin.push_back(in[c].data()), pout.push_back(out[c].data());
         AudioPost_EQ10_GetData(st, pin.data(), pout.data());
     }
     if ((ops & 0x08) && !chain_mbdrc_adjust_fatal(st)) {
         const int ch = args.integer();
-        const float f0 = args.real(), f1 = args.real(), f2 = args.real(), f3 = args.real(), f4 = args.real(),
-                    f5 = args.real();
-        AudioPost_MultiBandDRC_Crossover_AdjustPara(st, ch, f0, f1, f2, f3, f4, f5);
+        float f[6];
+        args.bytes(f, sizeof f);
+        AudioPost_MultiBandDRC_Crossover_AdjustPara(st, ch, f[0], f[1], f[2], f[3], f[4], f[5]);
     }
     if ((ops & 0x10) && !chain_mbdrc_adjust_fatal(st)) {
         const int ch = args.integer(), band = args.integer(), enable = args.integer();
         float v[10];
-        for (float &x : v)
-            x = args.real();
+        args.bytes(v, sizeof v);
         AudioPost_MultiBandDRC_DRC_AdjustPara(st, ch, band, enable, v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7],
                                               v[8]);
     }
     if ((ops & 0x20) && !chain_maximizer_adjust_fatal(st)) {
         const int ch = args.integer();
-        const float t = args.real(), c = args.real(), rel = args.real();
-        AudioPost_Maximizer_AdjustPara(st, ch, t, c, rel);
+        float v[3];
+        args.bytes(v, sizeof v);
+        AudioPost_Maximizer_AdjustPara(st, ch, v[0], v[1], v[2]);
     }
     if ((ops & 0x40) && !chain_maximizer_adjust_fatal(st)) {
         const int ch = args.integer();
         float v[8];
-        for (float &x : v)
-            x = args.real();
+        args.bytes(v, sizeof v);
         AudioPost_Agc_AdjustPara(st, ch, v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7]);
     }
 

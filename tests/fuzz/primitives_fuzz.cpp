@@ -42,8 +42,7 @@ void fuzz_tables(Reader &r)
 {
     const int knee = r.integer();
     float v[7];
-    for (float &x : v)
-        x = r.real();
+    r.bytes(v, sizeof v);
     table_caculate(knee, v[0], v[1], v[2], v[3], v[4], v[5]);
     max_table_caculate(knee, v[0], v[6]);
 
@@ -70,8 +69,7 @@ void fuzz_crossover(Reader &r)
     const bool defaults = (r.byte() & 0x0F) == 0;
     CrossoverParam *param = Filters_Crossover_paramInit();
     param->bandMode = (r.byte() & 0x80) ? r.integer() : r.byte() % 4;
-    for (float &f : param->freq)
-        f = r.real();
+    r.bytes(param->freq, sizeof param->freq);
     CrossoverState *st = Filters_Crossover_filterInit(rate, channels, defaults ? nullptr : param);
     const int bands = eqdrc::crossover_bands(defaults ? 0 : param->bandMode);
     const size_t ch = static_cast<size_t>(channels > 0 ? channels : 0);
@@ -82,8 +80,7 @@ void fuzz_crossover(Reader &r)
             x = r.real();
         Filters_Crossover_filterProcess(st, in.data(), out.data());
         if (r.byte() == 0x5A) {  // now and then, new corners (the mode stays)
-            for (float &f : param->freq)
-                f = r.real();
+            r.bytes(param->freq, sizeof param->freq);
             Filters_Crossover_filterSetParam(st, param);
         }
     }

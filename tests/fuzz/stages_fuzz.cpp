@@ -5,6 +5,8 @@
 // section, read back, print, adjust), each reading its own arguments from the bytes
 // that follow.  Missing bytes read as zero.
 #include <cstdint>
+#include <functional>
+#include <initializer_list>
 #include <vector>
 
 #include "dynamics/maximizer.h"
@@ -95,6 +97,51 @@ int process_length(Reader &r, int frameLen)
 }
 
 // ---------------------------------------------------------------------------------
+// Every stage runs the same loop: up to kMaxOps operations, each picked by one byte from
+// the stage's own table.  The helpers make the entries all stages share.
+
+using Op = std::function<void(int op)>;
+
+void run_ops(Reader &r, std::initializer_list<Op> ops)
+{
+    const std::vector<Op> table(ops);
+    for (int op = 0; op < kMaxOps && r.remaining() > 0; op++)
+        table[r.byte() % table.size()](op);
+}
+
+// Process a frame of some length and kind in place; `fatal` recognises a length that
+// ends the process.
+template <class Process>
+Op process_op(Reader &r, const Args &a, int channels, Process process, std::function<bool(int)> fatal = nullptr)
+{
+    return [&r, &a, channels, process, fatal](int op) {
+        const int n = process_length(r, a.frameLen);
+        if (fatal && fatal(n))
+            return;
+        Frame f(channels, n, r);
+        process(f.ptrs.data(), n, op);
+    };
+}
+
+// Retune from a fresh section of `words` words.
+template <class SetPara>
+Op set_op(Reader &r, size_t words, SetPara setPara)
+{
+    return [&r, words, setPara](int) {
+        std::vector<float> s = section(r, words);
+        setPara(s.data());
+    };
+}
+
+// Read back into `words` words.
+template <class GetPara>
+Op get_op(size_t words, GetPara getPara)
+{
+    return [words, getPara](int) {
+        std::vector<float> out(words);
+        getPara(out.data());
+    };
+}
 
 void fuzz_eq10(Reader &r, const Args &a)
 {
@@ -105,33 +152,18 @@ void fuzz_eq10(Reader &r, const Args &a)
     if (!nullSection && eq10_section_fatal(s.data(), ch, a.link))
         return;
     EQ10State *st = EQ10_Init(nullSection ? nullptr : s.data(), a.bits, a.sampleRate, ch, a.frameLen, a.link);
-    for (int op = 0; op < kMaxOps && r.remaining() > 0; op++) {
-        switch (r.byte() % 5) {
-        case 0: {
-            const int n = process_length(r, a.frameLen);
-            Frame f(ch, n, r);
-            EQ10_Process(st, f.ptrs.data(), f.ptrs.data(), n);
-            break;
-        }
-        case 1: {
-            std::vector<float> s2 = section(r, words);
-            if (!(ch >= 1 && eq10_section_fatal(s2.data(), ch, a.link)))
-                EQ10_SetPara(st, s2.data());
-            break;
-        }
-        case 2: {
-            std::vector<float> out(words);
-            EQ10_GetPara(st, out.data());
-            break;
-        }
-        case 3: {
-            Frame in(ch, a.frameLen, r), out(ch, a.frameLen, r);
-            EQ10_GetData(st, in.ptrs.data(), out.ptrs.data());
-            break;
-        }
-        default: EQ10_PrintPara(st); break;
-        }
-    }
+    run_ops(r, {process_op(r, a, ch, [st](float **f, int n, int) { EQ10_Process(st, f, f, n); }),
+                set_op(r, words,
+                       [&](const float *s2) {
+                           if (!(ch >= 1 && eq10_section_fatal(s2, ch, a.link)))
+                               EQ10_SetPara(st, s2);
+                       }),
+                get_op(words, [st](float *out) { EQ10_GetPara(st, out); }),
+                [&](int) {
+                    Frame in(ch, a.frameLen, r), out(ch, a.frameLen, r);
+                    EQ10_GetData(st, in.ptrs.data(), out.ptrs.data());
+                },
+                [st](int) { EQ10_PrintPara(st); }});
     EQ10_Destroy(st);
 }
 
@@ -139,49 +171,30 @@ void fuzz_mbdrc(Reader &r, const Args &a)
 {
     if (too_many_channels(a.channels))
         return;
+    const size_t words = 2 * eqdrc::kDrcBlockWords;
     const bool nullSection = (r.byte() & 0x0F) == 0;
-    std::vector<float> s = section(r, 2 * eqdrc::kDrcBlockWords);
+    std::vector<float> s = section(r, words);
     MultiBandDRCState *st =
         MultiBandDRC_Init(nullSection ? nullptr : s.data(), a.bits, a.sampleRate, a.channels, a.link);
     if (st == nullptr)
         return;
-    for (int op = 0; op < kMaxOps && r.remaining() > 0; op++) {
-        switch (r.byte() % 6) {
-        case 0: {
-            const int n = process_length(r, a.frameLen);
-            Frame f(a.channels, n, r);
-            MultiBandDRC_Process(st, f.ptrs.data(), f.ptrs.data(), n);
-            break;
-        }
-        case 1: {
-            std::vector<float> s2 = section(r, 2 * eqdrc::kDrcBlockWords);
-            MultiBandDRC_SetPara(st, s2.data());
-            break;
-        }
-        case 2: {
-            std::vector<float> out(2 * eqdrc::kDrcBlockWords);
-            MultiBandDRC_GetPara(st, out.data());
-            break;
-        }
-        case 3: {
-            const int ch = r.integer();
-            float f[6];
-            for (float &x : f)
-                x = r.real();
-            MultiBandDRC_Crossover_AdjustPara(st, ch, f[0], f[1], f[2], f[3], f[4], f[5]);
-            break;
-        }
-        case 4: {
-            const int ch = r.integer(), band = r.integer(), enable = r.integer();
-            float v[9];
-            for (float &x : v)
-                x = r.real();
-            MultiBandDRC_DRC_AdjustPara(st, ch, band, enable, v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7], v[8]);
-            break;
-        }
-        default: MultiBandDRC_PrintPara(st); break;
-        }
-    }
+    run_ops(r, {process_op(r, a, a.channels, [st](float **f, int n, int) { MultiBandDRC_Process(st, f, f, n); }),
+                set_op(r, words, [st](const float *s2) { MultiBandDRC_SetPara(st, s2); }),
+                get_op(words, [st](float *out) { MultiBandDRC_GetPara(st, out); }),
+                [&](int) {
+                    const int ch = r.integer();
+                    float f[6];
+                    r.bytes(f, sizeof f);
+                    MultiBandDRC_Crossover_AdjustPara(st, ch, f[0], f[1], f[2], f[3], f[4], f[5]);
+                },
+                [&](int) {
+                    const int ch = r.integer(), band = r.integer(), enable = r.integer();
+                    float v[9];
+                    r.bytes(v, sizeof v);
+                    MultiBandDRC_DRC_AdjustPara(st, ch, band, enable, v[0], v[1], v[2], v[3], v[4], v[5], v[6],
+                                                v[7], v[8]);
+                },
+                [st](int) { MultiBandDRC_PrintPara(st); }});
     MultiBandDRC_Destroy(st);
 }
 
@@ -196,81 +209,53 @@ void fuzz_maximizer(Reader &r, const Args &a)
         Maximizer_Init(nullSection ? nullptr : s.data(), a.bits, a.sampleRate, a.channels, a.frameLen, a.link);
     if (st == nullptr)
         return;
-    for (int op = 0; op < kMaxOps && r.remaining() > 0; op++) {
-        switch (r.byte() % 7) {
-        case 0:
-        case 1: {
-            const bool agc = (op & 1) != 0;
-            const int n = process_length(r, a.frameLen);
-            Frame f(a.channels, n, r);
-            if (agc)
-                Agc_Process(st, f.ptrs.data(), f.ptrs.data(), n);
-            else
-                Maximizer_Process(st, f.ptrs.data(), f.ptrs.data(), n);
-            break;
-        }
-        case 2: {
-            std::vector<float> s2 = section(r, words);
-            Maximizer_SetPara(st, s2.data());
-            break;
-        }
-        case 3: {
-            std::vector<float> out(words);
-            Maximizer_GetPara(st, out.data());
-            break;
-        }
-        case 4: {
-            const int ch = r.integer();
-            const float t = r.real(), c = r.real(), rel = r.real();
-            Maximizer_AdjustPara(st, ch, t, c, rel);
-            break;
-        }
-        case 5: {
-            const int ch = r.integer();
-            float v[8];
-            for (float &x : v)
-                x = r.real();
-            Agc_AdjustPara(st, ch, v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7]);
-            break;
-        }
-        default: Maximizer_PrintPara(st); break;
-        }
-    }
+    // Either stage, picked by the operation's parity.
+    const Op process = process_op(r, a, a.channels, [st](float **f, int n, int op) {
+        if ((op & 1) != 0)
+            Agc_Process(st, f, f, n);
+        else
+            Maximizer_Process(st, f, f, n);
+    });
+    run_ops(r, {process, process, set_op(r, words, [st](const float *s2) { Maximizer_SetPara(st, s2); }),
+                get_op(words, [st](float *out) { Maximizer_GetPara(st, out); }),
+                [&](int) {
+                    const int ch = r.integer();
+                    float v[3];
+                    r.bytes(v, sizeof v);
+                    Maximizer_AdjustPara(st, ch, v[0], v[1], v[2]);
+                },
+                [&](int) {
+                    const int ch = r.integer();
+                    float v[8];
+                    r.bytes(v, sizeof v);
+                    Agc_AdjustPara(st, ch, v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7]);
+                },
+                [st](int) { Maximizer_PrintPara(st); }});
     Maximizer_Destroy(st);
 }
 
 void fuzz_auto_gain(Reader &r, const Args &a)
 {
-    std::vector<float> s = section(r, eqdrc::kAutoGainWords);
-    if (meter_too_large(a.channels, eqdrc::to_int32(s[eqdrc::kAutoGainWindow]), a.sampleRate))
+    const size_t words = eqdrc::kAutoGainWords;
+    auto meterTooLarge = [&](const float *s) {
+        return meter_too_large(a.channels, eqdrc::to_int32(s[eqdrc::kAutoGainWindow]), a.sampleRate);
+    };
+    std::vector<float> s = section(r, words);
+    if (meterTooLarge(s.data()))
         return;
     AutoGainState *st = AutoGain_Init(s.data(), a.bits, a.sampleRate, a.channels, a.frameLen);
     if (st == nullptr)
         return;
-    for (int op = 0; op < kMaxOps && r.remaining() > 0; op++) {
-        switch (r.byte() % 4) {
-        case 0: {
-            const int n = process_length(r, a.frameLen);
-            if (auto_gain_frame_fatal(st, n))
-                break;
-            Frame f(a.channels, n, r);
-            AutoGain_Process(st, f.ptrs.data(), f.ptrs.data(), n);
-            break;
-        }
-        case 1: {
-            std::vector<float> s2 = section(r, eqdrc::kAutoGainWords);
-            if (!meter_too_large(a.channels, eqdrc::to_int32(s2[eqdrc::kAutoGainWindow]), a.sampleRate))
-                AutoGain_SetPara(st, s2.data());
-            break;
-        }
-        case 2: {
-            float out[eqdrc::kAutoGainWords];
-            AutoGain_GetPara(st, out);
-            break;
-        }
-        default: AutoGain_PrintPara(st); break;
-        }
-    }
+    run_ops(r, {process_op(
+                    r, a, a.channels, [st](float **f, int n, int) { AutoGain_Process(st, f, f, n); },
+                    [st](int n) { return auto_gain_frame_fatal(st, n); }),
+                set_op(r, words,
+                       [&](const float *s2) {
+                           if (!meterTooLarge(s2))
+                               AutoGain_SetPara(st, s2);
+                       }),
+                get_op(words, [st](float *out) { AutoGain_GetPara(st, out); }),
+                [st](int) { AutoGain_PrintPara(st); }});
     AutoGain_Destroy(st);
 }
 
@@ -286,27 +271,9 @@ void fuzz_enhancer(Reader &r, const Args &a, size_t words, Init init, Process pr
     State *st = init(s.data());
     if (st == nullptr)
         return;
-    for (int op = 0; op < kMaxOps && r.remaining() > 0; op++) {
-        switch (r.byte() % 4) {
-        case 0: {
-            const int n = process_length(r, a.frameLen);
-            Frame f(a.channels, n, r);
-            process(st, f.ptrs.data(), f.ptrs.data(), n);
-            break;
-        }
-        case 1: {
-            std::vector<float> s2 = section(r, words);
-            setPara(st, s2.data());
-            break;
-        }
-        case 2: {
-            std::vector<float> out(words);
-            getPara(st, out.data());
-            break;
-        }
-        default: print(st); break;
-        }
-    }
+    run_ops(r, {process_op(r, a, a.channels, [&](float **f, int n, int) { process(st, f, f, n); }),
+                set_op(r, words, [&](const float *s2) { setPara(st, s2); }),
+                get_op(words, [&](float *out) { getPara(st, out); }), [&](int) { print(st); }});
     destroy(st);
 }
 

@@ -29,6 +29,9 @@ std::vector<float> sine(int frames, float freq, int sampleRate, float amplitude,
 bool same_bits(float a, float b);
 bool same_bits(const std::vector<float> &a, const std::vector<float> &b);
 
+// Peak amplitude of a level in dBFS re `fullScale`.
+float amplitude(double dbfs, double fullScale = 32768.0);
+
 // Level of a buffer in dB re `fullScale`, RMS.
 double rms_db(const float *x, int n, double fullScale = 32768.0);
 
@@ -44,6 +47,10 @@ std::string capture_stderr(F body);
 // Both at once: for checking the message of a refused creation.
 template <class F>
 std::string capture_stderr_with_required_leak(F body);
+
+// A chain from `rec`, and its tear-down, with their messages swallowed.
+AudioPostState *quiet_chain(const float *rec, int frameLen);
+void destroy_quietly(AudioPostState *st);
 
 std::string read_file(const std::string &path);
 void write_file(const std::string &path, const void *data, size_t bytes);
