@@ -6,6 +6,8 @@
 #   asan     ASan+UBSan build: unit tests (leak checking on) and conformance vectors;
 #   aarch64  cross build (cmake/toolchains/aarch64-linux-gnu.cmake): unit tests and
 #            conformance vectors under qemu-user;
+#   armhf    32-bit ARM hard-float cross build (scalar lanes): unit tests and conformance
+#            vectors under qemu-user (not in the default list; about 5 minutes);
 #   fuzz     every libFuzzer target for 45 s (ASan+UBSan), failing on any finding;
 #   valgrind memcheck of quorvel_enh, only the required leaks suppressed (needs release);
 #   python   the Python package's tests (python/tests) against build/;
@@ -76,6 +78,20 @@ variant_aarch64() {
     build_and_test build-arm64 -DCMAKE_TOOLCHAIN_FILE=cmake/toolchains/aarch64-linux-gnu.cmake \
         -DCMAKE_BUILD_TYPE=Release -DEQDRC_BUILD_BENCH=OFF
     CC=aarch64-linux-gnu-gcc CHECK_RUNNER="qemu-aarch64 -L /usr/aarch64-linux-gnu" conformance build-arm64
+}
+
+variant_armhf() {
+    echo "== armhf (32-bit ARM hard-float cross build under qemu-user)"
+    tools/ensure-deps.sh --with-armhf
+    build_and_test build-armhf -DCMAKE_TOOLCHAIN_FILE=cmake/toolchains/arm-linux-gnueabihf.cmake \
+        -DCMAKE_BUILD_TYPE=Release -DEQDRC_BUILD_BENCH=OFF
+    # Without the test program's family: emulated, it takes more than 10 s of processor
+    # time on some cases, and the longer figure in its last line is a difference of
+    # length, not of output.
+    local t0=$SECONDS
+    CC=arm-linux-gnueabihf-gcc CHECK_RUNNER="qemu-arm -L /usr/arm-linux-gnueabihf" \
+        ../shared/conformance/check -f "$(echo "$families" | sed 's/\(^\|,\)tool\(,\|$\)/\1/; s/,$//')" build-armhf
+    echo "(build-armhf: conformance in $((SECONDS - t0)) s)"
 }
 
 variant_fuzz() {

@@ -2,6 +2,7 @@
 # Installs the Debian packages the build, the tests and the demo need, when missing.
 #   tools/ensure-deps.sh [--with-cross]     (also the aarch64 cross compiler and qemu-user)
 #   tools/ensure-deps.sh --with-sox         (also sox, for tools/compare-sox.sh)
+#   tools/ensure-deps.sh --with-armhf       (also the 32-bit ARM cross compiler and qemu-user)
 set -euo pipefail
 need=()
 have() { command -v "$1" >/dev/null 2>&1; }
@@ -36,6 +37,11 @@ if [ "${1:-}" = --with-cross ]; then  # the aarch64 test variant
     [ -f /usr/src/googletest/CMakeLists.txt ] || need+=(googletest)
     have aarch64-linux-gnu-g++ || need+=(g++-aarch64-linux-gnu)
     have qemu-aarch64 || need+=(qemu-user)
+fi
+if [ "${1:-}" = --with-armhf ]; then  # the optional 32-bit ARM test variant
+    [ -f /usr/src/googletest/CMakeLists.txt ] || need+=(googletest)
+    have arm-linux-gnueabihf-g++ || need+=(g++-arm-linux-gnueabihf)
+    have qemu-arm || need+=(qemu-user)
 fi
 if [ ${#need[@]} -gt 0 ]; then
     echo "installing: ${need[*]}"
