@@ -30,30 +30,18 @@ inline int32_t wrapping_sub(int32_t a, int32_t b) { return static_cast<int32_t>(
 inline int32_t wrapping_mul(int32_t a, int32_t b) { return static_cast<int32_t>(static_cast<int64_t>(a) * b); }
 
 // The bit patterns of floats and doubles, and back.
-inline uint32_t bits_of(float f)
+template <class To, class From>
+inline To bit_copy(From from)
 {
-    uint32_t u;
-    std::memcpy(&u, &f, sizeof u);
-    return u;
+    static_assert(sizeof(To) == sizeof(From), "a bit copy keeps the size");
+    To to;
+    std::memcpy(&to, &from, sizeof to);
+    return to;
 }
-inline float float_of(uint32_t u)
-{
-    float f;
-    std::memcpy(&f, &u, sizeof f);
-    return f;
-}
-inline uint64_t bits_of(double d)
-{
-    uint64_t u;
-    std::memcpy(&u, &d, sizeof u);
-    return u;
-}
-inline double double_of(uint64_t u)
-{
-    double d;
-    std::memcpy(&d, &u, sizeof d);
-    return d;
-}
+inline uint32_t bits_of(float f) { return bit_copy<uint32_t>(f); }
+inline float float_of(uint32_t u) { return bit_copy<float>(u); }
+inline uint64_t bits_of(double d) { return bit_copy<uint64_t>(d); }
+inline double double_of(uint64_t u) { return bit_copy<double>(u); }
 
 }  // namespace eqdrc
 

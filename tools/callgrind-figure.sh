@@ -8,10 +8,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build}
 command -v valgrind >/dev/null || { echo "needs valgrind (apt-get install valgrind)" >&2; exit 1; }
-cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build "$build" -j"$(nproc)" --target quorvel_enh >/dev/null
-work="$build/callgrind"
-mkdir -p "$work"
+. tools/test-program.sh
+prepare_test_program "$build" callgrind -DCMAKE_BUILD_TYPE=Release
 seconds=8
 [ -f "$work/in.raw" ] || python3 tools/make_pcm.py "$work/in.raw" "$seconds"
 samples=$((seconds * 48000))

@@ -14,10 +14,8 @@ if ! command -v sox >/dev/null; then
     tools/ensure-deps.sh --with-sox >/dev/null 2>&1 || true
     command -v sox >/dev/null || { echo "sox is not installed: comparison skipped"; exit 0; }
 fi
-cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build "$build" -j"$(nproc)" --target quorvel_enh >/dev/null
-work="$build/compare-sox"
-mkdir -p "$work"
+. tools/test-program.sh
+prepare_test_program "$build" compare-sox -DCMAKE_BUILD_TYPE=Release
 seconds=8
 [ -f "$work/in.raw" ] || python3 tools/make_pcm.py "$work/in.raw" "$seconds"
 

@@ -9,10 +9,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build}
 command -v valgrind >/dev/null || { echo "needs valgrind (apt-get install valgrind)" >&2; exit 1; }
-cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build "$build" -j"$(nproc)" --target quorvel_enh >/dev/null
-work="$build/denormal-tail"
-mkdir -p "$work"
+. tools/test-program.sh
+prepare_test_program "$build" denormal-tail -DCMAKE_BUILD_TYPE=Release
 samples=$((8 * 48000))
 python3 tools/make_pcm.py "$work/music.raw" 8
 python3 tools/make_pcm.py "$work/head.raw" 2

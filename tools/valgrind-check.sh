@@ -8,10 +8,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build}
-cmake -S . -B "$build" >/dev/null
-cmake --build "$build" -j"$(nproc)" --target quorvel_enh >/dev/null
-work="$build/valgrind"
-mkdir -p "$work"
+. tools/test-program.sh
+prepare_test_program "$build" valgrind
 [ -f "$work/in.raw" ] || python3 tools/make_pcm.py "$work/in.raw" 1
 python3 - "$work/bits20.rec" <<'PY'
 import struct, sys
