@@ -16,7 +16,6 @@
 
 #include <tqaudio_eqdrc.h>
 
-#include "default_tuning.h"  // generated: kDefaultTuning
 #include "tuning.h"
 
 namespace eqdrc_tool {
@@ -222,42 +221,6 @@ std::string level_text(double v)
 }
 
 }  // namespace
-
-Record default_tuning()
-{
-    return record_from_bytes(std::string(reinterpret_cast<const char *>(kDefaultTuning), sizeof kDefaultTuning));
-}
-
-Record adapt_tuning(Record rec, int sampleRate, int channels, const std::vector<std::string> &bypass,
-                    std::vector<std::string> &notes)
-{
-    const Layout &layout = Layout::embedded();
-    float &rate = rec[layout.word("header.sample_rate")];
-    if (rate != static_cast<float>(sampleRate)) {
-        notes.push_back("the tuning is for " + shortest_text(rate) + " Hz; its filters are designed for the file's " +
-                        std::to_string(sampleRate) + " Hz");
-        rate = static_cast<float>(sampleRate);
-    }
-    float &count = rec[layout.word("header.channels")];
-    if (count != static_cast<float>(channels)) {
-        notes.push_back("the tuning is for " + shortest_text(count) + " channel(s); the file has " +
-                        std::to_string(channels) + (channels == 1 ? " (channel 0's settings apply)" : ""));
-        count = static_cast<float>(channels);
-    }
-    const std::string enable = "header.enable.";
-    for (const std::string &stage : bypass) {
-        const Field *f = layout.find(enable + stage);
-        if (!f) {
-            std::string names;
-            for (const Field &e : layout.fields())
-                if (e.path.rfind(enable, 0) == 0)
-                    names += (names.empty() ? "" : ", ") + e.path.substr(enable.size());
-            throw Error("--bypass: no stage '" + stage + "'; the stages are " + names);
-        }
-        rec[f->word] = 0.0f;
-    }
-    return rec;
-}
 
 ProcessSummary process_file(const ProcessOptions &o, FILE *log)
 {

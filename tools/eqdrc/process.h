@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "adapt.h"
 #include "check.h"
 #include "layout.h"
 #include "loudness.h"
@@ -29,14 +30,6 @@ struct ProcessSummary {
     int channels = 0;
     double processSeconds = 0.0;  // time spent inside the library
 };
-
-// The record the built-in default tuning holds (the demo's reference tuning).
-Record default_tuning();
-
-// The record as it will run on a file: the file's rate and channel count, the bypassed
-// stages switched off. Each adjustment is described in `notes`.
-Record adapt_tuning(Record rec, int sampleRate, int channels, const std::vector<std::string> &bypass,
-                    std::vector<std::string> &notes);
 
 // Processes the whole file; notes, warnings and the progress bar go to `log`. The output
 // appears only when everything succeeded. Throws Error naming the file and the problem.
