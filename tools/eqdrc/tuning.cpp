@@ -68,7 +68,7 @@ void from_json_node(const Node &node, const OrderedJson &value, int base, const 
             if (!key.empty() && key[0] == '_')
                 continue;
             auto it = std::find_if(node.children.begin(), node.children.end(),
-                                   [&](const Node &c) { return c.name == key; });
+                                   [&name = key](const Node &c) { return c.name == name; });
             if (it == node.children.end())
                 throw Error(p + ": unknown field '" + key + "'");
             from_json_node(*it, child, w, p + "." + key, rec);
@@ -237,7 +237,7 @@ Record record_from_json(const OrderedJson &doc, const Layout &layout)
             continue;
         }
         auto it = std::find_if(layout.sections().begin(), layout.sections().end(),
-                               [&](const Node &n) { return n.name == key; });
+                               [&name = key](const Node &n) { return n.name == name; });
         if (it == layout.sections().end())
             throw Error("unknown section '" + key + "'");
         from_json_node(*it, value, 0, key, rec);
