@@ -1,0 +1,151 @@
+// The curves of a tuning, computed with the library's own designs: each channel's EQ
+// bands and their sum, the crossover bands (impulse responses of the library's
+// crossover), the compressor bands' static curves, and the AGC and limiter curves.
+// Each result is plain data, drawn by plot.js and read by the browser test.
+export const FILTER_TYPES = 8;        // designer types 0..7; others end the process
+export const GAIN_CURVE_KNEE = 4;     // knee width the compressor and AGC tables use
+export const LIMITER_KNEE_BASE_DB = 6.0;
+export const LIMITER_MAKEUP_TRIM = 0.998;
+export const GAIN_FLOOR_DB = -60.0;   // tables hold no gain below 0.001
+export const TABLE_HEADROOM_DB = 4.0; // compressor and AGC tables start this far below noise_threshold
+export const DRC_TABLE_TOP_DB = 0.0;
+export const AGC_TABLE_TOP_DB = 10.0;
+export const LIMITER_TABLE_TOP_DB = 10.0;
+export const CROSSOVER_IMPULSE = 4096;
+const DRC_BANDS = ['low', 'middle_1', 'middle_2', 'high'];
+const CROSSOVER_ORDER = ['low', 'high', 'middle_1', 'middle_2']; // the crossover's output order
+const FREQ_POINTS = 300;
+
+export function freqAxis(fs) {
+    const lo = Math.log(20), hi = Math.log(fs / 2);
+    return Array.from({ length: FREQ_POINTS }, (_, i) => Math.exp(lo + ((hi - lo) * i) / (FREQ_POINTS - 1)));
+}
+
+// |H| in dB of b0, b1, b2, a1, a2 (y = b0 x + b1 x1 + b2 x2 - a1 y1 - a2 y2).
+export function magnitudeDb(c, f, fs) {
+    const w = (2 * Math.PI * f) / fs;
+    // a + b z^-1 + d z^-2 at z = e^jw
+    const re = (a, b, d) => a + b * Math.cos(w) + d * Math.cos(2 * w);
+    const im = (b, d) => -(b * Math.sin(w) + d * Math.sin(2 * w));
+    const nr = re(c[0], c[1], c[2]), ni = im(c[1], c[2]);
+    const dr = re(1, c[3], c[4]), di = im(c[3], c[4]);
+    return 10 * Math.log10((nr * nr + ni * ni) / (dr * dr + di * di));
+}
+
+export function activeChannels(f) {
+    return f.i('header.channel_link') !== 0 || f.i('header.channels') < 2 ? [0] : [0, 1];
+}
+
+export function eqCurves(m, f, ch, fs) {
+    const freqs = freqAxis(fs);
+    const total = new Array(freqs.length).fill(0);
+    const bands = [];
+    const c = m._malloc(20);
+    try {
+        for (let b = 0; b < 10; b++) {
+            const p = `eq10.channels[${ch}].bands[${b}].`;
+            const type = f.i(p + 'filterTypes');
+            if (f.i(p + 'enable') === 0 || type < 0 || type >= FILTER_TYPES) continue;
+            m._filter_calculateCoeffs(c, type, fs, f(p + 'fc'), f(p + 'Q'), f(p + 'boost'));
+            const k = Array.from(m.HEAPF32.subarray(c >> 2, (c >> 2) + 5));
+            const db = freqs.map((x) => magnitudeDb(k, x, fs));
+            db.forEach((v, i) => { total[i] += v; });
+            bands.push({ band: b, db });
+        }
+    } finally { m._free(c); }
+    return { freqs, bands, total, on: f.i('header.enable.eq10') === 1 };
+}
+
+// In-place radix-2 FFT magnitude (dB) of a real signal, bins 0..n/2.
+function spectrumDb(x) {
+    const n = x.length;
+    const re = Float64Array.from(x), im = new Float64Array(n);
+    for (let i = 1, j = 0; i < n; i++) {
+        let bit = n >> 1;
+        for (; j & bit; bit >>= 1) j ^= bit;
+        j ^= bit;
+        if (i < j) { [re[i], re[j]] = [re[j], re[i]]; }
+    }
+    for (let len = 2; len <= n; len <<= 1) {
+        const a = (-2 * Math.PI) / len;
+        for (let i = 0; i < n; i += len) {
+            for (let k = 0; k < len / 2; k++) {
+                const wr = Math.cos(a * k), wi = Math.sin(a * k);
+                const ur = re[i + k], ui = im[i + k];
+                const vr = re[i + k + len / 2] * wr - im[i + k + len / 2] * wi;
+                const vi = re[i + k + len / 2] * wi + im[i + k + len / 2] * wr;
+                re[i + k] = ur + vr; im[i + k] = ui + vi;
+                re[i + k + len / 2] = ur - vr; im[i + k + len / 2] = ui - vi;
+            }
+        }
+    }
+    return Array.from({ length: n / 2 + 1 }, (_, i) => 10 * Math.log10(re[i] * re[i] + im[i] * im[i]));
+}
+
+export function crossoverCurves(m, f, ch, fs) {
+    const p = `multiband_drc.channels[${ch}].`;
+    const count = f.i(p + 'crossover_band');
+    const mode = Math.max(0, Math.min(count - 2, 2));
+    const corners = [f(p + 'low.freq_end'), f(p + 'high.freq_start'), f(p + 'middle_1.freq_start'),
+                     f(p + 'middle_1.freq_end'), f(p + 'middle_2.freq_start'), f(p + 'middle_2.freq_end')];
+    const bandsN = 2 + mode;
+    const param = m._malloc(28), io = m._malloc(4 + 16);
+    const ir = Array.from({ length: bandsN }, () => new Float64Array(CROSSOVER_IMPULSE));
+    m.HEAP32[param >> 2] = mode;
+    corners.forEach((v, i) => { m.HEAPF32[(param >> 2) + 1 + i] = v; });
+    const st = m._Filters_Crossover_filterInit(Math.trunc(fs), 1, param);
+    try {
+        for (let i = 0; i < CROSSOVER_IMPULSE; i++) {
+            m.HEAPF32[io >> 2] = i === 0 ? 1 : 0;
+            m._Filters_Crossover_filterProcess(st, io, io + 4);
+            for (let b = 0; b < bandsN; b++) ir[b][i] = m.HEAPF32[(io >> 2) + 1 + b];
+        }
+    } finally {
+        if (st) m._Filters_Crossover_filterDestroy(st);
+        m._free(param); m._free(io);
+    }
+    const sum = new Float64Array(CROSSOVER_IMPULSE);
+    ir.forEach((x) => x.forEach((v, i) => { sum[i] += v; }));
+    const binHz = fs / CROSSOVER_IMPULSE;
+    const first = Math.ceil(20 / binHz);
+    const keep = (s) => s.slice(first);
+    const freqs = keep(Array.from({ length: CROSSOVER_IMPULSE / 2 + 1 }, (_, i) => i * binHz));
+    return { freqs, count, bands: ir.map((x, b) => ({ name: CROSSOVER_ORDER[b], db: keep(spectrumDb(x)) })),
+             sum: keep(spectrumDb(sum)), on: f.i('header.enable.multiband_drc') === 1 };
+}
+
+// Output level through a table over x0..top: levels outside the grid take the end
+// entries' gains, and no gain goes below the table floor.
+function tabled(curve, x, x0, top) {
+    const xs = Math.fround(Math.min(Math.max(x, x0), top));
+    return x + Math.max(curve(xs) - xs, GAIN_FLOOR_DB);
+}
+
+const curveArgs = (f, base) => ['noise_threshold', 'expand_end', 'compress_start', 'max_gain', 'max_peak'].map((k) => f(base + k));
+const levels = (lo, hi, n) => Array.from({ length: n }, (_, i) => Math.fround(lo + ((hi - lo) * i) / (n - 1)));
+
+export function drcCurves(m, f, ch) {
+    const p = `multiband_drc.channels[${ch}].`;
+    const count = f.i(p + 'crossover_band');
+    const x = levels(-100, 0, 201);
+    const bands = DRC_BANDS.slice(0, Math.max(2, Math.min(count, 4))).map((name) => {
+        const a = curveArgs(f, p + name + '.');
+        const gain = f(p + name + '.gain_dB');
+        const y = x.map((v) => tabled((s) => m._table_caculate(GAIN_CURVE_KNEE, s, ...a), v, a[0] - TABLE_HEADROOM_DB, DRC_TABLE_TOP_DB) + gain);
+        return { name, y, on: f.i(p + name + '.drc_enable') !== 0, compressStart: a[2], kneeDb: GAIN_CURVE_KNEE };
+    });
+    return { x, bands, on: f.i('header.enable.multiband_drc') === 1 };
+}
+
+export function agcLimiterCurves(m, f, ch) {
+    const x = levels(-100, 10, 221);
+    const a = curveArgs(f, `agc.channels[${ch}].`);
+    const agc = x.map((v) => tabled((s) => m._table_caculate(GAIN_CURVE_KNEE, s, ...a), v, a[0] - TABLE_HEADROOM_DB, AGC_TABLE_TOP_DB));
+    const mp = `maximizer.channels[${ch}].`;
+    const thr = f(mp + 'max_threshold'), ceiling = f(mp + 'ceiling');
+    const knee = Number.isFinite(thr) ? Math.trunc(-thr + -thr + LIMITER_KNEE_BASE_DB) : 0;
+    const trim = 20 * Math.log10(LIMITER_MAKEUP_TRIM);
+    const limiter = x.map((v) => tabled((s) => m._max_table_caculate(knee, s, thr), v, 2 * thr - LIMITER_KNEE_BASE_DB, LIMITER_TABLE_TOP_DB) + (ceiling - thr) + trim);
+    return { x, agc, limiter, agcOn: f.i('header.enable.agc') === 1, limiterOn: f.i('header.enable.maximizer') === 1,
+             compressStart: a[2], threshold: thr };
+}
