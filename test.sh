@@ -11,10 +11,12 @@
 #   fuzz     every libFuzzer target for 45 s (ASan+UBSan), failing on any finding;
 #   valgrind memcheck of quorvel_enh, only the required leaks suppressed (needs release);
 #   python   the Python package's tests (python/tests) against build/;
+#   studio   WebAssembly build (studio/build.sh): conformance vectors under node, and the
+#            tuning studio in headless chromium against eqdrc (studio/tests/run.sh);
 #   mathf    our maths functions against this machine's libm on all 2^32 arguments
 #            (x86-64 glibc 2.36 only, about 5 minutes; not in the default list).
 # The conformance families checked are those listed in .ci/conformance-families.
-#   ./test.sh [VARIANT ...]      (default: release debug asan aarch64 fuzz valgrind python)
+#   ./test.sh [VARIANT ...]      (default: release debug asan aarch64 fuzz valgrind python studio)
 set -euo pipefail
 cd "$(dirname "$0")"
 tools/ensure-deps.sh --with-cross
@@ -109,6 +111,22 @@ variant_mathf() {
     TIMEOUT=1800 tools/check-mathf.sh
 }
 
+variant_studio() {
+    echo "== studio (WebAssembly build: conformance under node, the tuning studio in chromium)"
+    local t0=$SECONDS
+    studio/build.sh build-wasm >/dev/null
+    echo "(build-wasm: built in $((SECONDS - t0)) s)"
+    t0=$SECONDS
+    studio/conformance/check.sh -f "$families" build-wasm
+    echo "(build-wasm: conformance under node in $((SECONDS - t0)) s)"
+    t0=$SECONDS
+    # eqdrc, which the page's output is compared with (the release variant's build, or its own)
+    cmake -S . -B build >/dev/null
+    cmake --build build -j"$jobs" --target eqdrc >/dev/null
+    studio/tests/run.sh build-wasm build
+    echo "(studio browser test in $((SECONDS - t0)) s; screenshots in build-wasm/studio/artifacts)"
+}
+
 variant_python() {
     echo "== python (the tqeqdrc package against the library and the eqdrc tool in build/)"
     [ -x build/tools/eqdrc/eqdrc ] && [ -f build/libtqaudio_effect_eqdrc.so ] ||
@@ -121,7 +139,7 @@ variant_python() {
 }
 
 variants=("$@")
-[ ${#variants[@]} -gt 0 ] || variants=(release debug asan aarch64 fuzz valgrind python)
+[ ${#variants[@]} -gt 0 ] || variants=(release debug asan aarch64 fuzz valgrind python studio)
 for v in "${variants[@]}"; do
     t0=$SECONDS
     "variant_$v"

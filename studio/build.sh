@@ -12,6 +12,6 @@ export NODE_PATH=${NODE_PATH:+$NODE_PATH:}/usr/share/nodejs
 if [ ! -f "$dir/CMakeCache.txt" ]; then
     # wasm32: not the x86 default of the toolchain file, which would add x86 flags
     emcmake cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=Release -DEMSCRIPTEN_SYSTEM_PROCESSOR=wasm32 \
-        -DEQDRC_BUILD_TESTS=OFF -DEQDRC_BUILD_BENCH=OFF >/dev/null
+        -DEQDRC_BUILD_TESTS=OFF -DEQDRC_BUILD_BENCH=OFF -Wno-dev >/dev/null 2>&1
 fi
 cmake --build "$dir" -j"$(nproc)" --target studio_site

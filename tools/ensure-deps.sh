@@ -30,6 +30,12 @@ py=/usr/bin/python3; [ -x "$py" ] || py=python3
 "$py" -c 'import numpy' 2>/dev/null || need+=(python3-numpy)
 "$py" -c 'import pytest' 2>/dev/null || need+=(python3-pytest)
 "$py" -c 'import matplotlib' 2>/dev/null || need+=(python3-matplotlib)
+# the tuning studio (studio/): emscripten, node and npm for its build and browser test,
+# Debian's chromium for the browser test (puppeteer-core never downloads one)
+have emcc || need+=(emscripten)
+have node || need+=(nodejs)
+have npm || need+=(npm)
+have chromium || need+=(chromium)
 if [ "${1:-}" = --with-sox ]; then  # optional: tools/compare-sox.sh
     have sox || need+=(sox)
 fi
