@@ -11,7 +11,13 @@ dir=${1:-build-wasm}
 export NODE_PATH=${NODE_PATH:+$NODE_PATH:}/usr/share/nodejs
 if [ ! -f "$dir/CMakeCache.txt" ]; then
     # wasm32: not the x86 default of the toolchain file, which would add x86 flags
-    emcmake cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=Release -DEMSCRIPTEN_SYSTEM_PROCESSOR=wasm32 \
-        -DEQDRC_BUILD_TESTS=OFF -DEQDRC_BUILD_BENCH=OFF -Wno-dev >/dev/null 2>&1
+    log=$(mktemp)
+    if ! emcmake cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=Release -DEMSCRIPTEN_SYSTEM_PROCESSOR=wasm32 \
+            -DEQDRC_BUILD_TESTS=OFF -DEQDRC_BUILD_BENCH=OFF -Wno-dev >"$log" 2>&1; then
+        cat "$log"
+        rm -f "$log"
+        exit 1
+    fi
+    rm -f "$log"
 fi
 cmake --build "$dir" -j"$(nproc)" --target studio_site

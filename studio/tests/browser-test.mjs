@@ -102,6 +102,20 @@ try {
           `${before.total[at400].toFixed(2)} -> ${after[at400].toFixed(2)} dB at 400 Hz`);
     await page.screenshot({ path: join(artifacts, 'studio-edited.png') });
 
+    // Dragging the band's handle on the EQ plot moves its fc and boost, and the curve.
+    const from = await page.evaluate((b) => studio.handleAt(0, b), 2);
+    const fcBefore = await page.$eval(`#fields [data-path="eq10.channels[0].bands[2].fc"]`, (el) => el.value);
+    const drawn = await page.evaluate(() => studio.redraws);
+    await page.mouse.move(from.x, from.y);
+    await page.mouse.down();
+    await page.mouse.move(from.x + 40, from.y - 30, { steps: 5 });
+    await page.mouse.up();
+    await page.waitForFunction((n) => studio.redraws > n, {}, drawn);
+    const fcAfter = await page.$eval(`#fields [data-path="eq10.channels[0].bands[2].fc"]`, (el) => el.value);
+    const boostAfter = await page.$eval(`#fields [data-path="eq10.channels[0].bands[2].boost"]`, (el) => Number(el.value));
+    check(Number(fcAfter) > Number(fcBefore) && boostAfter > 1, 'dragging a band moves its fc and boost',
+          `fc ${fcBefore} -> ${fcAfter}, boost -> ${boostAfter}`);
+
     // Saved as the tool writes it.
     await (await page.$('#tuning-file')).uploadFile(TUNING);
     await page.waitForFunction(() => studio.messages.at(-1).text.endsWith('opened'));

@@ -205,12 +205,16 @@ function drawCurves() {
             try {
                 const eq = curves.eqCurves(m, f, ch, fs);
                 plots[`eq${ch}`] = eq;
-                drawPlot(keep(`eq${ch}`), {
+                const eqCanvas = keep(`eq${ch}`);
+                eqCanvas.dataset.channel = String(ch);
+                eqCanvas.setAttribute('aria-label', `EQ response of channel ${ch}; drag a band to move its fc and boost`);
+                eqMaps.set(eqCanvas, drawPlot(eqCanvas, {
                     title: `eq10.channels[${ch}]`, xlog: true, xlim: [20, fs / 2], ylim: [-24, 24], ystep: 6,
                     xticks: FREQ_TICKS.filter((t) => t <= fs / 2), grey: !eq.on,
                     series: [...eq.bands.map((b) => ({ x: eq.freqs, y: b.db, label: `bands[${b.band}]`, width: 0.9 })),
                              { x: eq.freqs, y: eq.total, color: '#000', width: 2, label: 'sum' }],
-                });
+                    points: eq.bands.map((b) => ({ x: b.fc, y: b.boost })),
+                }));
                 const xo = curves.crossoverCurves(m, f, ch, fs);
                 plots[`crossover${ch}`] = xo;
                 drawPlot(keep(`crossover${ch}`), {
@@ -246,6 +250,59 @@ function drawCurves() {
     for (const el of [...$('plots').children]) if (!el.dataset.keep) el.remove();
     studio.plots = plots;
     studio.redraws = (studio.redraws || 0) + 1;
+}
+
+// Dragging on an EQ plot moves the enabled band whose centre is nearest: fc along the
+// frequency axis, boost up and down.
+const DRAG_REACH_PX = 30;
+const eqMaps = new Map();
+let drag = null;
+
+// Where a band's handle is on the page (for the browser test's drag).
+studio.handleAt = (ch, band) => {
+    const canvas = document.getElementById(`plot-eq${ch}`);
+    const f = reader();
+    const p = `eq10.channels[${ch}].bands[${band}].`;
+    const [x, y] = eqMaps.get(canvas).toPixel(f(p + 'fc'), f(p + 'boost'));
+    const r = canvas.getBoundingClientRect();
+    return { x: r.left + x, y: r.top + y };
+};
+
+function setField(path, v) {
+    const { field, input } = byPath.get(path);
+    engine.record()[field.word] = v;
+    input.value = floatText(v);
+}
+
+function startDrag(e) {
+    const canvas = e.target;
+    const map = eqMaps.get(canvas);
+    if (!map) return;
+    const ch = Number(canvas.dataset.channel);
+    const f = reader();
+    const r = canvas.getBoundingClientRect();
+    let best = null;
+    for (let b = 0; b < 10; b++) {
+        const p = `eq10.channels[${ch}].bands[${b}].`;
+        if (f.i(p + 'enable') === 0) continue;
+        const [px, py] = map.toPixel(f(p + 'fc'), f(p + 'boost'));
+        const d = Math.hypot(px - (e.clientX - r.left), py - (e.clientY - r.top));
+        if (d < DRAG_REACH_PX && (!best || d < best.d)) best = { d, p };
+    }
+    if (!best) return;
+    drag = { canvas, map, p: best.p };
+    canvas.setPointerCapture(e.pointerId);
+    e.preventDefault();
+}
+
+function moveDrag(e) {
+    if (!drag || e.target !== drag.canvas) return;
+    const r = drag.canvas.getBoundingClientRect();
+    const [fc, boost] = drag.map.toData(e.clientX - r.left, e.clientY - r.top);
+    const fs = reader()('header.sample_rate');
+    setField(drag.p + 'fc', Math.fround(Math.round(Math.min(Math.max(fc, 20), fs / 2 - 1))));
+    setField(drag.p + 'boost', Math.fround(Math.round(boost * 10) / 10));
+    refresh();
 }
 
 // ---- tunings -----------------------------------------------------------------------
@@ -328,7 +385,7 @@ async function openAudio(name, buf) {
     $('progress').value = 0;
     $('play').disabled = $('ab').disabled = $('save-audio').disabled = true;
     message(`processing ${name}…`);
-    worker.postMessage({ name, record: engine.record().slice(), pcm: a.pcm, rate: a.rate, channels: a.channels, frameLen: FRAME_LEN });
+    worker.postMessage({ name, tuningName, record: engine.record().slice(), pcm: a.pcm, rate: a.rate, channels: a.channels, frameLen: FRAME_LEN });
 }
 
 function onWorker(d) {
@@ -339,7 +396,9 @@ function onWorker(d) {
     const issues = (d.issues || []).map((i) => i.text);
     if (d.type === 'error') {
         a.state = 'error';
-        message([d.message, ...notes, ...issues].join('\n'), 'error');
+        $('loudness-table').textContent = '';
+        $('loudness').getContext('2d').clearRect(0, 0, $('loudness').width, $('loudness').height);
+        message([...notes, ...issues, d.message].join('\n'), 'error');
         return;
     }
     a.out = d.out;
@@ -464,6 +523,9 @@ async function main() {
         const a = studio.audio;
         download(a.name.replace(/\.[^.]*$/, '') + '-processed.wav', writeWav(a.out, a.rate, a.channels), 'audio/wav');
     });
+    $('plots').addEventListener('pointerdown', startDrag);
+    $('plots').addEventListener('pointermove', moveDrag);
+    $('plots').addEventListener('pointerup', () => { drag = null; });
     $('play').addEventListener('click', togglePlay);
     $('ab').addEventListener('click', toggleAB);
     document.addEventListener('keydown', (e) => {

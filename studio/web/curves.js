@@ -50,7 +50,7 @@ export function eqCurves(m, f, ch, fs) {
             const k = Array.from(m.HEAPF32.subarray(c >> 2, (c >> 2) + 5));
             const db = freqs.map((x) => magnitudeDb(k, x, fs));
             db.forEach((v, i) => { total[i] += v; });
-            bands.push({ band: b, db });
+            bands.push({ band: b, db, fc: f(p + 'fc'), boost: f(p + 'boost') });
         }
     } finally { m._free(c); }
     return { freqs, bands, total, on: f.i('header.enable.eq10') === 1 };

@@ -1,5 +1,5 @@
 // A small line plot on a canvas: axes, grid, labelled series, vertical marks. A plot of
-// a disabled stage is drawn in grey.
+// a disabled stage is drawn in grey. Returns the mapping from canvas pixels to data.
 const COLORS = ['#1f77b4', '#ff7f0e', '#2ca02c', '#d62728', '#9467bd', '#8c564b', '#e377c2', '#17becf', '#bcbd22', '#7f7f7f'];
 const PAD = { left: 44, right: 8, top: 20, bottom: 26 };
 
@@ -51,6 +51,12 @@ export function drawPlot(canvas, p) {
         });
         g.stroke();
     });
+    for (const pt of p.points || []) {
+        g.fillStyle = p.grey ? '#aaa' : '#fff';
+        g.strokeStyle = p.grey ? '#888' : '#000';
+        g.lineWidth = 1.5;
+        g.beginPath(); g.arc(X(pt.x), Y(pt.y), 5, 0, 2 * Math.PI); g.fill(); g.stroke();
+    }
     g.restore();
     g.setLineDash([]);
     let ly = PAD.top + 4;
@@ -59,4 +65,10 @@ export function drawPlot(canvas, p) {
         g.fillStyle = p.grey ? '#999' : s.color || COLORS[i % COLORS.length];
         g.fillText(s.label, w - PAD.right - 170, (ly += 12));
     }
+    const fromX = p.xlog ? (v) => 10 ** v : (v) => v;
+    return {
+        toData: (px, py) => [fromX(x0 + ((px - PAD.left) / (w - PAD.left - PAD.right)) * (x1 - x0)),
+                             y0 + ((h - PAD.bottom - py) / (h - PAD.top - PAD.bottom)) * (y1 - y0)],
+        toPixel: (x, y) => [X(x), Y(y)],
+    };
 }

@@ -11,7 +11,7 @@ function fail(message, extra = {}) {
 }
 
 onmessage = async (e) => {
-    const { record, pcm, rate, channels, frameLen, name } = e.data;
+    const { record, pcm, rate, channels, frameLen, name, tuningName } = e.data;
     let engine;
     try {
         engine = await enginePromise;
@@ -23,7 +23,7 @@ onmessage = async (e) => {
     engine.setRecord(record);
     const fit = engine.adapt(rate, channels, frameLen);
     if (fit.errors) {
-        return fail(`tuning: ${fit.errors} error(s) above; the library would reject it or stop`,
+        return fail(`${tuningName}: ${fit.errors} error(s) above; the library would reject it or stop`,
                     { notes: fit.notes, issues: fit.issues });
     }
     const frameSamples = frameLen * channels;
@@ -31,7 +31,7 @@ onmessage = async (e) => {
     let chain = 0;
     try {
         chain = m._AudioPost_Init(engine.adaptedPtr, frameLen);
-        if (!chain) return fail('tuning: the library rejected the tuning', { notes: fit.notes, issues: fit.issues });
+        if (!chain) return fail(`${tuningName}: the library rejected the tuning`, { notes: fit.notes, issues: fit.issues });
         const out = new Int16Array(pcm.length);
         const frames = pcm.length / channels;
         let lastReport = 0;
