@@ -10,6 +10,7 @@ import { parseWav, writeWav } from './wav.js';
 import { SILENT_LUFS } from './loudness.js';
 
 const FRAME_LEN = 768; // the frame `eqdrc tuning check` and `eqdrc process` assume
+const DECODE_RATE = 48000; // what files other than 16-bit WAV are decoded to
 const AUDIO_EXTENSIONS = /\.(wav|flac|ogg|oga|mp3|m4a|aac|opus|webm)$/i;
 const FREQ_TICKS = [20, 50, 100, 200, 500, 1000, 2000, 5000, 10000, 20000];
 
@@ -351,8 +352,9 @@ function startWorker() {
 async function decodeAudio(name, buf) {
     const wav = parseWav(buf);
     if (wav && !wav.unsupported) return wav;
-    // Anything else the browser decodes, as 16-bit samples at the file's own rate.
-    const probe = new OfflineAudioContext(1, 1, 48000);
+    // Anything else the browser decodes, as 16-bit samples; the browser resamples to
+    // its decoding rate.
+    const probe = new OfflineAudioContext(1, 1, DECODE_RATE);
     let decoded;
     try {
         decoded = await probe.decodeAudioData(buf.slice(0));
@@ -365,7 +367,7 @@ async function decodeAudio(name, buf) {
         const d = decoded.getChannelData(c);
         for (let i = 0; i < d.length; i++) pcm[i * channels + c] = Math.max(-32768, Math.min(32767, Math.round(d[i] * 32768)));
     }
-    return { rate: decoded.sampleRate, channels, pcm };
+    return { rate: decoded.sampleRate, channels, pcm, decoded: true };
 }
 
 async function openAudio(name, buf) {
@@ -380,7 +382,8 @@ async function openAudio(name, buf) {
     if (a.channels < 1 || a.channels > 2) { message(`${name}: ${a.channels} channels; the chain takes mono or stereo`, 'error'); return; }
     stopPlayback();
     studio.audio = { name, rate: a.rate, channels: a.channels, pcm: a.pcm, out: null, state: 'processing' };
-    $('audio-info').textContent = `${name}: ${(a.pcm.length / a.channels / a.rate).toFixed(2)} s, ${a.rate} Hz, ${a.channels === 1 ? 'mono' : 'stereo'}`;
+    $('audio-info').textContent = `${name}: ${(a.pcm.length / a.channels / a.rate).toFixed(2)} s, ${a.rate} Hz, ${a.channels === 1 ? 'mono' : 'stereo'}` +
+        (a.decoded ? ` (decoded by the browser to 16-bit at ${DECODE_RATE} Hz; a 16-bit WAV is read exactly)` : '');
     $('progress').hidden = false;
     $('progress').value = 0;
     $('play').disabled = $('ab').disabled = $('save-audio').disabled = true;
