@@ -139,6 +139,17 @@ try {
     await page.keyboard.press('b');
     check(await page.$eval('#ab', (el) => el.getAttribute('aria-pressed')) === 'true', 'the b key switches A/B');
 
+    // Values no tuning should hold: marked beside the field, the page keeps drawing.
+    await page.click('summary[data-section="multiband_drc"]');
+    const corner = '#fields [data-path="multiband_drc.channels[0].low.freq_end"]';
+    const redrawn = await page.evaluate(() => studio.redraws);
+    await page.click(corner, { clickCount: 3 });
+    await page.type(corner, '0x7fc00000'); // NaN
+    await page.waitForFunction((n) => studio.redraws > n, {}, redrawn);
+    const nanIssue = await page.$eval(corner, (el) => el.parentElement.querySelector('.issue').textContent);
+    check(/^error: multiband_drc\.channels\[0\]\.low\.freq_end = /.test(nanIssue) && await page.evaluate(() => !!studio.plots.eq0),
+          'a NaN crossover corner: an error beside it, the curves still drawn', nanIssue);
+
     // Bad files: a clear message each, and the page still answers.
     writeFileSync(join(work, 'notes.json'), 'these are my notes, not a tuning\n');
     await (await page.$('#tuning-file')).uploadFile(join(work, 'notes.json'));

@@ -203,6 +203,7 @@ function drawCurves() {
         message('header.sample_rate must be positive to draw the curves', 'error');
     } else {
         for (const ch of curves.activeChannels(f)) {
+            const stack = m.stackSave();
             try {
                 const eq = curves.eqCurves(m, f, ch, fs);
                 plots[`eq${ch}`] = eq;
@@ -244,6 +245,7 @@ function drawCurves() {
                              { x: al.x, y: al.limiter, dash: !al.limiterOn, label: `maximizer${al.limiterOn ? '' : ' (off)'}` }],
                 });
             } catch (err) {
+                m.stackRestore(stack); // a library call that ends the process unwinds no further
                 message(`the curves of channel ${ch} could not be computed: ${err && err.name === 'ExitStatus' ? 'the library stopped' : err}`, 'error');
             }
         }
@@ -308,7 +310,12 @@ function moveDrag(e) {
 
 // ---- tunings -----------------------------------------------------------------------
 function openTuning(name, bytes) {
-    const error = engine.read(name, bytes);
+    let error;
+    try {
+        error = engine.read(name, bytes);
+    } catch (err) {
+        error = `${name}: cannot read: ${err}`;
+    }
     if (error) {
         message(error, 'error');
         return false;
