@@ -309,31 +309,4 @@ Record read_tuning(const std::string &path)
     return record_from_bytes(bytes);
 }
 
-void write_file_atomic(const std::string &path, const std::string &bytes)
-{
-    std::string tmp = path + ".eqdrc-XXXXXX";
-    int fd = mkstemp(tmp.data());
-    if (fd < 0)
-        throw Error(path + ": cannot create: " + std::strerror(errno));
-    size_t done = 0;
-    while (done < bytes.size()) {
-        ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-        if (n < 0) {
-            int err = errno;
-            ::close(fd);
-            ::unlink(tmp.c_str());
-            throw Error(path + ": write error: " + std::strerror(err));
-        }
-        done += static_cast<size_t>(n);
-    }
-    mode_t mask = ::umask(0);  // mkstemp makes 0600; give the file the usual permissions
-    ::umask(mask);
-    ::fchmod(fd, 0666 & ~mask);
-    if (::close(fd) != 0 || std::rename(tmp.c_str(), path.c_str()) != 0) {
-        int err = errno;
-        ::unlink(tmp.c_str());
-        throw Error(path + ": cannot write: " + std::strerror(err));
-    }
-}
-
 }  // namespace eqdrc_tool
