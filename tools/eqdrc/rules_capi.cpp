@@ -5,6 +5,8 @@
 #include <cstring>
 #include <nlohmann/json.hpp>
 
+#include "check.h"
+#include "output_file.h"
 #include "stream_rules.h"
 
 #define RULES_API extern "C" __attribute__((visibility("default")))
@@ -53,4 +55,35 @@ RULES_API int tqeqdrc_ceiling_warning(int channel, long long count, float ceilin
                                       size_t size)
 {
     return deliver(eqdrc_tool::ceiling_warning(channel, count, ceilingDb, highestDbfs), out, size);
+}
+
+// The check's lines for a record, as `eqdrc tuning check` prints them, and its error count:
+// {"log": [...], "errors": N}. Returns the size the report needs, as above.
+RULES_API int tqeqdrc_check(const float *tuning, int frameLen, const char *name, char *report, size_t size)
+{
+    using namespace eqdrc_tool;
+    Record rec;
+    std::memcpy(rec.data(), tuning, kRecordBytes);
+    std::vector<Issue> issues = check_tuning(rec, frameLen);
+    std::vector<std::string> lines;
+    for (const Issue &i : issues)
+        lines.push_back(std::string(name) + ": " + format_issue(i));
+    nlohmann::json doc{{"log", lines}, {"errors", count_errors(issues)}};
+    return deliver(doc.dump(), report, size);
+}
+
+// Why `output` must not be written (it is one of `inputs_json`, a JSON array of paths),
+// or an empty text. Returns the size the message needs.
+RULES_API int tqeqdrc_refuse_overwrite(const char *output, const char *inputs_json, int force, char *message,
+                                       size_t size)
+{
+    using namespace eqdrc_tool;
+    try {
+        refuse_overwriting_inputs(output, nlohmann::json::parse(inputs_json).get<std::vector<std::string>>(), force);
+    } catch (const Error &e) {
+        return deliver(e.what(), message, size);
+    } catch (const std::exception &) {
+        return -1;
+    }
+    return deliver("", message, size);
 }
