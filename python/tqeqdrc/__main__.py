@@ -76,13 +76,14 @@ def main(argv=None):
             tuning.write_record(a.output, rec, [a.tuning], a.force)
         else:
             bypass = [s for s in a.bypass.split(",") if s]
-            pcm, out, rate, warnings = process_file(a.input, a.output, a.tuning, a.frame, bypass, a.force)
-            for w in warnings:
+            done = process_file(a.input, a.output, a.tuning, a.frame, bypass, a.force)
+            for w in done.warnings:
                 print(w)
             if a.report:
                 from . import plots
-                plots.plot_report(pcm, out, rate, a.report, title="%s through %s" % (
-                    os.path.basename(a.input), os.path.basename(a.tuning or DEFAULT_TUNING_NAME)))
+                plots.plot_report(done.pcm_in, done.pcm_out, done.sample_rate, a.report, record=done.record,
+                                  title="%s through %s" % (os.path.basename(a.input),
+                                                           os.path.basename(a.tuning or DEFAULT_TUNING_NAME)))
     except (OSError, ValueError, RuntimeError) as e:
         sys.stdout.flush()
         print("tqeqdrc: %s" % e, file=sys.stderr)

@@ -1,5 +1,6 @@
 """A file through the chain as `eqdrc process` runs it: the same refusals, notes, checks
 and warnings (from the tool's own rules), the same samples, progress on a terminal."""
+import collections
 import os
 import sys
 import time
@@ -12,6 +13,9 @@ DEFAULT_TUNING = os.path.join(os.path.dirname(os.path.realpath(__file__)), "data
 DEFAULT_TUNING_NAME = "built-in default tuning"
 PROGRESS_WIDTH = 40
 PROGRESS_INTERVAL_S = 0.1
+
+
+Processed = collections.namedtuple("Processed", "pcm_in pcm_out sample_rate warnings record")
 
 
 class ProcessError(ValueError):
@@ -46,8 +50,8 @@ class TerminalProgress:
 
 def process_file(input_path, output_path, tuning=None, frame=768, bypass=(), force=False, log=None,
                  prefix="tqeqdrc: "):
-    """Runs the chain over a file; returns (input int16, output int16, sample rate, warning
-    lines). Notes and check results go to `log` (default standard error), each line
+    """Runs the chain over a file; returns Processed(input int16, output int16, sample
+    rate, warning lines, the record as it ran). Notes and check results go to `log` (default standard error), each line
     starting with `prefix`. Raises ProcessError, audiofile.AudioError or TuningError with
     one line; nothing is written then."""
     log = log or sys.stderr
@@ -76,4 +80,4 @@ def process_file(input_path, output_path, tuning=None, frame=768, bypass=(), for
     finally:
         progress.close()
     audiofile.write_audio(output_path, out, rate, inputs, force)
-    return pcm, out, rate, rules.ceiling_warnings(out, ceilings)
+    return Processed(pcm, out, rate, rules.ceiling_warnings(out, ceilings), record)
