@@ -41,15 +41,8 @@ bool has_temporary(const ScratchDir &dir)
 TEST(OutputSafety, NeverReplacesAnInputUnlessForced)
 {
     ScratchDir dir;
-    std::vector<int16_t> pcm(2 * 4800, 1000);
-    SF_INFO info{};
-    info.channels = 2;
-    info.samplerate = 48000;
-    info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
-    SNDFILE *f = sf_open((dir / "song.wav").c_str(), SFM_WRITE, &info);
-    ASSERT_NE(f, nullptr);
-    sf_writef_short(f, pcm.data(), 4800);
-    sf_close(f);
+    ASSERT_TRUE(write_sound(dir / "song.wav", std::vector<int16_t>(2 * 4800, 1000), 2, 48000,
+                            SF_FORMAT_WAV | SF_FORMAT_PCM_16));
     spit(dir / "tuning.json", slurp(kTunings + "music.json"));
     spit(dir / "tuning.bin", slurp(kTunings + "reference.bin"));
     ASSERT_EQ(::symlink((dir / "song.wav").c_str(), (dir / "song-link.wav").c_str()), 0);

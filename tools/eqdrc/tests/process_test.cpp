@@ -22,14 +22,7 @@ constexpr int kFrame = 768;
 void write_audio(const std::string &path, const std::vector<int16_t> &pcm, int channels, int rate,
                  int format = SF_FORMAT_WAV | SF_FORMAT_PCM_16)
 {
-    SF_INFO info{};
-    info.channels = channels;
-    info.samplerate = rate;
-    info.format = format;
-    SNDFILE *f = sf_open(path.c_str(), SFM_WRITE, &info);
-    ASSERT_NE(f, nullptr) << sf_strerror(nullptr);
-    sf_writef_short(f, pcm.data(), static_cast<sf_count_t>(pcm.size() / channels));
-    sf_close(f);
+    ASSERT_TRUE(write_sound(path, pcm, channels, rate, format)) << path << ": " << sf_strerror(nullptr);
 }
 
 std::vector<int16_t> read_audio(const std::string &path, SF_INFO &info)
@@ -228,26 +221,20 @@ namespace {
 // point scaled to full scale 1.0.
 void write_as(const std::string &path, const std::vector<int16_t> &pcm, int format)
 {
-    SF_INFO info{};
-    info.channels = 2;
-    info.samplerate = 48000;
-    info.format = format;
-    SNDFILE *f = sf_open(path.c_str(), SFM_WRITE, &info);
-    ASSERT_NE(f, nullptr) << path << ": " << sf_strerror(nullptr);
-    const sf_count_t frames = static_cast<sf_count_t>(pcm.size() / 2);
     int subtype = format & SF_FORMAT_SUBMASK;
+    bool ok;
     if (subtype == SF_FORMAT_FLOAT || subtype == SF_FORMAT_DOUBLE) {
         std::vector<double> v(pcm.begin(), pcm.end());
         for (double &x : v)
             x /= 32768.0;
-        sf_writef_double(f, v.data(), frames);
+        ok = write_sound(path, v, 2, 48000, format);
     } else {
         std::vector<int> v(pcm.begin(), pcm.end());
         for (int &x : v)
             x *= 65536;  // libsndfile keeps the top bits the format holds
-        sf_writef_int(f, v.data(), frames);
+        ok = write_sound(path, v, 2, 48000, format);
     }
-    sf_close(f);
+    ASSERT_TRUE(ok) << path << ": " << sf_strerror(nullptr);
 }
 
 const std::string kBypassAll = "auto_gain,bass_enhancer,exciter,de_esser,eq10,multiband_drc,agc,maximizer";
@@ -299,23 +286,12 @@ TEST(InputFormats, WiderSamplesRoundToNearestTiesToEven)
         }
     if (wide.size() % 2)
         wide.push_back(0), expected.push_back(0);
-    SF_INFO info{};
-    info.channels = 2;
-    info.samplerate = 48000;
-    info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_24;
-    SNDFILE *f = sf_open((dir / "wide.wav").c_str(), SFM_WRITE, &info);
-    ASSERT_NE(f, nullptr);
-    sf_writef_int(f, wide.data(), static_cast<sf_count_t>(wide.size() / 2));
-    sf_close(f);
+    ASSERT_TRUE(write_sound(dir / "wide.wav", wide, 2, 48000, SF_FORMAT_WAV | SF_FORMAT_PCM_24));
     EXPECT_EQ(expected[2], 100) << "100 + 0x80/256 is a tie, to the even 100";
     EXPECT_EQ(expected[7], 102) << "101 + 0x80/256 is a tie, to the even 102";
 
-    info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-    f = sf_open((dir / "hot.wav").c_str(), SFM_WRITE, &info);
-    ASSERT_NE(f, nullptr);
-    const float hot[] = {1.5f, -1.5f, 0.99999f, -1.0f, 0.5f, -0.25f};
-    sf_writef_float(f, hot, 3);
-    sf_close(f);
+    const std::vector<float> hot{1.5f, -1.5f, 0.99999f, -1.0f, 0.5f, -0.25f};
+    ASSERT_TRUE(write_sound(dir / "hot.wav", hot, 2, 48000, SF_FORMAT_WAV | SF_FORMAT_FLOAT));
 
     SF_INFO outInfo;
     ASSERT_EQ(run_tool({"process", dir / "wide.wav", dir / "wide-out.wav", "--bypass", kBypassAll}).status, 0);
