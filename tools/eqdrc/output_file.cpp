@@ -87,10 +87,17 @@ PendingFile::PendingFile(const std::string &output, const std::vector<std::strin
 {
     refuse_overwriting_inputs(output, inputs, force);
     tmp_ = output + ".eqdrc-XXXXXX";
+    // No signal between creating the file and registering it for removal.
+    sigset_t all, previous;
+    sigfillset(&all);
+    ::sigprocmask(SIG_BLOCK, &all, &previous);
     fd_ = mkstemp(tmp_.data());
+    int err = errno;
+    if (fd_ >= 0)
+        slot_ = claim_slot(tmp_);
+    ::sigprocmask(SIG_SETMASK, &previous, nullptr);
     if (fd_ < 0)
-        throw Error(output + ": cannot create: " + std::strerror(errno));
-    slot_ = claim_slot(tmp_);
+        throw Error(output + ": cannot create: " + std::strerror(err));
     mode_t mask = ::umask(0);  // mkstemp makes 0600; give the file the usual permissions
     ::umask(mask);
     ::fchmod(fd_, 0666 & ~mask);
@@ -149,7 +156,9 @@ void remove_pending_files_on_signals()
     sigemptyset(&sa.sa_mask);
     for (int sig : kEndingSignals) {
         struct sigaction old {};
-        if (::sigaction(sig, nullptr, &old) == 0 && old.sa_handler != SIG_IGN)
+        // A signal that is ignored (nohup, a background job) or already handled (e.g. by
+        // a sanitizer's fault report) is left as it is.
+        if (::sigaction(sig, nullptr, &old) == 0 && !(old.sa_flags & SA_SIGINFO) && old.sa_handler == SIG_DFL)
             ::sigaction(sig, &sa, nullptr);
     }
 }

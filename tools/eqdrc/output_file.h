@@ -39,8 +39,8 @@ void write_file_atomic(const std::string &path, const std::string &bytes,
                        const std::vector<std::string> &inputs = {}, bool force = false);
 
 // For programs, not for libraries inside a host: installs the handler that removes
-// pending files on every signal whose default action ends the process (signals the
-// caller ignores stay ignored), and on exit().
+// pending files on every signal whose default action ends the process (signals that are
+// ignored or already handled stay so), and on exit().
 void remove_pending_files_on_signals();
 
 }  // namespace eqdrc_tool

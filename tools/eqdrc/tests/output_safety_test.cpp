@@ -100,7 +100,7 @@ TEST(OutputSafety, EveryEndingSignalRemovesThePartialOutput)
         ASSERT_GE(w, 0);
         std::string head = wav_header(48000 * 60) + std::string(4 * 768 * 4, '\0');
         ASSERT_EQ(::write(w, head.data(), head.size()), static_cast<ssize_t>(head.size()));
-        for (int i = 0; i < 500 && !has_temporary(dir); ++i)
+        for (int i = 0; i < 3000 && !has_temporary(dir); ++i)  // up to 30 s on a loaded machine
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         EXPECT_TRUE(has_temporary(dir)) << "signal " << sig;
         ::kill(pid, sig);
