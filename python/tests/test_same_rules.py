@@ -59,6 +59,8 @@ def files(tmp_path):
     ["folder.wav", "out.wav"],
     ["notes.txt", "out.wav"],
     ["fine.wav", "out.wav", "--tuning", "short-step.json"],
+    ["fine.wav", "out.wav", "--tuning", "missing.json"],
+    ["fine.wav", "out.wav", "--tuning", "folder.wav"],
     ["fine.wav", "out.wav", "--bypass", "limiter"],
     ["fine.wav", "out.wav", "--frame", "0"],
     ["fine.wav", "fine.wav"],

@@ -361,8 +361,13 @@ def is_json_text(data):
 
 def read_tuning(path):
     """A record from a tuning file: JSON (first non-blank character '{') or binary."""
-    with open(path, "rb") as f:
-        data = f.read()
+    if os.path.isdir(path):  # worded as the tool words it
+        raise TuningError("%s: is a folder, not a file" % path)
+    try:
+        with open(path, "rb") as f:
+            data = f.read()
+    except OSError as e:
+        raise TuningError("%s: cannot open: %s" % (path, e.strerror)) from None
     if is_json_text(data):
         try:
             doc = json.loads(data.decode("utf-8"))

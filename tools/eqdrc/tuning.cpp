@@ -268,6 +268,9 @@ std::string record_to_bytes(const Record &rec)
 
 std::string read_file(const std::string &path)
 {
+    struct stat st;
+    if (::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
+        throw Error(path + ": is a folder, not a file");
     std::ifstream in(path, std::ios::binary);
     if (!in)
         throw Error(path + ": cannot open: " + std::strerror(errno));
