@@ -178,7 +178,8 @@ EQDRC_API float biquad_1st_processAudioSample(BiquadState *b, float x);
 /** @} */
 
 /* ===================================================================== */
-/** @name Filter designer @{ */
+/** @name Filter designer
+ *  @{ */
 /* ===================================================================== */
 
 /** Filter type codes of filter_calculateCoeffs. */

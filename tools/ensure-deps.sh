@@ -30,6 +30,12 @@ py=/usr/bin/python3; [ -x "$py" ] || py=python3
 "$py" -c 'import numpy' 2>/dev/null || need+=(python3-numpy)
 "$py" -c 'import pytest' 2>/dev/null || need+=(python3-pytest)
 "$py" -c 'import matplotlib' 2>/dev/null || need+=(python3-matplotlib)
+# the Python package's audio files and its installation into a venv; the API reference
+"$py" -c 'import soundfile' 2>/dev/null || need+=(python3-soundfile)
+"$py" -c 'import ensurepip' 2>/dev/null || need+=(python3-venv)
+"$py" -c 'import pip' 2>/dev/null || need+=(python3-pip)
+"$py" -c 'import setuptools, wheel' 2>/dev/null || need+=(python3-setuptools python3-wheel)
+have doxygen || need+=(doxygen)
 # the tuning studio (studio/): emscripten, node and npm for its build and browser test,
 # Debian's chromium for the browser test (puppeteer-core never downloads one)
 have emcc || need+=(emscripten)

@@ -3,8 +3,10 @@ import ctypes
 import ctypes.util
 import os
 
-_ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.realpath(__file__))))
+# The repository, when the package runs from its source tree (python/tqeqdrc).
+_SOURCE_ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.realpath(__file__))))
 _LIB_NAME = "libtqaudio_effect_eqdrc.so"
+RULES_LIB_NAME = "libtqeqdrc_rules.so"
 
 c_float_p = ctypes.POINTER(ctypes.c_float)
 c_float_pp = ctypes.POINTER(c_float_p)
@@ -19,16 +21,33 @@ class CrossoverParam(ctypes.Structure):
     _fields_ = [("bandMode", ctypes.c_int32), ("freq", ctypes.c_float * 6)]
 
 
-def library_path():
-    """Where the library is taken from: $TQEQDRC_LIB (the .so itself or its folder), the
-    in-tree build/ folder, or the system loader's search."""
+def find_library(name=_LIB_NAME):
+    """Where a library of this project is taken from: $TQEQDRC_LIB (the chain's .so, or
+    the folder holding the libraries), the build/ folder of the source tree the package
+    runs from, or the system loader's search (the standard library path, where
+    `cmake --install` puts them, and $LD_LIBRARY_PATH)."""
     env = os.environ.get("TQEQDRC_LIB")
     if env:
-        return os.path.join(env, _LIB_NAME) if os.path.isdir(env) else env
-    in_tree = os.path.join(_ROOT, "build", _LIB_NAME)
+        folder = env if os.path.isdir(env) else os.path.dirname(env)
+        return env if os.path.basename(env) == name else os.path.join(folder, name)
+    in_tree = os.path.join(_SOURCE_ROOT, "build", name)
     if os.path.exists(in_tree):
         return in_tree
-    return ctypes.util.find_library("tqaudio_effect_eqdrc") or _LIB_NAME
+    return ctypes.util.find_library(name[3:-3]) or name
+
+
+def library_path():
+    return find_library(_LIB_NAME)
+
+
+def load(name):
+    """The library `name`, or an OSError that says where it was looked for."""
+    path = find_library(name)
+    try:
+        return ctypes.CDLL(path)
+    except OSError:
+        raise OSError("cannot load %s (looked for %s): build the project, install it with cmake --install, "
+                      "or set TQEQDRC_LIB to the folder that holds it" % (name, path)) from None
 
 
 # (name, result type, argument types)
@@ -74,7 +93,7 @@ def lib():
     """The loaded library, with every signature above declared (loaded on first use)."""
     global _lib
     if _lib is None:
-        handle = ctypes.CDLL(library_path())
+        handle = load(_LIB_NAME)
         for name, res, args in _SIGNATURES:
             fn = getattr(handle, name)
             fn.restype = res

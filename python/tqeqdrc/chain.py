@@ -72,8 +72,9 @@ class Chain:
             raise ValueError("the chain is closed")
         return self._st
 
-    def process(self, pcm):
-        """Processed copy of `pcm` (int16, same shape)."""
+    def process(self, pcm, progress=None):
+        """Processed copy of `pcm` (int16, same shape). `progress(done, total)`, when
+        given, is called after frames with the samples per channel done so far."""
         pcm = np.asarray(pcm)
         if pcm.dtype != np.int16:
             raise TypeError("process takes int16 samples, not %s" % pcm.dtype)
@@ -91,6 +92,8 @@ class Chain:
         for start in range(0, padded.size, step):
             p = _lib.int16_ptr(padded[start:start + step])
             self._lib.AudioPost_Process(st, p, p, self.channels, self.frame_len)
+            if progress is not None:
+                progress(min(start + step, total) // self.channels, total // self.channels)
         return padded[:total].reshape(shape)
 
     def set_para(self, record):

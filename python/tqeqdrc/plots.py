@@ -4,6 +4,7 @@ import math
 import matplotlib
 
 matplotlib.use("Agg")
+import matplotlib.ticker  # noqa: E402
 import matplotlib.pyplot as plt  # noqa: E402
 import numpy as np  # noqa: E402
 
@@ -42,17 +43,59 @@ def magnitude_db(coeffs, freqs, fs):
         return 20 * np.log10(np.abs(h))
 
 
+FREQ_TICKS_HZ = (20, 50, 100, 200, 500, 1000, 2000, 5000, 10000, 20000)
+OFF_COLOUR = "0.72"
+PER_CHANNEL_SECTIONS = ("eq10", "multiband_drc", "agc", "maximizer")
+
+
 def _freq_axis(fs):
     return np.geomspace(20.0, fs / 2, 600)
 
 
-def _active_channels(f):
-    linked = f.i("header.channel_link") != 0
-    return [0] if linked or f.i("header.channels") < 2 else [0, 1]
+def _frequency_ticks(ax, fs):
+    """Ticks a tuning engineer reads: 20, 50, 100, 200 ... 20k."""
+    ticks = [t for t in FREQ_TICKS_HZ if t <= fs / 2]
+    ax.set_xticks(ticks)
+    ax.set_xticklabels(["%gk" % (t / 1000) if t >= 1000 else "%g" % t for t in ticks])
+    ax.xaxis.set_minor_formatter(matplotlib.ticker.NullFormatter())
 
 
-def _plot_eq(ax, f, ch, fs):
+def _stage_on(f, stage):
+    return f.i("header.enable." + stage) == 1
+
+
+def _mark_off(ax, stages):
+    """A switched-off stage is drawn in grey under a large "off"."""
+    if stages:
+        ax.text(0.5, 0.5, "\n".join("%s off" % s for s in stages), transform=ax.transAxes, ha="center",
+                va="center", fontsize=18, color="0.45", zorder=10)
+
+
+def _channels_identical(f):
+    """Whether channel 1's settings equal channel 0's, word for word, in every drawn section."""
+    lay = f.lay
+    for fld in lay.fields:
+        if fld.section in PER_CHANNEL_SECTIONS and "channels[1]" in fld.path:
+            other = lay.word(fld.path.replace("channels[1]", "channels[0]"))
+            if f.rec[fld.word].tobytes() != f.rec[other].tobytes():
+                return False
+    return True
+
+
+def _columns(f):
+    """(channel whose settings are drawn, how the column is named) per column."""
+    if f.i("header.channels") < 2:
+        return [(0, "channels[0]")]
+    if f.i("header.channel_link") != 0:
+        return [(0, "both channels (channel_link: channels[0])")]
+    if _channels_identical(f):
+        return [(0, "both channels (identical settings)")]
+    return [(0, "channels[0]"), (1, "channels[1]")]
+
+
+def _plot_eq(ax, f, ch, who, fs):
     freqs = _freq_axis(fs)
+    on = _stage_on(f, "eq10")
     total = np.zeros_like(freqs)
     base = "eq10.channels[%d].bands[%d]." % (ch, 0)
     drawn = 0
@@ -67,17 +110,19 @@ def _plot_eq(ax, f, ch, fs):
         m = magnitude_db(c, freqs, fs)
         total += m
         drawn += 1
-        ax.semilogx(freqs, m, lw=0.9, alpha=0.7,
+        ax.semilogx(freqs, m, lw=0.9, alpha=0.7, color=None if on else OFF_COLOUR,
                     label="bands[%d] %s fc=%g Q=%g boost=%g" % (b, dsp.FILTER_TYPES[ftype], f(base + "fc"),
                                                                    f(base + "Q"), f(base + "boost")))
-    ax.semilogx(freqs, total, "k", lw=2, label="combined")
-    state = "on" if f.i("header.enable.eq10") == 1 else "off"
-    ax.set_title("eq10.channels[%d] (header.enable.eq10: %s, %d bands)" % (ch, state, drawn))
+    ax.semilogx(freqs, total, color="k" if on else OFF_COLOUR, lw=2, label="combined")
+    ax.set_title("eq10, %s (%s, %d bands)" % (who, "on" if on else "off", drawn))
     ax.set_xlabel("frequency (Hz)")
     ax.set_ylabel("magnitude (dB)")
     ax.set_xlim(20, fs / 2)
+    _frequency_ticks(ax, fs)
     ax.grid(True, which="both", alpha=0.3)
-    ax.legend(fontsize=6, loc="best")
+    # Beside the axes, never over the combined curve.
+    ax.legend(fontsize=6, loc="upper left", bbox_to_anchor=(1.01, 1.0), borderaxespad=0.0)
+    _mark_off(ax, [] if on else ["eq10"])
 
 
 def _drc_bands(f, ch):
@@ -85,8 +130,9 @@ def _drc_bands(f, ch):
     return count, [b for b in DRC_BANDS[:max(2, min(count, 4))]]
 
 
-def _plot_crossover(ax, f, ch, fs):
+def _plot_crossover(ax, f, ch, who, fs):
     p = "multiband_drc.channels[%d]." % ch
+    on = _stage_on(f, "multiband_drc")
     count, names = _drc_bands(f, ch)
     mode = max(0, min(count - 2, 2))
     corners = [f(p + "low.freq_end"), f(p + "high.freq_start"), f(p + "middle_1.freq_start"),
@@ -98,15 +144,19 @@ def _plot_crossover(ax, f, ch, fs):
     keep = bins >= 20
     with np.errstate(divide="ignore"):
         for name, s in zip(order, resp):
-            ax.semilogx(bins[keep], 20 * np.log10(np.abs(s[keep])), label=name)
-        ax.semilogx(bins[keep], 20 * np.log10(np.abs(resp.sum(axis=0)[keep])), "k--", lw=1, label="sum")
-    ax.set_title("multiband_drc.channels[%d] crossover (crossover_band: %d)" % (ch, count))
+            ax.semilogx(bins[keep], 20 * np.log10(np.abs(s[keep])), label=name,
+                        color=None if on else OFF_COLOUR)
+        ax.semilogx(bins[keep], 20 * np.log10(np.abs(resp.sum(axis=0)[keep])), "--", color="k" if on else OFF_COLOUR,
+                    lw=1, label="sum")
+    ax.set_title("multiband_drc crossover, %s (crossover_band: %d%s)" % (who, count, "" if on else ", off"))
     ax.set_xlabel("frequency (Hz)")
     ax.set_ylabel("magnitude (dB)")
     ax.set_xlim(20, fs / 2)
     ax.set_ylim(-60, 6)
+    _frequency_ticks(ax, fs)
     ax.grid(True, which="both", alpha=0.3)
     ax.legend(fontsize=7)
+    _mark_off(ax, [] if on else ["multiband_drc"])
 
 
 GAIN_FLOOR_DB = -60.0        # tables hold no gain below 0.001
@@ -124,13 +174,30 @@ def _as_tabled(curve, x, x0, top):
     return x + np.maximum(gain, GAIN_FLOOR_DB)
 
 
+def _mark_knees(ax, x, y, spans, colour):
+    """Thickens the curve over each knee span and dots its threshold (span centre)."""
+    for lo, hi in spans:
+        inside = (x >= lo) & (x <= hi)
+        if inside.any():
+            ax.plot(x[inside], y[inside], color=colour, lw=5, alpha=0.35, solid_capstyle="butt")
+        centre = 0.5 * (lo + hi)
+        ax.plot([centre], [np.interp(centre, x, y)], "o", color=colour, ms=4)
+
+
+def _curve_knees(args):
+    """The expander and compressor knees: GAIN_CURVE_KNEE dB around expand_end and compress_start."""
+    h = GAIN_CURVE_KNEE // 2
+    return [(args[1] - h, args[1] + h), (args[2] - h, args[2] + h)]
+
+
 def _curve_args(f, base):
     return [f(base + k) for k in ("noise_threshold", "expand_end", "compress_start", "max_gain", "max_peak")]
 
 
-def _plot_drc_curves(ax, f, ch):
+def _plot_drc_curves(ax, f, ch, who):
     p = "multiband_drc.channels[%d]." % ch
     count, names = _drc_bands(f, ch)
+    stage_on = _stage_on(f, "multiband_drc")
     x = np.linspace(-100.0, 0.0, 401, dtype=np.float32)
     ax.plot(x, x, color="0.6", lw=0.8, ls=":", label="unity")
     for name in names:
@@ -139,58 +206,74 @@ def _plot_drc_curves(ax, f, ch):
         y = _as_tabled(lambda v: dsp.table_caculate(GAIN_CURVE_KNEE, v, *args), x,
                        args[0] - TABLE_HEADROOM_DB, DRC_TABLE_TOP_DB)
         on = f.i(p + name + ".drc_enable") != 0
-        ax.plot(x, y + gain, lw=1.5, ls="-" if on else "--",
-                label="%s (drc_enable %d, gain_dB %g)" % (name, int(on), gain))
-    ax.set_title("multiband_drc.channels[%d] static curves (output = curve + gain_dB)" % ch)
+        line, = ax.plot(x, y + gain, lw=1.5, ls="-" if on else "--", color=None if stage_on else OFF_COLOUR,
+                        label="%s (drc_enable %d, gain_dB %g; knees at expand_end %g, compress_start %g)"
+                        % (name, int(on), gain, args[1], args[2]))
+        _mark_knees(ax, x, y + gain, _curve_knees(args), line.get_color())
+    ax.set_title("multiband_drc static curves, %s (output = curve + gain_dB)" % who)
     ax.set_xlabel("input level (dBFS)")
     ax.set_ylabel("output level (dBFS)")
     ax.set_xlim(-100, 0)
     ax.grid(True, alpha=0.3)
     ax.legend(fontsize=7)
+    _mark_off(ax, [] if stage_on else ["multiband_drc"])
 
 
-def _plot_agc_limiter(ax, f, ch):
+def _plot_agc_limiter(ax, f, ch, who):
     x = np.linspace(-100.0, 10.0, 441, dtype=np.float32)
     ax.plot(x, x, color="0.6", lw=0.8, ls=":", label="unity")
     a = "agc.channels[%d]." % ch
     agc_args = _curve_args(f, a)
     agc = _as_tabled(lambda v: dsp.table_caculate(GAIN_CURVE_KNEE, v, *agc_args), x,
                      agc_args[0] - TABLE_HEADROOM_DB, AGC_TABLE_TOP_DB)
-    ax.plot(x, agc, lw=1.5, label="agc (compress_start %g, max_gain %g, max_peak %g)"
-            % (f(a + "compress_start"), f(a + "max_gain"), f(a + "max_peak")))
+    agc_on, lim_on = _stage_on(f, "agc"), _stage_on(f, "maximizer")
+    line, = ax.plot(x, agc, lw=1.5, color="tab:blue" if agc_on else OFF_COLOUR,
+                    label="agc (knees at expand_end %g, compress_start %g; max_gain %g, max_peak %g)%s"
+                    % (f(a + "expand_end"), f(a + "compress_start"), f(a + "max_gain"), f(a + "max_peak"),
+                       "" if agc_on else ", off"))
+    _mark_knees(ax, x, agc, _curve_knees(agc_args), line.get_color())
     m = "maximizer.channels[%d]." % ch
     thr, ceiling = f(m + "max_threshold"), f(m + "ceiling")
     knee = int(-thr + -thr + LIMITER_KNEE_BASE_DB) if math.isfinite(thr) else 0
     lim = _as_tabled(lambda v: dsp.max_table_caculate(knee, v, thr), x, 2 * thr - LIMITER_KNEE_BASE_DB,
                      LIMITER_TABLE_TOP_DB) + (ceiling - thr) + 20 * math.log10(LIMITER_MAKEUP_TRIM)
-    ax.plot(x, lim, lw=1.5, label="maximizer (max_threshold %g, ceiling %g)" % (thr, ceiling))
-    ax.set_title("agc.channels[%d] and maximizer.channels[%d] (agc %s, maximizer %s)"
-                 % (ch, ch, "on" if f.i("header.enable.agc") == 1 else "off",
-                    "on" if f.i("header.enable.maximizer") == 1 else "off"))
+    line, = ax.plot(x, lim, lw=1.5, color="tab:orange" if lim_on else OFF_COLOUR,
+                    label="maximizer (knee %d dB around max_threshold %g, ceiling %g)%s"
+                    % (knee, thr, ceiling, "" if lim_on else ", off"))
+    _mark_knees(ax, x, lim, [(thr - (knee >> 1), thr + (knee >> 1))] if knee > 0 else [], line.get_color())
+    if lim_on:
+        ax.axhline(ceiling, color="tab:orange", lw=0.8, ls="--", label="ceiling %g dBFS" % ceiling)
+    ax.set_title("agc and maximizer, %s (agc %s, maximizer %s)"
+                 % (who, "on" if agc_on else "off", "on" if lim_on else "off"))
     ax.set_xlabel("input level (dBFS)")
     ax.set_ylabel("output level (dBFS)")
     ax.set_xlim(-100, 10)
     ax.grid(True, alpha=0.3)
     ax.legend(fontsize=7)
+    _mark_off(ax, [s for s, on in (("agc", agc_on), ("maximizer", lim_on)) if not on])
 
 
-def plot_tuning(record, out_path, title=None):
-    """One PNG: per channel the EQ response, crossover bands, compressor curves, AGC and
-    limiter curves.  Returns the figure's pixel size."""
+def tuning_figure(record, title=None):
+    """The figure plot_tuning saves: per column (one per distinct channel) the EQ
+    response, crossover bands, compressor curves, AGC and limiter curves."""
     rec = as_record(record)
     f = _Fields(rec)
     fs = f("header.sample_rate")
-    chans = _active_channels(f)
-    fig, axes = plt.subplots(4, len(chans), figsize=FIGURE_SIZE, dpi=DPI, squeeze=False)
-    for col, ch in enumerate(chans):
-        _plot_eq(axes[0][col], f, ch, fs)
-        _plot_crossover(axes[1][col], f, ch, fs)
-        _plot_drc_curves(axes[2][col], f, ch)
-        _plot_agc_limiter(axes[3][col], f, ch)
-    fig.suptitle(title or "tuning at %g Hz, %d channel(s)%s" % (fs, f.i("header.channels"),
-                                                               ", channel_link" if len(chans) == 1 and
-                                                               f.i("header.channels") > 1 else ""))
+    columns = _columns(f)
+    fig, axes = plt.subplots(4, len(columns), figsize=FIGURE_SIZE, dpi=DPI, squeeze=False)
+    for col, (ch, who) in enumerate(columns):
+        _plot_eq(axes[0][col], f, ch, who, fs)
+        _plot_crossover(axes[1][col], f, ch, who, fs)
+        _plot_drc_curves(axes[2][col], f, ch, who)
+        _plot_agc_limiter(axes[3][col], f, ch, who)
+    fig.suptitle(title or "tuning at %g Hz, %d channel(s)" % (fs, f.i("header.channels")))
     fig.tight_layout()
+    return fig
+
+
+def plot_tuning(record, out_path, title=None):
+    """One PNG of tuning_figure. Returns the figure's pixel size."""
+    fig = tuning_figure(record, title)
     fig.savefig(out_path, dpi=DPI)
     plt.close(fig)
     return int(FIGURE_SIZE[0] * DPI), int(FIGURE_SIZE[1] * DPI)
@@ -199,19 +282,42 @@ def plot_tuning(record, out_path, title=None):
 GR_BLOCK_S = 0.05
 
 
-def plot_report(pcm_in, pcm_out, sample_rate, out_path, title=None):
-    """One PNG: input and output short-term loudness over time (the library's meter), and
-    the level change of the output against the input in 50 ms blocks."""
+def integrated_loudness(pcm, sample_rate):
+    """Gated loudness (LUFS) of the whole programme by the library's meter, its window and
+    step the programme's length; None for silence."""
+    pcm = np.asarray(pcm)
+    pcm = pcm.reshape(len(pcm), -1)
+    whole_ms = max(1, int(len(pcm) * 1000 // sample_rate))
+    meter = dsp.LoudnessMeter(16, sample_rate, pcm.shape[1], whole_ms, whole_ms)
+    meter.add(np.ascontiguousarray(pcm.T, dtype=np.float32))
+    value = meter.loudness()
+    meter.close()
+    return value if value > -1000.0 else None
+
+
+def report_figure(pcm_in, pcm_out, sample_rate, title=None, record=None):
+    """The figure plot_report saves. With the record the file ran with, the auto gain's
+    target loudness is drawn too."""
     t_in, l_in = dsp.short_term_loudness(pcm_in, sample_rate)
     t_out, l_out = dsp.short_term_loudness(pcm_out, sample_rate)
     fig, (ax1, ax2) = plt.subplots(2, 1, figsize=(12, 8), dpi=DPI, sharex=True)
     silent = -1000.0
-    ax1.plot(t_in, np.where(l_in <= silent, np.nan, l_in), label="input")
-    ax1.plot(t_out, np.where(l_out <= silent, np.nan, l_out), label="output")
-    ax1.set_ylabel("short-term loudness (LUFS, 3 s)")
+    in_line, = ax1.plot(t_in, np.where(l_in <= silent, np.nan, l_in), label="input, short-term")
+    out_line, = ax1.plot(t_out, np.where(l_out <= silent, np.nan, l_out), label="output, short-term")
+    for pcm, line, name in ((pcm_in, in_line, "input"), (pcm_out, out_line, "output")):
+        value = integrated_loudness(pcm, sample_rate)
+        if value is not None:
+            ax1.axhline(value, color=line.get_color(), ls="--", lw=1,
+                        label="%s integrated: %.1f LUFS" % (name, value))
+    if record is not None:
+        f = _Fields(as_record(record))
+        if _stage_on(f, "auto_gain"):
+            target = f("auto_gain.target_i_dB")
+            ax1.axhline(target, color="k", ls=":", lw=1.2, label="auto_gain.target_i_dB: %g LUFS" % target)
+    ax1.set_ylabel("loudness (LUFS; short-term: 3 s)")
     ax1.grid(True, alpha=0.3)
-    ax1.legend()
-    ax1.set_title(title or "loudness and gain reduction")
+    ax1.legend(fontsize=8)
+    ax1.set_title(title or "loudness and level difference")
 
     a = np.asarray(pcm_in, dtype=np.float64).reshape(len(pcm_in), -1)
     b = np.asarray(pcm_out, dtype=np.float64).reshape(len(pcm_out), -1)
@@ -224,14 +330,23 @@ def plot_report(pcm_in, pcm_out, sample_rate, out_path, title=None):
             change = 10 * np.log10(eb / ea)
         change[~np.isfinite(change)] = np.nan
         t = (np.arange(n) + 1) * block / sample_rate
-        ax2.plot(t, change, color="0.5", lw=0.8, label="output - input (50 ms RMS)")
+        ax2.plot(t, change, color="0.5", lw=0.8, label="output - input, broadband (50 ms RMS)")
+        # Every stage and the EQ change the broadband level: this is not the compressor's
+        # gain reduction alone.
         ax2.fill_between(t, np.minimum(np.nan_to_num(change), 0), 0, color="tab:red", alpha=0.4,
-                         label="gain reduction")
+                         label="output below input (all stages, EQ included)")
     ax2.set_xlabel("time (s)")
-    ax2.set_ylabel("dB")
+    ax2.set_ylabel("level difference (dB)")
     ax2.grid(True, alpha=0.3)
-    ax2.legend()
+    ax2.legend(fontsize=8)
     fig.tight_layout()
+    return fig
+
+
+def plot_report(pcm_in, pcm_out, sample_rate, out_path, title=None, record=None):
+    """One PNG of report_figure: input and output loudness over time (the library's meter)
+    with their integrated loudness, and the output's broadband level against the input."""
+    fig = report_figure(pcm_in, pcm_out, sample_rate, title, record)
     fig.savefig(out_path, dpi=DPI)
     plt.close(fig)
     return 12 * DPI, 8 * DPI

@@ -13,6 +13,7 @@ import struct
 import numpy as np
 
 from ._grisu import number_text
+from .files import write_atomic
 
 RECORD_WORDS = 544
 RECORD_BYTES = RECORD_WORDS * 4
@@ -28,8 +29,8 @@ def default_layout_path():
     env = os.environ.get("TQEQDRC_LAYOUT")
     if env:
         return env
-    root = os.path.dirname(os.path.dirname(os.path.dirname(os.path.realpath(__file__))))
-    return os.path.join(root, "tools", "eqdrc", "tuning_layout.json")
+    # The tool's own file: a link in the source tree, a copy in an installed package.
+    return os.path.join(os.path.dirname(os.path.realpath(__file__)), "data", "tuning_layout.json")
 
 
 class TuningError(ValueError):
@@ -360,8 +361,13 @@ def is_json_text(data):
 
 def read_tuning(path):
     """A record from a tuning file: JSON (first non-blank character '{') or binary."""
-    with open(path, "rb") as f:
-        data = f.read()
+    if os.path.isdir(path):  # worded as the tool words it
+        raise TuningError("%s: is a folder, not a file" % path)
+    try:
+        with open(path, "rb") as f:
+            data = f.read()
+    except OSError as e:
+        raise TuningError("%s: cannot open: %s" % (path, e.strerror)) from None
     if is_json_text(data):
         try:
             doc = json.loads(data.decode("utf-8"))
@@ -381,14 +387,20 @@ def record_to_bytes(rec):
     return as_record(rec).astype("<f4").tobytes()
 
 
-def write_record(path, rec):
-    with open(path, "wb") as f:
-        f.write(record_to_bytes(rec))
+def _write_bytes(path, data, inputs, force):
+    def write(tmp):
+        with open(tmp, "wb") as f:
+            f.write(data)
+    write_atomic(path, write, inputs, force)
 
 
-def write_json(path, rec):
-    with open(path, "w", encoding="utf-8") as f:
-        f.write(format_json(record_to_json(rec)))
+def write_record(path, rec, inputs=(), force=False):
+    """The 2176-byte record; refused when it would replace one of `inputs`, unless `force`."""
+    _write_bytes(path, record_to_bytes(rec), inputs, force)
+
+
+def write_json(path, rec, inputs=(), force=False):
+    _write_bytes(path, format_json(record_to_json(rec)).encode("utf-8"), inputs, force)
 
 
 def adapt(rec, sample_rate, channels, bypass=()):

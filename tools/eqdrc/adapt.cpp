@@ -1,6 +1,7 @@
 #include "adapt.h"
 
 #include "default_tuning.h"  // generated: kDefaultTuning
+#include "stream_rules.h"
 #include "tuning.h"
 
 namespace eqdrc_tool {
@@ -29,13 +30,8 @@ Record adapt_tuning(Record rec, int sampleRate, int channels, const std::vector<
     const std::string enable = "header.enable.";
     for (const std::string &stage : bypass) {
         const Field *f = layout.find(enable + stage);
-        if (!f) {
-            std::string names;
-            for (const Field &e : layout.fields())
-                if (e.path.rfind(enable, 0) == 0)
-                    names += (names.empty() ? "" : ", ") + e.path.substr(enable.size());
-            throw Error("--bypass: no stage '" + stage + "'; the stages are " + names);
-        }
+        if (!f)
+            throw Error("--bypass: no stage '" + stage + "'; the stages are " + stage_names());
         rec[f->word] = 0.0f;
     }
     return rec;

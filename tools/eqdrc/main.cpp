@@ -4,41 +4,69 @@
 #include <iostream>
 
 #include "check.h"
+#include "output_file.h"
 #include "process.h"
+#include "stream_rules.h"
 #include "tuning.h"
 
 using namespace eqdrc_tool;
 
 namespace {
 
-int compile(const std::string &in, const std::string &out)
+// The exit statuses the README and --help document.
+constexpr int kExitOk = 0;
+constexpr int kExitFindings = 1;  // check or compile found errors, diff found differences
+constexpr int kExitUsage = 2;     // bad arguments, unreadable or refused input, failed write
+
+// Prints the check's lines for `file` to `to`; returns the number of errors.
+int report_issues(const std::string &file, const Record &rec, int frameLen, FILE *to)
 {
-    Record rec = read_tuning(in);
-    write_file_atomic(out, record_to_bytes(rec));
-    return 0;
+    std::vector<Issue> issues = check_tuning(rec, frameLen);
+    for (const Issue &i : issues)
+        std::fprintf(to, "%s: %s\n", file.c_str(), format_issue(i).c_str());
+    int errors = count_errors(issues);
+    std::fprintf(to, "%s: %d error(s), %d warning(s)\n", file.c_str(), errors, static_cast<int>(issues.size()) - errors);
+    return errors;
 }
 
-int decompile(const std::string &in, const std::string &out)
+void check_frame(int frameLen)
+{
+    if (frameLen < 1)
+        throw Error("--frame: must be at least 1 sample");
+}
+
+// A record the library would reject or stop on is not written unless forced; warnings
+// are shown and the record is written.
+int compile(const std::string &in, const std::string &out, int frameLen, bool force)
+{
+    check_frame(frameLen);
+    Record rec = read_tuning(in);
+    std::vector<Issue> issues = check_tuning(rec, frameLen);
+    for (const Issue &i : issues)
+        std::fprintf(stderr, "eqdrc: %s: %s\n", in.c_str(), format_issue(i).c_str());
+    if (int errors = count_errors(issues); errors && !force) {
+        std::fprintf(stderr, "eqdrc: %s: %d error(s) above; nothing written (--force writes it anyway)\n", in.c_str(),
+                     errors);
+        return kExitFindings;
+    }
+    write_file_atomic(out, record_to_bytes(rec), {in}, force);
+    return kExitOk;
+}
+
+int decompile(const std::string &in, const std::string &out, bool force)
 {
     std::string text = format_json(record_to_json(read_tuning(in)));
     if (out.empty() || out == "-")
         std::fputs(text.c_str(), stdout);
     else
-        write_file_atomic(out, text);
-    return 0;
+        write_file_atomic(out, text, {in}, force);
+    return kExitOk;
 }
 
 int check(const std::string &file, int frameLen)
 {
-    if (frameLen < 1)
-        throw Error("--frame: must be at least 1 sample");
-    std::vector<Issue> issues = check_tuning(read_tuning(file), frameLen);
-    for (const Issue &i : issues)
-        std::printf("%s: %s\n", file.c_str(), format_issue(i).c_str());
-    int errors = count_errors(issues);
-    int warnings = static_cast<int>(issues.size()) - errors;
-    std::printf("%s: %d error(s), %d warning(s)\n", file.c_str(), errors, warnings);
-    return errors ? 1 : 0;
+    check_frame(frameLen);
+    return report_issues(file, read_tuning(file), frameLen, stdout) ? kExitFindings : kExitOk;
 }
 
 int diff(const std::string &a, const std::string &b)
@@ -54,36 +82,53 @@ int diff(const std::string &a, const std::string &b)
         std::printf("%s: %s -> %s\n", name.c_str(), shortest_text(ra[w]).c_str(), shortest_text(rb[w]).c_str());
         ++differences;
     }
-    return differences ? 1 : 0;
+    return differences ? kExitFindings : kExitOk;
 }
+
+const char kExitStatuses[] =
+    "Exit status: 0 success; 1 the tuning check or compile found errors, or diff found differences;\n"
+    "2 a usage error, an unreadable or refused input, or a failed write (nothing is left behind).";
 
 }  // namespace
 
 int main(int argc, char **argv)
 {
+    remove_pending_files_on_signals();
     CLI::App app{"eqdrc: write, check and compile tunings for the EQ/DRC chain, and process audio files with it"};
     app.require_subcommand(1);
+    app.set_version_flag("--version", "eqdrc " EQDRC_VERSION " with libtqaudio_effect_eqdrc " EQDRC_VERSION
+                                      " (tuning records of tool version 2.0)");
+    app.footer(kExitStatuses);
 
     CLI::App *tuning = app.add_subcommand("tuning", "convert, check and compare tuning files (JSON or 2176-byte records)");
     tuning->require_subcommand(1);
+    tuning->footer(kExitStatuses);
     std::string in, out, second;
     int frameLen = 768;
+    bool force = false;
 
-    CLI::App *compileCmd = tuning->add_subcommand("compile", "JSON tuning to a binary record");
+    CLI::App *compileCmd = tuning->add_subcommand("compile", "JSON tuning to a binary record (refused when the check finds errors)");
     compileCmd->add_option("IN", in, "JSON tuning (a binary record is copied)")->required();
     compileCmd->add_option("-o,--output", out, "binary record to write")->required();
+    compileCmd->add_option("--frame", frameLen, "frame length the host uses, in samples per channel")->capture_default_str();
+    compileCmd->add_flag("--force", force, "write even a record with errors, or over the input");
+    compileCmd->footer(kExitStatuses);
 
     CLI::App *decompileCmd = tuning->add_subcommand("decompile", "binary record (or JSON) to JSON on standard output");
     decompileCmd->add_option("IN", in, "tuning file")->required();
     decompileCmd->add_option("-o,--output", out, "write the JSON here instead");
+    decompileCmd->add_flag("--force", force, "write over the input");
+    decompileCmd->footer(kExitStatuses);
 
     CLI::App *checkCmd = tuning->add_subcommand("check", "report what the library would reject, stop on, or do unexpectedly");
     checkCmd->add_option("FILE", in, "tuning file")->required();
     checkCmd->add_option("--frame", frameLen, "frame length the host uses, in samples per channel")->capture_default_str();
+    checkCmd->footer(kExitStatuses);
 
     CLI::App *diffCmd = tuning->add_subcommand("diff", "list the fields that differ, by name");
     diffCmd->add_option("A", in, "first tuning")->required();
     diffCmd->add_option("B", second, "second tuning")->required();
+    diffCmd->footer(kExitStatuses);
 
     ProcessOptions po;
     CLI::App *processCmd = app.add_subcommand("process", "run the chain over an audio file and measure the loudness");
@@ -91,16 +136,26 @@ int main(int argc, char **argv)
     processCmd->add_option("OUT", po.output, "16-bit output; its format follows the name (.wav, .flac, ...)")->required();
     processCmd->add_option("--tuning", po.tuning, "tuning file (default: the built-in reference tuning)");
     processCmd->add_option("--frame", po.frameLen, "frame length in samples per channel")->capture_default_str();
-    processCmd->add_option("--bypass", po.bypass, "stages to switch off, e.g. auto_gain,maximizer")->delimiter(',');
+    processCmd->add_option("--bypass", po.bypass, "stages to switch off, comma separated: " + stage_names())
+        ->delimiter(',');
     processCmd->add_flag("-v,--verbose", po.verbose, "show the library's log");
+    processCmd->add_flag("--force", po.force, "write over an input");
+    processCmd->footer(kExitStatuses);
 
-    CLI11_PARSE(app, argc, argv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success &e) {  // --help, --version
+        return app.exit(e);
+    } catch (const CLI::ParseError &e) {
+        app.exit(e);  // prints the problem
+        return kExitUsage;
+    }
 
     try {
         if (*compileCmd)
-            return compile(in, out);
+            return compile(in, out, frameLen, force);
         if (*decompileCmd)
-            return decompile(in, out);
+            return decompile(in, out, force);
         if (*checkCmd)
             return check(in, frameLen);
         if (*diffCmd)
@@ -108,12 +163,12 @@ int main(int argc, char **argv)
         if (*processCmd) {
             ProcessSummary s = process_file(po, stderr);
             print_summary(s, stdout);
-            return 0;
+            return kExitOk;
         }
     } catch (const std::exception &e) {
         std::fflush(stdout);
         std::fprintf(stderr, "eqdrc: %s\n", e.what());
-        return 2;
+        return kExitUsage;
     }
-    return 2;
+    return kExitUsage;
 }

@@ -16,28 +16,13 @@
 
 #include <tqaudio_eqdrc.h>
 
+#include "output_file.h"
+#include "stream_rules.h"
 #include "tuning.h"
 
 namespace eqdrc_tool {
 
 namespace {
-
-// The temporary output, removed on Ctrl-C, on any failure, and when the library ends
-// the process.
-char g_partialOutput[4096];
-
-void remove_partial_output()
-{
-    if (g_partialOutput[0])
-        ::unlink(g_partialOutput);
-}
-
-void remove_partial_output_and_stop(int sig)
-{
-    remove_partial_output();
-    ::signal(sig, SIG_DFL);
-    ::raise(sig);
-}
 
 struct SndfileCloser {
     void operator()(SNDFILE *f) const { sf_close(f); }
@@ -63,14 +48,37 @@ SndfilePtr open_input(const std::string &path, SF_INFO &info)
     SndfilePtr f(sf_open_fd(fd, SFM_READ, &info, SF_TRUE));
     if (!f)
         throw Error(path + ": not an audio file libsndfile can read (" + sf_strerror(nullptr) + ")");
-    if (info.channels < 1 || info.channels > 2)
-        throw Error(path + ": " + std::to_string(info.channels) + " channels; eqdrc processes mono and stereo files");
-    int subtype = info.format & SF_FORMAT_SUBMASK;
-    if (subtype == SF_FORMAT_PCM_S8 || subtype == SF_FORMAT_PCM_U8 || subtype == SF_FORMAT_DPCM_8)
-        throw Error(path + ": 8-bit samples; eqdrc processes audio of 16 bits or more");
-    // Float files may hold samples beyond full scale: clip them rather than wrap.
-    sf_command(f.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
     return f;
+}
+
+// Bits per sample of a libsndfile subtype; 0 for floating point and compressed formats.
+int bits_per_sample(int format)
+{
+    switch (format & SF_FORMAT_SUBMASK) {
+    case SF_FORMAT_PCM_S8: case SF_FORMAT_PCM_U8: case SF_FORMAT_DPCM_8: return 8;
+    case SF_FORMAT_PCM_16: case SF_FORMAT_DPCM_16: case SF_FORMAT_DWVW_16: case SF_FORMAT_ALAC_16: return 16;
+    case SF_FORMAT_PCM_24: case SF_FORMAT_DWVW_24: case SF_FORMAT_ALAC_24: return 24;
+    case SF_FORMAT_PCM_32: case SF_FORMAT_ALAC_32: return 32;
+    default: return 0;
+    }
+}
+
+// One conversion for every input format. libsndfile hands over doubles scaled so that
+// full scale is 1.0 (exact for integers up to 32 bits, and for float and double); they
+// are taken to the nearest 16-bit step, a tie to the even step, and clipped to the
+// 16-bit range (NaN becomes 0). 16-bit input passes unchanged; 24-bit and 32-bit input
+// lose their low bits by this rounding.
+int16_t to_pcm16(double v)
+{
+    constexpr double kFullScale = 32768.0;
+    double s = v * kFullScale;
+    if (std::isnan(s))
+        return 0;
+    if (s <= -kFullScale)
+        return INT16_MIN;
+    if (s >= kFullScale - 1.0)
+        return INT16_MAX;
+    return static_cast<int16_t>(std::nearbyint(s));
 }
 
 int output_format(const std::string &path)
@@ -88,11 +96,12 @@ int output_format(const std::string &path)
     throw Error(path + ": cannot tell the output format from the name; end it in .wav, .flac, .aiff, .caf, .w64 or .au");
 }
 
-// A 16-bit output written under a temporary name beside its final place, renamed into
-// place by commit(); anything else removes it.
+// A 16-bit output: libsndfile writes into a PendingFile, which commit() puts in place.
 class OutputFile {
 public:
-    OutputFile(const std::string &path, int sampleRate, int channels) : path_(path)
+    OutputFile(const std::string &path, int sampleRate, int channels, const std::vector<std::string> &inputs,
+               bool force)
+        : path_(path)
     {
         SF_INFO info{};
         info.samplerate = sampleRate;
@@ -101,22 +110,12 @@ public:
         if (!sf_format_check(&info))
             throw Error(path + ": this format cannot hold " + std::to_string(channels) + " channel(s) at " +
                         std::to_string(sampleRate) + " Hz");
-        tmp_ = path + ".eqdrc-XXXXXX";
-        int fd = mkstemp(tmp_.data());
-        if (fd < 0)
-            throw Error(path + ": cannot create: " + std::strerror(errno));
-        mode_t mask = ::umask(0);  // mkstemp makes 0600; give the file the usual permissions
-        ::umask(mask);
-        ::fchmod(fd, 0666 & ~mask);
-        std::snprintf(g_partialOutput, sizeof g_partialOutput, "%s", tmp_.c_str());
-        file_.reset(sf_open_fd(fd, SFM_WRITE, &info, SF_TRUE));
-        if (!file_) {
-            std::string why = sf_strerror(nullptr);
-            discard();
-            throw Error(path + ": cannot write: " + why);
-        }
+        pending_ = std::make_unique<PendingFile>(path, inputs, force);
+        file_.reset(sf_open_fd(pending_->fd(), SFM_WRITE, &info, SF_TRUE));
+        if (!file_)
+            throw Error(path + ": cannot write: " + sf_strerror(nullptr));
+        pending_->release_fd();
     }
-    ~OutputFile() { discard(); }
 
     void write(const int16_t *samples, sf_count_t frames)
     {
@@ -129,24 +128,12 @@ public:
         int err = sf_close(file_.release());
         if (err != 0)
             throw Error(path_ + ": write error: " + sf_error_number(err));
-        if (std::rename(tmp_.c_str(), path_.c_str()) != 0)
-            throw Error(path_ + ": cannot write: " + std::strerror(errno));
-        tmp_.clear();
-        g_partialOutput[0] = '\0';
+        pending_->commit();
     }
 
 private:
-    void discard()
-    {
-        file_.reset();
-        if (!tmp_.empty())
-            ::unlink(tmp_.c_str());
-        tmp_.clear();
-        g_partialOutput[0] = '\0';
-    }
-
     std::string path_;
-    std::string tmp_;
+    std::unique_ptr<PendingFile> pending_;  // destroyed after file_, which holds its descriptor
     SndfilePtr file_;
 };
 
@@ -220,6 +207,45 @@ std::string level_text(double v)
     return buf;
 }
 
+// Counts output samples above each channel's ceiling, and the highest of them.
+class CeilingWatch {
+public:
+    explicit CeilingWatch(const std::vector<float> &ceilingDb) : ceilingDb_(ceilingDb)
+    {
+        for (float db : ceilingDb)
+            limit_.push_back(32768.0 * std::pow(10.0, static_cast<double>(db) / 20.0));
+        count_.assign(limit_.size(), 0);
+        highest_.assign(limit_.size(), 0);
+    }
+    void add(const int16_t *interleaved, sf_count_t frames)
+    {
+        const size_t channels = limit_.size();
+        for (size_t c = 0; c < channels; ++c)
+            for (sf_count_t i = 0; i < frames; ++i) {
+                int magnitude = std::abs(static_cast<int>(interleaved[static_cast<size_t>(i) * channels + c]));
+                if (magnitude > limit_[c]) {
+                    ++count_[c];
+                    highest_[c] = std::max(highest_[c], magnitude);
+                }
+            }
+    }
+    std::vector<std::string> warnings() const
+    {
+        std::vector<std::string> lines;
+        for (size_t c = 0; c < limit_.size(); ++c)
+            if (count_[c])
+                lines.push_back(ceiling_warning(static_cast<int>(c), count_[c], ceilingDb_[c],
+                                                20.0 * std::log10(highest_[c] / 32768.0)));
+        return lines;
+    }
+
+private:
+    std::vector<float> ceilingDb_;
+    std::vector<double> limit_;
+    std::vector<long long> count_;
+    std::vector<int> highest_;
+};
+
 }  // namespace
 
 ProcessSummary process_file(const ProcessOptions &o, FILE *log)
@@ -228,47 +254,39 @@ ProcessSummary process_file(const ProcessOptions &o, FILE *log)
         throw Error("--frame: must be at least 1 sample");
     SF_INFO info;
     SndfilePtr in = open_input(o.input, info);
-    const std::string tuningName = o.tuning.empty() ? "built-in default tuning" : o.tuning;
-    Record base = o.tuning.empty() ? default_tuning() : read_tuning(o.tuning);
-
-    std::vector<std::string> notes;
-    Record rec = adapt_tuning(base, info.samplerate, info.channels, o.bypass, notes);
-    for (const std::string &n : notes)
-        std::fprintf(log, "eqdrc: %s: note: %s\n", tuningName.c_str(), n.c_str());
-    std::vector<Issue> issues = check_tuning(rec, o.frameLen);
-    for (const Issue &i : issues)
-        std::fprintf(log, "eqdrc: %s: %s\n", tuningName.c_str(), format_issue(i).c_str());
-    if (int errors = count_errors(issues))
-        throw Error(tuningName + ": " + std::to_string(errors) + " error(s) above; the library would reject it or stop");
+    StreamRequest request;
+    request.input = o.input;
+    request.sampleRate = info.samplerate;
+    request.channels = info.channels;
+    request.bitsPerSample = bits_per_sample(info.format);
+    request.tuningName = o.tuning.empty() ? "built-in default tuning" : o.tuning;
+    if (request.channels >= 1 && request.channels <= 2)  // a refused input needs no tuning
+        request.tuning = o.tuning.empty() ? default_tuning() : read_tuning(o.tuning);
+    request.bypass = o.bypass;
+    request.frameLen = o.frameLen;
+    StreamPlan plan = plan_stream(request);
+    for (const std::string &line : plan.log)
+        std::fprintf(log, "eqdrc: %s\n", line.c_str());
+    if (!plan.refusal.empty())
+        throw Error(plan.refusal);
 
     ChainPtr chain;
-    std::string libraryLog = capture_stderr([&] { chain.reset(AudioPost_Init(rec.data(), o.frameLen)); });
+    std::string libraryLog = capture_stderr([&] { chain.reset(AudioPost_Init(plan.record.data(), o.frameLen)); });
     if (o.verbose)
         std::fputs(libraryLog.c_str(), log);
     if (!chain)
-        throw Error(tuningName + ": the library rejected the tuning");
+        throw Error(request.tuningName + ": the library rejected the tuning");
 
-    static const bool atExit = std::atexit(remove_partial_output) == 0;
-    (void)atExit;
-    struct sigaction sa {};
-    sa.sa_handler = remove_partial_output_and_stop;
-    struct sigaction oldInt, oldTerm;
-    ::sigaction(SIGINT, nullptr, &oldInt);
-    ::sigaction(SIGTERM, nullptr, &oldTerm);
-    // A signal the caller chose to ignore (a background job, nohup) stays ignored.
-    if (oldInt.sa_handler != SIG_IGN)
-        ::sigaction(SIGINT, &sa, nullptr);
-    if (oldTerm.sa_handler != SIG_IGN)
-        ::sigaction(SIGTERM, &sa, nullptr);
-    struct RestoreSignals {
-        struct sigaction *i, *t;
-        ~RestoreSignals() { ::sigaction(SIGINT, i, nullptr); ::sigaction(SIGTERM, t, nullptr); }
-    } restore{&oldInt, &oldTerm};
-    OutputFile out(o.output, info.samplerate, info.channels);
+    std::vector<std::string> inputs{o.input};
+    if (!o.tuning.empty())
+        inputs.push_back(o.tuning);
+    OutputFile out(o.output, info.samplerate, info.channels, inputs, o.force);
 
     LoudnessMeter inMeter(info.channels, info.samplerate);
     LoudnessMeter outMeter(info.channels, info.samplerate);
-    std::vector<int16_t> frame(static_cast<size_t>(o.frameLen) * static_cast<size_t>(info.channels));
+    CeilingWatch ceiling(plan.ceilingDb);
+    std::vector<double> read(static_cast<size_t>(o.frameLen) * static_cast<size_t>(info.channels));
+    std::vector<int16_t> frame(read.size());
     ProcessSummary s;
     s.sampleRate = info.samplerate;
     s.channels = info.channels;
@@ -278,7 +296,7 @@ ProcessSummary process_file(const ProcessOptions &o, FILE *log)
     for (;;) {
         sf_count_t got = 0;
         while (got < o.frameLen) {
-            sf_count_t n = sf_readf_short(in.get(), frame.data() + got * info.channels, o.frameLen - got);
+            sf_count_t n = sf_readf_double(in.get(), read.data() + got * info.channels, o.frameLen - got);
             if (n <= 0)
                 break;
             got += n;
@@ -288,12 +306,15 @@ ProcessSummary process_file(const ProcessOptions &o, FILE *log)
         if (got == 0)
             break;
         // The last frame is padded with silence and trimmed again on output.
-        std::fill(frame.begin() + got * info.channels, frame.end(), int16_t{0});
+        const size_t samples = static_cast<size_t>(got * info.channels);
+        std::transform(read.begin(), read.begin() + static_cast<long>(samples), frame.begin(), to_pcm16);
+        std::fill(frame.begin() + static_cast<long>(samples), frame.end(), int16_t{0});
         inMeter.add(frame.data(), static_cast<size_t>(got));
         Clock::time_point t0 = Clock::now();
         AudioPost_Process(chain.get(), frame.data(), frame.data(), info.channels, o.frameLen);
         inLibrary += Clock::now() - t0;
         outMeter.add(frame.data(), static_cast<size_t>(got));
+        ceiling.add(frame.data(), got);
         out.write(frame.data(), got);
         s.frames += got;
         progress.update(s.frames);
@@ -304,6 +325,7 @@ ProcessSummary process_file(const ProcessOptions &o, FILE *log)
     s.processSeconds = std::chrono::duration<double>(inLibrary).count();
     s.input = inMeter.result();
     s.output = outMeter.result();
+    s.warnings = ceiling.warnings();
     return s;
 }
 
@@ -323,6 +345,8 @@ void print_summary(const ProcessSummary &s, FILE *out)
         std::fprintf(out, "%.0fx real time\n", seconds / s.processSeconds);
     else
         std::fprintf(out, "too fast to time\n");
+    for (const std::string &w : s.warnings)
+        std::fprintf(out, "%s\n", w.c_str());
 }
 
 }  // namespace eqdrc_tool

@@ -21,6 +21,7 @@ struct ProcessOptions {
     int frameLen = 768;
     std::vector<std::string> bypass;  // stage names, as in header.enable
     bool verbose = false;             // pass the library's log through
+    bool force = false;               // the output may replace an input
 };
 
 struct ProcessSummary {
@@ -29,6 +30,7 @@ struct ProcessSummary {
     int sampleRate = 0;
     int channels = 0;
     double processSeconds = 0.0;  // time spent inside the library
+    std::vector<std::string> warnings;  // output samples above the limiter's ceiling
 };
 
 // Processes the whole file; notes, warnings and the progress bar go to `log`. The output

@@ -268,6 +268,9 @@ std::string record_to_bytes(const Record &rec)
 
 std::string read_file(const std::string &path)
 {
+    struct stat st;
+    if (::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
+        throw Error(path + ": is a folder, not a file");
     std::ifstream in(path, std::ios::binary);
     if (!in)
         throw Error(path + ": cannot open: " + std::strerror(errno));
@@ -307,33 +310,6 @@ Record read_tuning(const std::string &path)
         throw Error(path + ": " + std::to_string(bytes.size()) +
                     " bytes; a tuning is a JSON file or a 2176-byte record (544 float32 words)");
     return record_from_bytes(bytes);
-}
-
-void write_file_atomic(const std::string &path, const std::string &bytes)
-{
-    std::string tmp = path + ".eqdrc-XXXXXX";
-    int fd = mkstemp(tmp.data());
-    if (fd < 0)
-        throw Error(path + ": cannot create: " + std::strerror(errno));
-    size_t done = 0;
-    while (done < bytes.size()) {
-        ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-        if (n < 0) {
-            int err = errno;
-            ::close(fd);
-            ::unlink(tmp.c_str());
-            throw Error(path + ": write error: " + std::strerror(err));
-        }
-        done += static_cast<size_t>(n);
-    }
-    mode_t mask = ::umask(0);  // mkstemp makes 0600; give the file the usual permissions
-    ::umask(mask);
-    ::fchmod(fd, 0666 & ~mask);
-    if (::close(fd) != 0 || std::rename(tmp.c_str(), path.c_str()) != 0) {
-        int err = errno;
-        ::unlink(tmp.c_str());
-        throw Error(path + ": cannot write: " + std::strerror(err));
-    }
 }
 
 }  // namespace eqdrc_tool

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "layout.h"
+#include "output_file.h"
 
 namespace eqdrc_tool {
 
@@ -38,9 +39,6 @@ std::string record_to_bytes(const Record &rec);
 Record read_tuning(const std::string &path);
 bool is_json_text(const std::string &bytes);
 std::string read_file(const std::string &path);
-// Writes through a temporary file in the same folder and renames it into place, so
-// that a failure never leaves a partial file behind.
-void write_file_atomic(const std::string &path, const std::string &bytes);
 
 }  // namespace eqdrc_tool
 

@@ -22,14 +22,7 @@ constexpr int kFrame = 768;
 void write_audio(const std::string &path, const std::vector<int16_t> &pcm, int channels, int rate,
                  int format = SF_FORMAT_WAV | SF_FORMAT_PCM_16)
 {
-    SF_INFO info{};
-    info.channels = channels;
-    info.samplerate = rate;
-    info.format = format;
-    SNDFILE *f = sf_open(path.c_str(), SFM_WRITE, &info);
-    ASSERT_NE(f, nullptr) << sf_strerror(nullptr);
-    sf_writef_short(f, pcm.data(), static_cast<sf_count_t>(pcm.size() / channels));
-    sf_close(f);
+    ASSERT_TRUE(write_sound(path, pcm, channels, rate, format)) << path << ": " << sf_strerror(nullptr);
 }
 
 std::vector<int16_t> read_audio(const std::string &path, SF_INFO &info)
@@ -220,4 +213,135 @@ TEST(ProcessFile, BadInputsGiveOneLineAndNoOutput)
         EXPECT_EQ(r.out, "");
         EXPECT_EQ(dir.entries().size(), before) << "output left behind for " << c.message;
     }
+}
+
+namespace {
+
+// `pcm` written in another sample format: integers scaled up to their width, floating
+// point scaled to full scale 1.0.
+void write_as(const std::string &path, const std::vector<int16_t> &pcm, int format)
+{
+    int subtype = format & SF_FORMAT_SUBMASK;
+    bool ok;
+    if (subtype == SF_FORMAT_FLOAT || subtype == SF_FORMAT_DOUBLE) {
+        std::vector<double> v(pcm.begin(), pcm.end());
+        for (double &x : v)
+            x /= 32768.0;
+        ok = write_sound(path, v, 2, 48000, format);
+    } else {
+        std::vector<int> v(pcm.begin(), pcm.end());
+        for (int &x : v)
+            x *= 65536;  // libsndfile keeps the top bits the format holds
+        ok = write_sound(path, v, 2, 48000, format);
+    }
+    ASSERT_TRUE(ok) << path << ": " << sf_strerror(nullptr);
+}
+
+const std::string kBypassAll = "auto_gain,bass_enhancer,exciter,de_esser,eq10,multiband_drc,agc,maximizer";
+
+}  // namespace
+
+// Whatever the container and sample format, the same music gives the same output bits.
+TEST(InputFormats, SameMusicInEveryFormatGivesTheSameOutput)
+{
+    ScratchDir dir;
+    std::vector<int16_t> pcm = programme(kFrame * 40 + 123, 2, 48000);
+    const std::pair<const char *, int> formats[] = {
+        {"pcm16.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16},   {"pcm24.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_24},
+        {"pcm32.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_32},   {"float.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT},
+        {"double.wav", SF_FORMAT_WAV | SF_FORMAT_DOUBLE},  {"pcm16.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16},
+        {"pcm24.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_24}, {"float.aiff", SF_FORMAT_AIFF | SF_FORMAT_FLOAT},
+    };
+    const std::vector<int16_t> expected = run_library(read_tuning(kTunings + "reference.bin"), pcm, 2);
+    std::string inputLoudness;
+    for (const auto &[name, format] : formats) {
+        write_as(dir / name, pcm, format);
+        RunResult r = run_tool({"process", dir / name, dir / (std::string(name) + ".out.wav")});
+        ASSERT_EQ(r.status, 0) << name << ": " << r.err;
+        if (inputLoudness.empty())
+            inputLoudness = summary_value(r.out, "integrated loudness", 0);
+        SF_INFO info;
+        EXPECT_TRUE(read_audio(dir / (std::string(name) + ".out.wav"), info) == expected) << name;
+        // The input is measured at its real level, not as near-silence.
+        EXPECT_EQ(summary_value(r.out, "integrated loudness", 0), inputLoudness) << name;
+    }
+}
+
+// Wider samples reach 16 bits by rounding to the nearest step, a tie to the even one;
+// floating point beyond full scale is clipped.
+TEST(InputFormats, WiderSamplesRoundToNearestTiesToEven)
+{
+    ScratchDir dir;
+    // 24-bit values: a 16-bit part and a low byte below, around both even and odd steps.
+    const int steps[] = {100, 101, -100, -101, 32767, -32768};
+    const int lows[] = {0x00, 0x7f, 0x80, 0x81, 0xff};
+    std::vector<int> wide;
+    std::vector<int16_t> expected;
+    for (int s : steps)
+        for (int lo : lows) {
+            int v24 = s * 256 + lo;
+            wide.push_back(v24 * 256);
+            long r = std::lrint(v24 / 256.0);  // the default rounding: to nearest, ties to even
+            expected.push_back(static_cast<int16_t>(std::clamp<long>(r, -32768, 32767)));
+        }
+    if (wide.size() % 2)
+        wide.push_back(0), expected.push_back(0);
+    ASSERT_TRUE(write_sound(dir / "wide.wav", wide, 2, 48000, SF_FORMAT_WAV | SF_FORMAT_PCM_24));
+    EXPECT_EQ(expected[2], 100) << "100 + 0x80/256 is a tie, to the even 100";
+    EXPECT_EQ(expected[7], 102) << "101 + 0x80/256 is a tie, to the even 102";
+
+    const std::vector<float> hot{1.5f, -1.5f, 0.99999f, -1.0f, 0.5f, -0.25f};
+    ASSERT_TRUE(write_sound(dir / "hot.wav", hot, 2, 48000, SF_FORMAT_WAV | SF_FORMAT_FLOAT));
+
+    SF_INFO outInfo;
+    ASSERT_EQ(run_tool({"process", dir / "wide.wav", dir / "wide-out.wav", "--bypass", kBypassAll}).status, 0);
+    EXPECT_TRUE(read_audio(dir / "wide-out.wav", outInfo) == expected);
+    ASSERT_EQ(run_tool({"process", dir / "hot.wav", dir / "hot-out.wav", "--bypass", kBypassAll}).status, 0);
+    EXPECT_EQ(read_audio(dir / "hot-out.wav", outInfo), (std::vector<int16_t>{32767, -32768, 32767, -32768, 16384, -8192}));
+}
+
+// Peaks the limiter lets through above its ceiling are reported with their count.
+TEST(ProcessSummary, WarnsOfOutputPeaksAboveTheCeiling)
+{
+    ScratchDir dir;
+    std::vector<int16_t> noise(48000 * 2 * 3);
+    uint32_t state = 7;
+    for (int16_t &s : noise) {  // loud noise, roughly Gaussian from the sum of four uniforms
+        int sum = 0;
+        for (int k = 0; k < 4; ++k) {
+            state = state * 1664525u + 1013904223u;
+            sum += static_cast<int>(state >> 20) - 2048;
+        }
+        s = static_cast<int16_t>(std::clamp(sum * 9, -32768, 32767));
+    }
+    write_audio(dir / "noise.wav", noise, 2, 48000);
+    RunResult r = run_tool({"process", dir / "noise.wav", dir / "out.wav", "--tuning", kTunings + "music.json"});
+    ASSERT_EQ(r.status, 0) << r.err;
+
+    // The count, recounted from the output file against the tuning's ceiling.
+    Record rec = read_tuning(kTunings + "music.json");
+    SF_INFO info;
+    std::vector<int16_t> out = read_audio(dir / "out.wav", info);
+    int warned = 0;
+    for (int c = 0; c < 2; ++c) {
+        float ceiling = rec[Layout::embedded().word("maximizer.channels[" + std::to_string(c) + "].ceiling")];
+        double limit = 32768.0 * std::pow(10.0, ceiling / 20.0);
+        long long above = 0;
+        for (size_t i = static_cast<size_t>(c); i < out.size(); i += 2)
+            above += std::abs(static_cast<int>(out[i])) > limit;
+        std::string line = "warning: channel " + std::to_string(c) + ": " + std::to_string(above) +
+                           " output sample(s) above the maximizer's ceiling of " + shortest_text(ceiling) + " dBFS";
+        if (above) {
+            ++warned;
+            EXPECT_NE(r.out.find(line), std::string::npos) << line << "\nmissing from\n" << r.out;
+        } else {
+            EXPECT_EQ(r.out.find("warning: channel " + std::to_string(c)), std::string::npos) << r.out;
+        }
+    }
+    EXPECT_GT(warned, 0) << "the material no longer drives the limiter past its ceiling";
+
+    // Without the maximizer there is no ceiling to report against.
+    RunResult off = run_tool({"process", dir / "noise.wav", dir / "off.wav", "--tuning", kTunings + "music.json",
+                              "--bypass", "maximizer"});
+    EXPECT_EQ(off.out.find("warning"), std::string::npos) << off.out;
 }

@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <dirent.h>
 #include <fstream>
+#include <sndfile.h>
+#include <type_traits>
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
@@ -58,6 +60,31 @@ inline std::string slurp(const std::string &path)
 inline void spit(const std::string &path, const std::string &bytes)
 {
     std::ofstream(path, std::ios::binary) << bytes;
+}
+
+// Writes interleaved samples into a new sound file of `format` through libsndfile's
+// interface for their type (which scales them as that interface does); false on failure.
+template <typename Sample>
+bool write_sound(const std::string &path, const std::vector<Sample> &samples, int channels, int rate, int format)
+{
+    SF_INFO info{};
+    info.channels = channels;
+    info.samplerate = rate;
+    info.format = format;
+    SNDFILE *f = sf_open(path.c_str(), SFM_WRITE, &info);
+    if (!f)
+        return false;
+    const sf_count_t frames = static_cast<sf_count_t>(samples.size() / static_cast<size_t>(channels));
+    sf_count_t written;
+    if constexpr (std::is_same_v<Sample, int16_t>)
+        written = sf_writef_short(f, samples.data(), frames);
+    else if constexpr (std::is_same_v<Sample, int>)
+        written = sf_writef_int(f, samples.data(), frames);
+    else if constexpr (std::is_same_v<Sample, float>)
+        written = sf_writef_float(f, samples.data(), frames);
+    else
+        written = sf_writef_double(f, samples.data(), frames);
+    return sf_close(f) == 0 && written == frames;
 }
 
 struct RunResult {

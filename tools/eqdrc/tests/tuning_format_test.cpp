@@ -156,6 +156,7 @@ TEST(TuningFiles, UnreadableFilesGiveOneLine)
     EXPECT_EQ(message(dir / "short.bin"),
               dir / "short.bin" + ": 2175 bytes; a tuning is a JSON file or a 2176-byte record (544 float32 words)");
     EXPECT_EQ(message(dir / "missing.json"), dir / "missing.json" + ": cannot open: No such file or directory");
+    EXPECT_EQ(message(dir.path()), dir.path() + ": is a folder, not a file");
     EXPECT_NE(message(dir / "broken.json").find(dir / "broken.json" + ": not valid JSON: "), std::string::npos);
 }
 
