@@ -1,0 +1,326 @@
+// The ALSA plugin driven through alsa-lib: a host writes to an eqdrc device over a file
+// slave, with a configuration the test writes, and the slave's bytes are compared with
+// the chain run directly over the same samples.
+#include <gtest/gtest.h>
+
+#include <alsa/asoundlib.h>
+
+#include <chrono>
+#include <cstdio>
+#include <fcntl.h>
+#include <thread>
+#include <unistd.h>
+
+#include "plugin_test_support.h"
+#include "tool_test_support.h"
+#include "tuning.h"
+
+namespace {
+
+using namespace eqdrc_plugin;
+using eqdrc_plugin_test::music;
+using eqdrc_plugin_test::reference;
+using eqdrc_plugin_test::shipped_tuning;
+using eqdrc_tool_test::ScratchDir;
+using eqdrc_tool_test::slurp;
+using eqdrc_tool_test::spit;
+
+constexpr int kFrame = 768;
+
+// Standard error of this process into a file while alive, so that the plugin's log
+// lines can be read back (the watcher and reporter threads write there too).
+class StderrToFile {
+public:
+    explicit StderrToFile(const std::string &path) : path_(path)
+    {
+        std::fflush(stderr);
+        saved_ = ::dup(2);
+        int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        ::dup2(fd, 2);
+        ::close(fd);
+    }
+    ~StderrToFile()
+    {
+        std::fflush(stderr);
+        ::dup2(saved_, 2);
+        ::close(saved_);
+    }
+    std::string text() const { return slurp(path_); }
+
+private:
+    std::string path_;
+    int saved_;
+};
+
+class AlsaPlugin : public testing::Test {
+protected:
+    // An eqdrc device named "test" over a raw file slave; `options` are added to it.
+    std::string device(const std::string &options) const
+    {
+        return "pcm_type.eqdrc { lib \"" EQDRC_ALSA_PLUGIN "\" }\n"
+               "pcm.test { type eqdrc " + options + " slave.pcm { type file slave.pcm { type null } file \"" +
+               out() + "\" format raw } }\n";
+    }
+    std::string out() const { return dir / "slave.raw"; }
+    std::string log() const { return dir / "log.txt"; }
+
+    // Opens "test" from `config` alone; returns the error code of the first failing step.
+    int open(const std::string &config, snd_pcm_t *&pcm)
+    {
+        snd_config_t *top = nullptr;
+        snd_input_t *in = nullptr;
+        snd_config_top(&top);
+        snd_input_buffer_open(&in, config.data(), static_cast<ssize_t>(config.size()));
+        int err = snd_config_load(top, in);
+        snd_input_close(in);
+        if (err >= 0)
+            err = snd_pcm_open_lconf(&pcm, "test", SND_PCM_STREAM_PLAYBACK, 0, top);
+        snd_config_delete(top);
+        return err;
+    }
+
+    int set_up(snd_pcm_t *pcm, unsigned rate, unsigned channels, snd_pcm_uframes_t period)
+    {
+        snd_pcm_hw_params_t *hw;
+        snd_pcm_hw_params_alloca(&hw);
+        snd_pcm_hw_params_any(pcm, hw);
+        snd_pcm_hw_params_set_access(pcm, hw, SND_PCM_ACCESS_RW_INTERLEAVED);
+        snd_pcm_hw_params_set_format(pcm, hw, SND_PCM_FORMAT_S16_LE);
+        snd_pcm_hw_params_set_channels(pcm, hw, channels);
+        snd_pcm_hw_params_set_rate(pcm, hw, rate, 0);
+        snd_pcm_hw_params_set_period_size_near(pcm, hw, &period, nullptr);
+        snd_pcm_uframes_t buffer = std::max<snd_pcm_uframes_t>(4 * period, 8192);
+        snd_pcm_hw_params_set_buffer_size_near(pcm, hw, &buffer);
+        return snd_pcm_hw_params(pcm, hw);
+    }
+
+    static void write_all(snd_pcm_t *pcm, const int16_t *pcmData, size_t frames, size_t block, int channels)
+    {
+        for (size_t at = 0; at < frames; at += block) {
+            size_t n = std::min(block, frames - at);
+            snd_pcm_sframes_t w = snd_pcm_writei(pcm, pcmData + at * channels, n);
+            ASSERT_EQ(w, static_cast<snd_pcm_sframes_t>(n)) << snd_strerror(static_cast<int>(w));
+        }
+    }
+
+    // Plays `in` through "test" in writes of `block` frames and returns the slave's bytes.
+    std::vector<int16_t> play(const std::string &options, const std::vector<int16_t> &in, int channels,
+                              size_t block, unsigned rate = 48000)
+    {
+        snd_pcm_t *pcm = nullptr;
+        EXPECT_EQ(open(device(options), pcm), 0);
+        if (!pcm)
+            return {};
+        EXPECT_EQ(set_up(pcm, rate, channels, block), 0);
+        write_all(pcm, in.data(), in.size() / channels, block, channels);
+        snd_pcm_drain(pcm);
+        snd_pcm_close(pcm);
+        return slave_samples();
+    }
+
+    std::vector<int16_t> slave_samples() const
+    {
+        std::string bytes = slurp(out());
+        std::vector<int16_t> s(bytes.size() / 2);
+        std::memcpy(s.data(), bytes.data(), s.size() * 2);
+        return s;
+    }
+
+    // What the slave receives: a frame of silence, then the chain's output.
+    static std::vector<int16_t> delayed(const std::vector<int16_t> &chain, int channels, int frameLen = kFrame)
+    {
+        std::vector<int16_t> want(static_cast<size_t>(frameLen) * channels, 0);
+        want.insert(want.end(), chain.begin(), chain.end() - static_cast<long>(frameLen) * channels);
+        return want;
+    }
+
+    std::string tuning_file(const char *name, const Record &rec) const
+    {
+        std::string path = dir / name;
+        spit(path, eqdrc_tool::record_to_bytes(rec));
+        return path;
+    }
+
+    static Record fitted(const char *name, unsigned rate, int channels)
+    {
+        Record rec;
+        std::string error;
+        EXPECT_TRUE(fit_tuning(shipped_tuning(name), name, static_cast<int>(rate), channels, true, kFrame, rec,
+                               error))
+            << error;
+        return rec;
+    }
+
+    ScratchDir dir;
+};
+
+TEST_F(AlsaPlugin, SlaveGetsTheChainsBitsOneFrameLateForEveryPeriodSize)
+{
+    for (int channels : {2, 1}) {
+        Record rec = fitted("music.json", 48000, channels);
+        std::string tuning = tuning_file(channels == 2 ? "stereo.bin" : "mono.bin", rec);
+        std::vector<int16_t> in = music(12 * kFrame + 321, channels);
+        std::vector<int16_t> want = delayed(reference(rec, kFrame, in), channels);
+        for (size_t period : {1, 17, 767, 769, 4096}) {
+            std::vector<int16_t> got = play("tuning \"" + tuning + "\"", in, channels, period);
+            EXPECT_EQ(got, want) << channels << " channel(s), writes of " << period;
+        }
+    }
+}
+
+TEST_F(AlsaPlugin, JsonTuningFrameOptionAndAdapting)
+{
+    // A JSON tuning for 48 kHz stereo, adapted to a 44.1 kHz mono stream, frames of 500.
+    Record rec = fitted("loud-small-speaker.json", 44100, 1);
+    std::vector<int16_t> in = music(9 * 500 + 77, 1);
+    std::vector<int16_t> got = play("tuning \"" EQDRC_SOURCE_DIR "/tunings/loud-small-speaker.json\" frame 500 adapt on",
+                                    in, 1, 256, 44100);
+    EXPECT_EQ(got, delayed(reference(rec, 500, in), 1, 500));
+}
+
+TEST_F(AlsaPlugin, PrepareAfterDropStartsWithAFrameOfSilenceAndKeepsTheFilterState)
+{
+    Record rec = fitted("music.json", 48000, 2);
+    std::string tuning = tuning_file("stereo.bin", rec);
+    std::vector<int16_t> in = music(6 * kFrame, 2);
+    snd_pcm_t *pcm = nullptr;
+    ASSERT_EQ(open(device("tuning \"" + tuning + "\""), pcm), 0);
+    ASSERT_EQ(set_up(pcm, 48000, 2, 256), 0);
+    write_all(pcm, in.data(), 3 * kFrame + 100, 256, 2);  // 3 frames processed, 100 samples collected
+    snd_pcm_drop(pcm);
+    ASSERT_EQ(snd_pcm_prepare(pcm), 0);
+    write_all(pcm, &in[2 * (3 * kFrame + 100)], 2 * kFrame, 256, 2);
+    snd_pcm_drain(pcm);
+    snd_pcm_close(pcm);
+
+    // The chain saw frames 0..2, then (the 100 collected samples dropped) one more frame.
+    std::vector<int16_t> chainInput(in.begin(), in.begin() + 2 * 3 * kFrame);
+    chainInput.insert(chainInput.end(), in.begin() + 2 * (3 * kFrame + 100), in.begin() + 2 * (4 * kFrame + 100));
+    std::vector<int16_t> chain = reference(rec, kFrame, chainInput);
+    std::vector<int16_t> got = slave_samples();
+    // The file slave keeps what was written before the drop: at least the first stream's
+    // complete frames, then the second stream's frame of silence and the fourth frame.
+    std::vector<int16_t> tail(2 * kFrame, 0);
+    tail.insert(tail.end(), chain.end() - 2 * kFrame, chain.end());
+    ASSERT_GE(got.size(), tail.size());
+    EXPECT_EQ(std::vector<int16_t>(got.end() - static_cast<long>(tail.size()), got.end()), tail);
+}
+
+TEST_F(AlsaPlugin, ReplacedTuningTakesEffectAtTheLoggedFrame)
+{
+    Record first = fitted("music.json", 48000, 2), second = fitted("loud-small-speaker.json", 48000, 2);
+    std::string tuning = tuning_file("live.bin", first);
+    std::vector<int16_t> in = music(60 * kFrame, 2);
+    std::string text;
+    {
+        StderrToFile capture(log());
+        snd_pcm_t *pcm = nullptr;
+        ASSERT_EQ(open(device("tuning \"" + tuning + "\" reload on debug on"), pcm), 0);
+        ASSERT_EQ(set_up(pcm, 48000, 2, 300), 0);
+        size_t at = 0, block = 300, total = in.size() / 2;
+        write_all(pcm, in.data(), 10 * kFrame, block, 2);
+        at = 10 * kFrame;
+        // Replaced as editors and `eqdrc tuning compile -o` do: a new file renamed over it.
+        eqdrc_tool::write_file_atomic(tuning, eqdrc_tool::record_to_bytes(second));
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (capture.text().find("took effect") == std::string::npos && at + block < total &&
+               std::chrono::steady_clock::now() < deadline) {
+            write_all(pcm, &in[at * 2], block, block, 2);
+            at += block;
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        write_all(pcm, &in[at * 2], total - at, block, 2);
+        snd_pcm_drain(pcm);
+        snd_pcm_close(pcm);
+        text = capture.text();
+    }
+    size_t pos = text.find("new tuning took effect at frame ");
+    ASSERT_NE(pos, std::string::npos) << text;
+    long long frame = std::atoll(text.c_str() + pos + std::strlen("new tuning took effect at frame "));
+    EXPECT_GE(frame, 10);
+    EXPECT_LT(frame, 58);
+    std::vector<int16_t> chain = reference(first, kFrame, in, &second, frame);
+    EXPECT_EQ(slave_samples(), delayed(chain, 2));
+    EXPECT_NE(chain, reference(first, kFrame, in)) << "the second tuning must sound different";
+}
+
+TEST_F(AlsaPlugin, ReplacementFailingTheCheckIsRefusedAndTheOldTuningPlays)
+{
+    Record rec = fitted("music.json", 48000, 2), bad = rec;
+    bad[eqdrc_tool::Layout::embedded().word("header.bit_depth")] = 20.0f;
+    std::string tuning = tuning_file("live.bin", rec);
+    std::vector<int16_t> in = music(30 * kFrame, 2);
+    std::string text;
+    {
+        StderrToFile capture(log());
+        snd_pcm_t *pcm = nullptr;
+        ASSERT_EQ(open(device("tuning \"" + tuning + "\" reload on"), pcm), 0);
+        ASSERT_EQ(set_up(pcm, 48000, 2, 512), 0);
+        write_all(pcm, in.data(), 5 * kFrame, 512, 2);
+        eqdrc_tool::write_file_atomic(tuning, eqdrc_tool::record_to_bytes(bad));
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (capture.text().find("keeping") == std::string::npos && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        write_all(pcm, &in[2 * 5 * kFrame], 25 * kFrame, 512, 2);
+        snd_pcm_drain(pcm);
+        snd_pcm_close(pcm);
+        text = capture.text();
+    }
+    EXPECT_NE(text.find("eqdrc: " + tuning + ": error: header.bit_depth = 20"), std::string::npos) << text;
+    EXPECT_EQ(slave_samples(), delayed(reference(rec, kFrame, in), 2));
+}
+
+TEST_F(AlsaPlugin, BadConfigurationsGiveAnErrorAndNoCrash)
+{
+    Record rec = fitted("music.json", 48000, 2), rejected = rec;
+    std::string good = tuning_file("good.bin", rec);
+    rejected[eqdrc_tool::Layout::embedded().word("header.tool_version")] = 3.0f;
+    std::string rejectedPath = tuning_file("rejected.bin", rejected);
+    std::string shortPath = dir / "short.bin";
+    spit(shortPath, "not a tuning");
+    struct Case {
+        std::string options, message;
+    } cases[] = {
+        {"", "no tuning given"},
+        {"tuning \"" + dir / "missing.bin" + "\"", dir / "missing.bin"},
+        {"tuning \"" + dir.path() + "\"", dir.path()},
+        {"tuning \"" + shortPath + "\"", shortPath},
+        {"tuning \"" + rejectedPath + "\"", rejectedPath + ": error: header.tool_version"},
+        {"tuning \"" + good + "\" frame 0", "frame must be"},
+        {"tuning \"" + good + "\" reload maybe", "reload must be on or off"},
+        {"tuning \"" + good + "\" volume 11", "unknown option volume"},
+    };
+    for (const Case &c : cases) {
+        std::string text;
+        int err;
+        {
+            StderrToFile capture(log());
+            snd_pcm_t *pcm = nullptr;
+            err = open(device(c.options), pcm);
+            if (pcm)
+                snd_pcm_close(pcm);
+            text = capture.text();
+        }
+        EXPECT_LT(err, 0) << c.options;
+        EXPECT_NE(text.find(c.message), std::string::npos) << c.options << "\n" << text;
+    }
+
+    // A stream at another rate or channel count is refused at hw_params, naming both.
+    for (auto [rate, channels, message] : {std::tuple{44100u, 2, "for 48000 Hz, the stream is 44100 Hz"},
+                                          std::tuple{48000u, 1, "for 2 channel(s), the stream has 1"}}) {
+        std::string text;
+        int err;
+        {
+            StderrToFile capture(log());
+            snd_pcm_t *pcm = nullptr;
+            ASSERT_EQ(open(device("tuning \"" + good + "\""), pcm), 0);
+            err = set_up(pcm, rate, channels, 256);
+            snd_pcm_close(pcm);
+            text = capture.text();
+        }
+        EXPECT_LT(err, 0);
+        EXPECT_NE(text.find(message), std::string::npos) << text;
+    }
+}
+
+}  // namespace
