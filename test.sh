@@ -11,10 +11,12 @@
 #   fuzz     every libFuzzer target for 45 s (ASan+UBSan), failing on any finding;
 #   valgrind memcheck of quorvel_enh, only the required leaks suppressed (needs release);
 #   python   the Python package's tests (python/tests) against build/;
+#   alsa     the ALSA plugin's alsa-lib host test under valgrind memcheck (needs release;
+#            the plugin's tests also run in every variant's ctest);
 #   mathf    our maths functions against this machine's libm on all 2^32 arguments
 #            (x86-64 glibc 2.36 only, about 5 minutes; not in the default list).
 # The conformance families checked are those listed in .ci/conformance-families.
-#   ./test.sh [VARIANT ...]      (default: release debug asan aarch64 fuzz valgrind python)
+#   ./test.sh [VARIANT ...]      (default: release debug asan aarch64 fuzz valgrind python alsa)
 set -euo pipefail
 cd "$(dirname "$0")"
 tools/ensure-deps.sh --with-cross
@@ -104,6 +106,11 @@ variant_valgrind() {
     tools/valgrind-check.sh build
 }
 
+variant_alsa() {
+    echo "== alsa (the ALSA plugin driven through alsa-lib, under valgrind memcheck)"
+    plugins/alsa/tests/valgrind_test.sh build
+}
+
 variant_mathf() {
     echo "== mathf (our maths functions against this machine's libm, all 2^32 arguments)"
     TIMEOUT=1800 tools/check-mathf.sh
@@ -121,7 +128,7 @@ variant_python() {
 }
 
 variants=("$@")
-[ ${#variants[@]} -gt 0 ] || variants=(release debug asan aarch64 fuzz valgrind python)
+[ ${#variants[@]} -gt 0 ] || variants=(release debug asan aarch64 fuzz valgrind python alsa)
 for v in "${variants[@]}"; do
     t0=$SECONDS
     "variant_$v"

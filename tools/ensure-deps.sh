@@ -19,6 +19,9 @@ have xzcat || need+=(xz-utils)
 [ -f /usr/include/nlohmann/json.hpp ] || need+=(nlohmann-json3-dev)
 [ -f /usr/include/sndfile.h ] || need+=(libsndfile1-dev)
 [ -f /usr/include/ebur128.h ] || need+=(libebur128-dev)
+# the ALSA plugin (plugins/alsa) and its aplay test
+[ -f /usr/include/alsa/pcm_extplug.h ] || need+=(libasound2-dev)
+have aplay || need+=(alsa-utils)
 # fuzz targets (clang with libFuzzer) and the valgrind check
 have clang++ || need+=(clang)
 compgen -G "/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-*.a" >/dev/null || need+=(libclang-rt-dev)
