@@ -113,6 +113,10 @@ snd_pcm_sframes_t eqdrc_transfer(snd_pcm_extplug_t *ext, const snd_pcm_channel_a
 {
     Plugin *p = plugin_of(ext);
     const unsigned channels = ext->channels;
+    if (!p->stream) {  // no stream set up (its hw_params was refused): pass silence on
+        snd_pcm_areas_silence(dst, dstOffset, channels, size, SND_PCM_FORMAT_S16_LE);
+        return static_cast<snd_pcm_sframes_t>(size);
+    }
     for (snd_pcm_uframes_t done = 0; done < size;) {
         snd_pcm_uframes_t n = std::min(kChunk, size - done);
         for (unsigned c = 0; c < channels; c++)

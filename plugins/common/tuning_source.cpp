@@ -8,13 +8,23 @@ namespace eqdrc_plugin {
 
 using eqdrc_tool::Layout;
 
+namespace {
+
+// The library truncates these words toward zero; a value no int holds (a hostile
+// record) reads as 0, which no stream matches and the check refuses.
+int whole_word(float v)
+{
+    return v > -2147483520.0f && v < 2147483520.0f ? static_cast<int>(v) : 0;
+}
+
+}  // namespace
+
 TuningFormat tuning_format(const Record &rec)
 {
     const Layout &layout = Layout::embedded();
     TuningFormat f;
-    // The library truncates these words toward zero; so do we.
-    f.sampleRate = static_cast<int>(rec[layout.word("header.sample_rate")]);
-    f.channels = static_cast<int>(rec[layout.word("header.channels")]);
+    f.sampleRate = whole_word(rec[layout.word("header.sample_rate")]);
+    f.channels = whole_word(rec[layout.word("header.channels")]);
     return f;
 }
 
