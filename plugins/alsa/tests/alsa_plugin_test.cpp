@@ -54,6 +54,19 @@ public:
     }
     std::string text() const { return slurp(path_); }
 
+    // Calls `step` until the log holds `needle`, for at most 10 s; whether it came.
+    template <class F>
+    bool until_logged(const char *needle, F step) const
+    {
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (text().find(needle) == std::string::npos) {
+            if (std::chrono::steady_clock::now() > deadline || !step())
+                return false;
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        return true;
+    }
+
 private:
     std::string path_;
     int saved_;
@@ -229,13 +242,13 @@ TEST_F(AlsaPlugin, ReplacedTuningTakesEffectAtTheLoggedFrame)
         at = 10 * kFrame;
         // Replaced as editors and `eqdrc tuning compile -o` do: a new file renamed over it.
         eqdrc_tool::write_file_atomic(tuning, eqdrc_tool::record_to_bytes(second));
-        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (capture.text().find("took effect") == std::string::npos && at + block < total &&
-               std::chrono::steady_clock::now() < deadline) {
+        capture.until_logged("took effect", [&] {  // the hand-over needs frames to happen at
+            if (at + block >= total)
+                return false;
             write_all(pcm, &in[at * 2], block, block, 2);
             at += block;
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        }
+            return true;
+        });
         write_all(pcm, &in[at * 2], total - at, block, 2);
         snd_pcm_drain(pcm);
         snd_pcm_close(pcm);
@@ -265,9 +278,7 @@ TEST_F(AlsaPlugin, ReplacementFailingTheCheckIsRefusedAndTheOldTuningPlays)
         ASSERT_EQ(set_up(pcm, 48000, 2, 512), 0);
         write_all(pcm, in.data(), 5 * kFrame, 512, 2);
         eqdrc_tool::write_file_atomic(tuning, eqdrc_tool::record_to_bytes(bad));
-        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (capture.text().find("keeping") == std::string::npos && std::chrono::steady_clock::now() < deadline)
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        capture.until_logged("keeping", [] { return true; });
         write_all(pcm, &in[2 * 5 * kFrame], 25 * kFrame, 512, 2);
         snd_pcm_drain(pcm);
         snd_pcm_close(pcm);
@@ -297,17 +308,19 @@ TEST_F(AlsaPlugin, BadConfigurationsGiveAnErrorAndNoCrash)
         {"tuning \"" + good + "\" reload maybe", "reload must be on or off"},
         {"tuning \"" + good + "\" volume 11", "unknown option volume"},
     };
+    // Opens the device and, given a rate, sets up a stream: the first error and the log.
+    auto attempt = [&](const std::string &options, unsigned rate = 0, int channels = 2) {
+        StderrToFile capture(log());
+        snd_pcm_t *pcm = nullptr;
+        int err = open(device(options), pcm);
+        if (err >= 0 && rate)
+            err = set_up(pcm, rate, channels, 256);
+        if (pcm)
+            snd_pcm_close(pcm);
+        return std::pair{err, capture.text()};
+    };
     for (const Case &c : cases) {
-        std::string text;
-        int err;
-        {
-            StderrToFile capture(log());
-            snd_pcm_t *pcm = nullptr;
-            err = open(device(c.options), pcm);
-            if (pcm)
-                snd_pcm_close(pcm);
-            text = capture.text();
-        }
+        auto [err, text] = attempt(c.options);
         EXPECT_LT(err, 0) << c.options;
         EXPECT_NE(text.find(c.message), std::string::npos) << c.options << "\n" << text;
     }
@@ -315,16 +328,7 @@ TEST_F(AlsaPlugin, BadConfigurationsGiveAnErrorAndNoCrash)
     // A stream at another rate or channel count is refused at hw_params, naming both.
     for (auto [rate, channels, message] : {std::tuple{44100u, 2, "for 48000 Hz, the stream is 44100 Hz"},
                                           std::tuple{48000u, 1, "for 2 channel(s), the stream has 1"}}) {
-        std::string text;
-        int err;
-        {
-            StderrToFile capture(log());
-            snd_pcm_t *pcm = nullptr;
-            ASSERT_EQ(open(device("tuning \"" + good + "\""), pcm), 0);
-            err = set_up(pcm, rate, channels, 256);
-            snd_pcm_close(pcm);
-            text = capture.text();
-        }
+        auto [err, text] = attempt("tuning \"" + good + "\"", rate, channels);
         EXPECT_LT(err, 0);
         EXPECT_NE(text.find(message), std::string::npos) << text;
     }
