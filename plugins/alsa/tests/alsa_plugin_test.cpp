@@ -226,6 +226,23 @@ TEST_F(AlsaPlugin, PrepareAfterDropStartsWithAFrameOfSilenceAndKeepsTheFilterSta
     EXPECT_EQ(std::vector<int16_t>(got.end() - static_cast<long>(tail.size()), got.end()), tail);
 }
 
+TEST_F(AlsaPlugin, PauseAndResumeLeaveTheStreamAsItWas)
+{
+    Record rec = fitted("music.json", 48000, 2);
+    std::string tuning = tuning_file("stereo.bin", rec);
+    std::vector<int16_t> in = music(8 * kFrame, 2);
+    snd_pcm_t *pcm = nullptr;
+    ASSERT_EQ(open(device("tuning \"" + tuning + "\""), pcm), 0);
+    ASSERT_EQ(set_up(pcm, 48000, 2, 256), 0);
+    write_all(pcm, in.data(), 3 * kFrame + 100, 256, 2);
+    ASSERT_EQ(snd_pcm_pause(pcm, 1), 0);
+    ASSERT_EQ(snd_pcm_pause(pcm, 0), 0);
+    write_all(pcm, &in[2 * (3 * kFrame + 100)], 5 * kFrame - 100, 256, 2);
+    snd_pcm_drain(pcm);
+    snd_pcm_close(pcm);
+    EXPECT_EQ(slave_samples(), delayed(reference(rec, kFrame, in), 2));
+}
+
 // A replacement that fails the check is refused and the old tuning keeps playing; a good
 // one takes effect at the logged frame, with the exact bits on both sides of it.
 TEST_F(AlsaPlugin, ReplacedTuningTakesEffectAtTheLoggedFrame)
