@@ -51,15 +51,16 @@ public:
     int channels() const { return channels_; }
     void set_swap_callback(SwapCallback cb, void *context);
 
-    // FIFO form. write() takes at most space() samples and returns how many it took;
-    // read() returns how many it gave (at most readable()).
+    // FIFO form. write() takes at most space() samples (a bound that keeps every frame
+    // it completes within the FIFO) and returns how many it took; read() returns how many
+    // it gave (at most readable()).
     size_t space() const;
     size_t write(const int16_t *in, size_t n);
     size_t readable() const { return fifoFill_; }
     size_t read(int16_t *out, size_t n);
     // Pads the collected partial frame with silence and processes it; only its real
-    // samples become readable. Needs room for one frame in the FIFO (space() >= frame
-    // length after reading); returns false, doing nothing, otherwise.
+    // samples become readable. Needs a frame's room free in the FIFO: returns false,
+    // doing nothing, until enough has been read.
     bool drain();
 
     // Delay-line form: out[i] is the chain's output for the input delay() samples
