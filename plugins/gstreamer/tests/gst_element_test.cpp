@@ -12,10 +12,15 @@
 
 #include "adapt.h"
 #include "gst_test_support.h"
+#include "plugin_test_support.h"
 #include "tool_test_support.h"
 #include "tuning.h"
 
 using namespace eqdrc_gst_test;
+using eqdrc_plugin::Record;
+using eqdrc_plugin_test::music;
+using eqdrc_plugin_test::reference;
+using eqdrc_plugin_test::shipped_tuning;
 using eqdrc_tool_test::run_tool;
 using eqdrc_tool_test::RunResult;
 using eqdrc_tool_test::ScratchDir;
@@ -133,7 +138,7 @@ TEST_P(FilePipeline, GivesTheBytesOfEqdrcProcess)
     ScratchDir dir;
     const std::string tuning = c.channels == 2 ? kStereoTuning : write_mono_tuning(dir);
     // Two seconds and a partial frame: the end is padded and trimmed.
-    write_wav(dir / "in.wav", test_audio(2 * kRate + 333, c.channels), c.channels);
+    write_wav(dir / "in.wav", music(2 * kRate + 333, c.channels), c.channels);
     const std::string frame = std::to_string(c.frameLength);
     RunResult tool = run_tool({"process", dir / "in.wav", dir / "tool.wav", "--tuning", tuning, "--frame", frame});
     ASSERT_EQ(tool.status, 0) << tool.err;
@@ -153,19 +158,19 @@ INSTANTIATE_TEST_SUITE_P(Element, FilePipeline,
 
 TEST(ElementOutput, ExactAndContinuousForAnyBufferSize)
 {
-    const std::vector<float> record = read_record(kStereoTuning);
+    const Record record = shipped_tuning("reference.bin");
     const std::vector<std::vector<size_t>> patterns = {{1}, {17}, {767}, {4096}, {1, 17, 767, 4096, 768, 769}};
     for (const auto &sizes : patterns) {
         SCOPED_TRACE("buffers of " + std::to_string(sizes.front()) + (sizes.size() > 1 ? " and others" : ""));
         // Fewer samples in one-sample buffers: each buffer costs a trip through the pipeline.
         const size_t frames = sizes.size() == 1 && sizes.front() == 1 ? 4000 : kRate + 101;
-        const std::vector<int16_t> in = test_audio(frames, 2);
+        const std::vector<int16_t> in = music(frames, 2);
         FedPipeline p(kStereoTuning, 2);
         p.start();
         p.push(in, 0, frames, sizes);
         BusLog log = p.finish();
         ASSERT_TRUE(log.reachedEos) << (log.errors.empty() ? "" : log.errors.front());
-        EXPECT_TRUE(p.recorder->samples == reference(record, 768, 2, in));
+        EXPECT_TRUE(p.recorder->samples == reference(record, 768, in));
         expect_continuous_timestamps(*p.recorder, 2);
     }
 }
@@ -173,7 +178,7 @@ TEST(ElementOutput, ExactAndContinuousForAnyBufferSize)
 TEST(ElementOutput, FlushingSeekStartsAFreshChainAtTheNewPosition)
 {
     ScratchDir dir;
-    const std::vector<int16_t> in = test_audio(3 * kRate, 2);
+    const std::vector<int16_t> in = music(3 * kRate, 2);
     write_wav(dir / "in.wav", in, 2);
     GstElement *pipeline = gst_parse_launch(("filesrc location=" + dir / "in.wav" + " ! wavparse ! eqdrc tuning=" +
                                              kStereoTuning + " ! fakesink name=sink sync=false")
@@ -194,7 +199,7 @@ TEST(ElementOutput, FlushingSeekStartsAFreshChainAtTheNewPosition)
     const size_t first = gst_util_uint64_scale_int_round(recorder.pts.front(), kRate, GST_SECOND);
     EXPECT_EQ(first, static_cast<size_t>(position));
     const std::vector<int16_t> rest(in.begin() + static_cast<std::ptrdiff_t>(first * 2), in.end());
-    EXPECT_TRUE(recorder.samples == reference(read_record(kStereoTuning), 768, 2, rest));
+    EXPECT_TRUE(recorder.samples == reference(shipped_tuning("reference.bin"), 768, rest));
     gst_object_unref(pad);
     gst_object_unref(sink);
     gst_object_unref(pipeline);
@@ -204,13 +209,10 @@ TEST(ElementOutput, FlushingSeekStartsAFreshChainAtTheNewPosition)
 // the frame before which the new record took over.
 TEST(Retune, ExactOnBothSidesOfTheReportedFrame)
 {
-    ScratchDir dir;
-    const std::vector<float> first = read_record(kStereoTuning);
-    const std::string secondPath = dir / "speech.bin";
-    eqdrc_tool_test::spit(secondPath, eqdrc_tool::record_to_bytes(eqdrc_tool::read_tuning(kTunings + "speech.json")));
-    const std::vector<float> second = read_record(secondPath);
+    const Record first = shipped_tuning("reference.bin");
+    const Record second = shipped_tuning("speech.json");
     const size_t frames = 3 * kRate;
-    const std::vector<int16_t> in = test_audio(frames, 2);
+    const std::vector<int16_t> in = music(frames, 2);
 
     clear_handover_frames();
     FedPipeline p(kStereoTuning, 2);
@@ -228,7 +230,7 @@ TEST(Retune, ExactOnBothSidesOfTheReportedFrame)
     ASSERT_EQ(at.size(), 1u);
     EXPECT_GT(at[0], 0u);
     EXPECT_LE(at[0], frames / 768);
-    const std::vector<int16_t> expected = reference(first, 768, 2, in, static_cast<long>(at[0]), second);
+    const std::vector<int16_t> expected = reference(first, 768, in, &second, static_cast<long long>(at[0]));
     ASSERT_EQ(p.recorder->samples.size(), expected.size());
     const size_t boundary = at[0] * 768 * 2;
     EXPECT_TRUE(std::equal(expected.begin(), expected.begin() + static_cast<std::ptrdiff_t>(boundary),
@@ -250,7 +252,7 @@ TEST(Retune, ARefusedTuningWarnsAndTheOldOneKeepsPlaying)
     bad[eqdrc_tool::Layout::embedded().word("eq10.channels[0].bands[0].fc")] = 30000.0f;
     eqdrc_tool_test::spit(dir / "bad.bin", eqdrc_tool::record_to_bytes(bad));
     const size_t frames = kRate;
-    const std::vector<int16_t> in = test_audio(frames, 2);
+    const std::vector<int16_t> in = music(frames, 2);
 
     clear_handover_frames();
     FedPipeline p(kStereoTuning, 2);
@@ -266,7 +268,7 @@ TEST(Retune, ARefusedTuningWarnsAndTheOldOneKeepsPlaying)
     EXPECT_TRUE(log.said("eq10.channels[0].bands[0].fc")) << log.warnings[0];
     EXPECT_TRUE(log.said("missing.bin")) << log.warnings[1];
     EXPECT_TRUE(handover_frames().empty());
-    EXPECT_TRUE(p.recorder->samples == reference(read_record(kStereoTuning), 768, 2, in));
+    EXPECT_TRUE(p.recorder->samples == reference(shipped_tuning("reference.bin"), 768, in));
     gchar *now = nullptr;
     g_object_get(p.eq, "tuning", &now, nullptr);
     EXPECT_STREQ(now, kStereoTuning.c_str());
@@ -275,9 +277,9 @@ TEST(Retune, ARefusedTuningWarnsAndTheOldOneKeepsPlaying)
 
 TEST(Bypass, PassesTheInputBitForBitAndFadesWhenSwitched)
 {
-    const std::vector<float> record = read_record(kStereoTuning);
+    const Record record = shipped_tuning("reference.bin");
     const size_t frames = kRate;
-    const std::vector<int16_t> in = test_audio(frames, 2);
+    const std::vector<int16_t> in = music(frames, 2);
     {
         FedPipeline p(kStereoTuning, 2, "bypass=true");
         p.start();
@@ -293,7 +295,7 @@ TEST(Bypass, PassesTheInputBitForBitAndFadesWhenSwitched)
     g_object_set(p.eq, "bypass", TRUE, nullptr);
     p.push(in, frames / 2, frames, {1000});
     ASSERT_TRUE(p.finish().reachedEos);
-    const std::vector<int16_t> wet = reference(record, 768, 2, in);
+    const std::vector<int16_t> wet = reference(record, 768, in);
     const std::vector<int16_t> &out = p.recorder->samples;
     ASSERT_EQ(out.size(), in.size());
     size_t fadeStart = 0;
@@ -371,7 +373,7 @@ TEST(BadSettings, AreClearErrors)
         // ... else negotiation fails, and the element says what the tuning needs.
         FedPipeline p(kStereoTuning, 2, "", "audio/x-raw,format=S16LE,layout=interleaved,rate=44100,channels=2");
         p.start();
-        p.push(test_audio(1000, 2), 0, 1000, {500});
+        p.push(music(1000, 2), 0, 1000, {500});
         log = p.finish();
         ASSERT_FALSE(log.errors.empty());
         EXPECT_TRUE(log.said("48000 Hz with 2 channel(s)")) << (log.warnings.empty() ? "" : log.warnings.front());

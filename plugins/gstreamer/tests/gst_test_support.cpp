@@ -1,37 +1,12 @@
 #include "gst_test_support.h"
 
-#include <cmath>
 #include <cstring>
 #include <fstream>
 #include <iterator>
 #include <mutex>
 #include <stdexcept>
 
-#include <tqaudio_eqdrc.h>
-
 namespace eqdrc_gst_test {
-
-std::vector<int16_t> test_audio(size_t frames, int channels)
-{
-    std::vector<int16_t> out(frames * static_cast<size_t>(channels));
-    uint32_t noise = 12345u;
-    for (size_t i = 0; i < frames; ++i) {
-        const double t = static_cast<double>(i) / kRate;
-        // Loud and quiet passages half a second long, a click every 0.3 s.
-        const double level = (static_cast<long>(t * 2.0) % 2 == 0) ? 14000.0 : 2500.0;
-        const bool click = i % 14400 < 24;
-        for (int c = 0; c < channels; ++c) {
-            noise = noise * 1664525u + 1013904223u;
-            const double hiss = (static_cast<double>(noise >> 16) - 32768.0) * 0.05;
-            double v = level * (0.6 * std::sin(2.0 * M_PI * (80.0 + 30.0 * c) * t) +
-                                0.3 * std::sin(2.0 * M_PI * 1200.0 * t) + 0.1 * std::sin(2.0 * M_PI * 7000.0 * t)) +
-                       hiss + (click ? 20000.0 : 0.0);
-            out[i * static_cast<size_t>(channels) + static_cast<size_t>(c)] =
-                static_cast<int16_t>(std::lrint(std::fmax(-32768.0, std::fmin(32767.0, v))));
-        }
-    }
-    return out;
-}
 
 namespace {
 
@@ -88,40 +63,6 @@ std::vector<int16_t> wav_samples(const std::string &path)
         at += 8 + size + (size & 1u);
     }
     throw std::runtime_error(path + ": no data chunk");
-}
-
-std::vector<int16_t> reference(const std::vector<float> &record, int frameLength, int channels,
-                               const std::vector<int16_t> &samples, long retuneAt, const std::vector<float> &second)
-{
-    AudioPostState *chain = AudioPost_Init(record.data(), frameLength);
-    if (!chain)
-        throw std::runtime_error("the library rejected the reference record");
-    const size_t frame = static_cast<size_t>(frameLength) * static_cast<size_t>(channels);
-    std::vector<int16_t> out(samples);
-    std::vector<int16_t> buf(frame);
-    for (size_t at = 0, index = 0; at < out.size(); at += frame, ++index) {
-        if (static_cast<long>(index) == retuneAt)
-            AudioPost_SetPara(chain, second.data(), frameLength);
-        const size_t n = std::min(frame, out.size() - at);
-        std::fill(buf.begin(), buf.end(), int16_t{0});
-        std::copy(out.begin() + static_cast<std::ptrdiff_t>(at), out.begin() + static_cast<std::ptrdiff_t>(at + n),
-                  buf.begin());
-        AudioPost_Process(chain, buf.data(), buf.data(), channels, frameLength);
-        std::copy(buf.begin(), buf.begin() + static_cast<std::ptrdiff_t>(n),
-                  out.begin() + static_cast<std::ptrdiff_t>(at));
-    }
-    AudioPost_Destroy(chain);
-    return out;
-}
-
-std::vector<float> read_record(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::vector<float> rec(544);
-    in.read(reinterpret_cast<char *>(rec.data()), static_cast<std::streamsize>(rec.size() * sizeof(float)));
-    if (in.gcount() != static_cast<std::streamsize>(rec.size() * sizeof(float)))
-        throw std::runtime_error(path + ": not a 2176-byte record");
-    return rec;
 }
 
 bool BusLog::said(const std::string &text) const

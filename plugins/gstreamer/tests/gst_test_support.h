@@ -1,5 +1,5 @@
-// Helpers for the element's tests: test audio and WAV files, the chain run frame by frame
-// as the reference, and pipelines run to their end with what the bus said.
+// Helpers for the element's tests: WAV files, pipelines run to their end with what the bus
+// said, the buffers reaching a pad, and the hand-overs the element logged.
 #ifndef EQDRC_GST_TEST_SUPPORT_H
 #define EQDRC_GST_TEST_SUPPORT_H
 
@@ -14,21 +14,9 @@ namespace eqdrc_gst_test {
 
 constexpr int kRate = 48000;
 
-// Interleaved 16-bit audio with level changes and transients, so that every stage of a
-// tuning moves: `frames` samples per channel.
-std::vector<int16_t> test_audio(size_t frames, int channels);
-
 // A canonical 16-bit PCM WAV file, and the samples of the data chunk of any WAV file.
 void write_wav(const std::string &path, const std::vector<int16_t> &samples, int channels, int rate = kRate);
 std::vector<int16_t> wav_samples(const std::string &path);
-
-// The chain over `samples` in frames of `frameLength`, the last one padded with silence
-// and trimmed (as `eqdrc process` runs it); when `retuneAt` >= 0, `second` replaces the
-// record with AudioPost_SetPara before that frame.
-std::vector<int16_t> reference(const std::vector<float> &record, int frameLength, int channels,
-                               const std::vector<int16_t> &samples, long retuneAt = -1,
-                               const std::vector<float> &second = {});
-std::vector<float> read_record(const std::string &path);
 
 // What a pipeline posted until it ended.
 struct BusLog {
