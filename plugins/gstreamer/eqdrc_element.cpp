@@ -207,11 +207,15 @@ GstBuffer *process(GstEqdrc *self, const int16_t *in, size_t n)
     return out;
 }
 
-// Pads and processes the frame being collected and pushes its real samples.
+// Pads and processes the frame being collected and pushes its real samples; the clock
+// restarts at the next buffer.
 GstFlowReturn drain(GstEqdrc *self)
 {
     Stream *s = self->stream;
-    if (!s || s->fade.pending() == 0)
+    if (!s)
+        return GST_FLOW_OK;
+    s->needClockBase = true;
+    if (s->fade.pending() == 0)
         return GST_FLOW_OK;
     const size_t n = s->fade.pending();
     s->frames->drain();
@@ -295,7 +299,6 @@ GstFlowReturn submit_input_buffer(GstBaseTransform *trans, gboolean, GstBuffer *
             gst_buffer_unref(input);
             return flow;
         }
-        s.needClockBase = true;
     }
     if (s.needClockBase) {
         s.needClockBase = false;
@@ -332,6 +335,10 @@ gboolean sink_event(GstBaseTransform *trans, GstEvent *event)
     GstEqdrc *self = GST_EQDRC(trans);
     switch (GST_EVENT_TYPE(event)) {
     case GST_EVENT_EOS:
+    case GST_EVENT_SEGMENT:
+    case GST_EVENT_GAP:
+        // The samples held back belong before the event: finish them as at the end of a
+        // stream. The chain runs on.
         drain(self);
         break;
     case GST_EVENT_FLUSH_STOP:

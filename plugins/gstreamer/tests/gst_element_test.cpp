@@ -77,15 +77,19 @@ public:
 
     void start() { gst_element_set_state(pipeline, GST_STATE_PLAYING); }
 
-    // Pushes samples[from, to) in buffers whose sizes cycle through `sizes`.
-    void push(const std::vector<int16_t> &samples, size_t from, size_t to, const std::vector<size_t> &sizes)
+    // Pushes samples[from, to) in buffers whose sizes cycle through `sizes`, stamped as if
+    // sample 0 were at `start`; the first buffer marked as a discontinuity when asked.
+    void push(const std::vector<int16_t> &samples, size_t from, size_t to, const std::vector<size_t> &sizes,
+              GstClockTime start = 0, bool discont = false)
     {
         const size_t ch = static_cast<size_t>(channels_);
         for (size_t at = from, k = 0; at < to; ++k) {
             const size_t n = std::min(sizes[k % sizes.size()], to - at);
             GstBuffer *buf = gst_buffer_new_memdup(samples.data() + at * ch, n * ch * sizeof(int16_t));
-            GST_BUFFER_PTS(buf) = gst_util_uint64_scale_int(at, GST_SECOND, kRate);
-            GST_BUFFER_DURATION(buf) = gst_util_uint64_scale_int(at + n, GST_SECOND, kRate) - GST_BUFFER_PTS(buf);
+            GST_BUFFER_PTS(buf) = start + gst_util_uint64_scale_int(at, GST_SECOND, kRate);
+            GST_BUFFER_DURATION(buf) = start + gst_util_uint64_scale_int(at + n, GST_SECOND, kRate) - GST_BUFFER_PTS(buf);
+            if (discont && at == from)
+                GST_BUFFER_FLAG_SET(buf, GST_BUFFER_FLAG_DISCONT);
             gst_app_src_push_buffer(GST_APP_SRC(src), buf);
             at += n;
         }
@@ -173,6 +177,40 @@ TEST(ElementOutput, ExactAndContinuousForAnyBufferSize)
         EXPECT_TRUE(p.recorder->samples == reference(record, 768, in));
         expect_continuous_timestamps(*p.recorder, 2);
     }
+}
+
+// A gap in the stream finishes the frame being collected as at the end of a stream
+// (padded, the padding trimmed); the chain runs on, and the clock restarts at the gap.
+TEST(ElementOutput, DiscontinuityFinishesTheFrameAndRestartsTheClock)
+{
+    const size_t before = 10000, after = 20000;  // 10000 = 13 frames and 16 samples
+    const std::vector<int16_t> in = music(before + after, 2);
+    const GstClockTime later = 5 * GST_SECOND;
+    FedPipeline p(kStereoTuning, 2);
+    p.start();
+    p.push(in, 0, before, {1024});
+    p.push(in, before, before + after, {1024}, later, true);
+    BusLog log = p.finish();
+    ASSERT_TRUE(log.reachedEos) << (log.errors.empty() ? "" : log.errors.front());
+
+    // The same chain over the first part, a frame's padding, and the second part.
+    const size_t pad = 768 - before % 768;
+    std::vector<int16_t> padded(in.begin(), in.begin() + static_cast<std::ptrdiff_t>(before * 2));
+    padded.resize((before + pad) * 2, 0);
+    padded.insert(padded.end(), in.begin() + static_cast<std::ptrdiff_t>(before * 2), in.end());
+    std::vector<int16_t> expected = reference(shipped_tuning("reference.bin"), 768, padded);
+    expected.erase(expected.begin() + static_cast<std::ptrdiff_t>(before * 2),
+                   expected.begin() + static_cast<std::ptrdiff_t>((before + pad) * 2));
+    EXPECT_TRUE(p.recorder->samples == expected);
+
+    const PadRecorder &r = *p.recorder;
+    size_t samples = 0, restart = 0;
+    for (size_t i = 0; i < r.pts.size() && samples < before; ++i, ++restart)
+        samples += r.sizes[i] / 4;
+    ASSERT_EQ(samples, before) << "a buffer ends where the gap is";
+    ASSERT_LT(restart, r.pts.size());
+    EXPECT_TRUE(r.discont[restart]);
+    EXPECT_EQ(r.pts[restart], later + gst_util_uint64_scale_int(before, GST_SECOND, kRate));
 }
 
 TEST(ElementOutput, FlushingSeekStartsAFreshChainAtTheNewPosition)
