@@ -51,7 +51,7 @@ struct _GstEqdrc {
     GstAudioFilter parent;
 
     // Settings, under the object lock.
-    std::string *tuningPath;     // the tuning playing (or to be loaded at start)
+    std::string *tuningPath;  // the tuning playing (or to be loaded at start)
     int frameLength;
     gboolean bypass;
     // The record playing, its rate and channels; set at start and by every accepted retune.
@@ -61,11 +61,11 @@ struct _GstEqdrc {
     gboolean loaded;
     gboolean announced;   // rate and channels read from the tuning file before it is loaded
     gboolean negotiated;  // rate and channels are fixed by the caps
+    gboolean warnedCaps;  // the caps warning was given for this start
 
     eqdrc_plugin::RecordHandoff *handoff;  // control thread -> streaming thread
     Stream *stream;                        // streaming thread only
     GstBuffer *pendingOut;                 // made by submit_input_buffer, given by generate_output
-    gboolean warnedCaps;
 };
 
 #define gst_eqdrc_parent_class parent_class
@@ -252,8 +252,12 @@ GstCaps *transform_caps(GstBaseTransform *trans, GstPadDirection, GstCaps *caps,
     }
     // A stream the tuning cannot take fails negotiation upstream with a bare
     // "not-negotiated": say once what the tuning needs.
-    if (loaded && gst_caps_is_empty(result) && !gst_caps_is_empty(caps) && !self->warnedCaps) {
+    GST_OBJECT_LOCK(self);
+    const bool warn = loaded && gst_caps_is_empty(result) && !gst_caps_is_empty(caps) && !self->warnedCaps;
+    if (warn)
         self->warnedCaps = TRUE;
+    GST_OBJECT_UNLOCK(self);
+    if (warn) {
         gchar *offered = gst_caps_to_string(caps);
         GST_ELEMENT_WARNING(self, CORE, NEGOTIATION,
                             ("the tuning runs 16-bit interleaved audio at %d Hz with %d channel(s); the stream offers "
