@@ -23,16 +23,34 @@ constexpr int kMaxChannels = 2;
 enum { PROP_0, PROP_TUNING, PROP_FRAME_LENGTH, PROP_BYPASS, PROP_LATENCY };
 
 // What the streaming thread owns while caps are set: the chain with its frame
-// collection, the unprocessed input for the bypass, and the output clock.
+// collection, the unprocessed input for the bypass, the output clock, the input buffer
+// being consumed and the pool of frame-sized output buffers.
 struct Stream {
-    Stream(std::unique_ptr<eqdrc_plugin::FrameStream> chain, int channelCount, bool bypass)
+    Stream(std::unique_ptr<eqdrc_plugin::FrameStream> chain, int channelCount, bool bypass, GstBufferPool *framePool)
         : frames(std::move(chain)),
           fade(channelCount, 2 * static_cast<size_t>(frames->frame_len()), static_cast<size_t>(frames->frame_len()),
                bypass),
           frameLength(frames->frame_len()),
-          channels(channelCount)
+          channels(channelCount),
+          pool(framePool)
     {
     }
+    ~Stream()
+    {
+        release_input();
+        gst_buffer_pool_set_active(pool, FALSE);
+        gst_object_unref(pool);
+    }
+    void release_input()
+    {
+        if (input) {
+            gst_buffer_unmap(input, &inputMap);
+            gst_buffer_unref(input);
+        }
+        input = nullptr;
+        inputLeft = 0;
+    }
+
     std::unique_ptr<eqdrc_plugin::FrameStream> frames;
     eqdrc_gst::BypassFade fade;
     int frameLength;
@@ -43,6 +61,12 @@ struct Stream {
     GstClockTime clockBase = GST_CLOCK_TIME_NONE;
     guint64 offsetBase = GST_BUFFER_OFFSET_NONE;
     guint64 samplesOut = 0;
+    // The input buffer, mapped, and the samples of it not yet written to the chain.
+    GstBuffer *input = nullptr;
+    GstMapInfo inputMap{};
+    const int16_t *inputNext = nullptr;
+    size_t inputLeft = 0;
+    GstBufferPool *pool;
 };
 
 }  // namespace
@@ -53,7 +77,7 @@ struct _GstEqdrc {
     // Settings, under the object lock.
     std::string *tuningPath;  // the tuning playing (or to be loaded at start)
     int frameLength;
-    gboolean bypass;
+    gint bypass;  // also read by the streaming thread, atomically
     // The record playing, its rate and channels; set at start and by every accepted retune.
     eqdrc_plugin::Record *record;
     int rate;
@@ -65,7 +89,6 @@ struct _GstEqdrc {
 
     eqdrc_plugin::RecordHandoff *handoff;  // control thread -> streaming thread
     Stream *stream;                        // streaming thread only
-    GstBuffer *pendingOut;                 // made by submit_input_buffer, given by generate_output
 };
 
 #define gst_eqdrc_parent_class parent_class
@@ -133,7 +156,6 @@ bool start_stream(GstEqdrc *self)
     const eqdrc_plugin::Record rec = *self->record;
     const int frameLength = self->frameLength;
     const int channels = self->channels;
-    const bool bypass = self->bypass;
     GST_OBJECT_UNLOCK(self);
     std::string error;
     std::unique_ptr<eqdrc_plugin::FrameStream> chain =
@@ -143,7 +165,19 @@ bool start_stream(GstEqdrc *self)
         return false;
     }
     chain->set_swap_callback(report_handover, self);
-    self->stream = new Stream(std::move(chain), channels, bypass);
+    // Every output buffer but the last of a stream holds one frame: a pool made once per
+    // stream serves them without allocating.
+    GstBufferPool *pool = gst_buffer_pool_new();
+    GstStructure *config = gst_buffer_pool_get_config(pool);
+    GstCaps *caps = tuning_caps(GST_AUDIO_FILTER_RATE(self), channels);
+    gst_buffer_pool_config_set_params(config, caps, static_cast<guint>(frameLength * channels) * sizeof(int16_t), 2, 0);
+    gst_caps_unref(caps);
+    if (!gst_buffer_pool_set_config(pool, config) || !gst_buffer_pool_set_active(pool, TRUE)) {
+        gst_object_unref(pool);
+        GST_ELEMENT_ERROR(self, RESOURCE, NO_SPACE_LEFT, ("cannot make the output buffers"), (nullptr));
+        return false;
+    }
+    self->stream = new Stream(std::move(chain), channels, g_atomic_int_get(&self->bypass) != 0, pool);
     return true;
 }
 
@@ -172,38 +206,37 @@ void stamp(GstEqdrc *self, GstBuffer *buf, size_t n)
     s.samplesOut += n;
 }
 
-// Processes `n` input samples; the completed frames come out in one buffer (or none).
-GstBuffer *process(GstEqdrc *self, const int16_t *in, size_t n)
+// Writes the input left to the chain until a processed frame is ready, and returns it in
+// a buffer of its own; null when the input is used up.
+GstBuffer *next_frame(GstEqdrc *self)
 {
     Stream &s = *self->stream;
     const size_t frameLength = static_cast<size_t>(s.frameLength);
-    const size_t ready = (s.fade.pending() + n) / frameLength * frameLength;
-    GstBuffer *out = ready ? gst_buffer_new_allocate(nullptr, ready * bytes_per_sample(s), nullptr) : nullptr;
-    GstMapInfo map{};
-    int16_t *dst = nullptr;
-    if (out) {
-        gst_buffer_map(out, &map, GST_MAP_WRITE);
-        dst = reinterpret_cast<int16_t *>(map.data);
+    const size_t channels = static_cast<size_t>(s.channels);
+    // At most one frame at a time, and only while no frame waits: the chain's output FIFO
+    // then always has room.
+    while (s.frames->readable() < frameLength && s.inputLeft > 0) {
+        const size_t chunk = std::min(s.inputLeft, frameLength);
+        s.fade.push_dry(s.inputNext, chunk);
+        s.frames->write(s.inputNext, chunk);
+        s.inputNext += chunk * channels;
+        s.inputLeft -= chunk;
     }
-    GST_OBJECT_LOCK(self);
-    s.fade.set_bypass(self->bypass);
-    GST_OBJECT_UNLOCK(self);
-    // At most one frame at a time, so that the waiting input never exceeds two frames.
-    size_t done = 0;
-    while (n > 0) {
-        const size_t chunk = std::min(n, frameLength);
-        s.fade.push_dry(in, chunk);
-        s.frames->write(in, chunk);  // room for a frame is always free: the output was read
-        in += chunk * static_cast<size_t>(s.channels);
-        n -= chunk;
-        const size_t got = s.frames->read(dst + done * static_cast<size_t>(s.channels), ready - done);
-        s.fade.mix(dst + done * static_cast<size_t>(s.channels), got);
-        done += got;
+    if (s.frames->readable() < frameLength) {
+        s.release_input();
+        return nullptr;
     }
-    if (out) {
-        gst_buffer_unmap(out, &map);
-        stamp(self, out, ready);
-    }
+    GstBuffer *out = nullptr;
+    if (gst_buffer_pool_acquire_buffer(s.pool, &out, nullptr) != GST_FLOW_OK)
+        return nullptr;
+    GstMapInfo map;
+    gst_buffer_map(out, &map, GST_MAP_WRITE);
+    auto *dst = reinterpret_cast<int16_t *>(map.data);
+    s.fade.set_bypass(g_atomic_int_get(&self->bypass) != 0);
+    s.frames->read(dst, frameLength);
+    s.fade.mix(dst, frameLength);
+    gst_buffer_unmap(out, &map);
+    stamp(self, out, frameLength);
     return out;
 }
 
@@ -293,6 +326,7 @@ GstFlowReturn submit_input_buffer(GstBaseTransform *trans, gboolean, GstBuffer *
         return GST_FLOW_NOT_NEGOTIATED;
     }
     Stream &s = *self->stream;
+    s.release_input();  // what is left when pushing the previous buffer's frames failed
     // The base class keeps `discont` set as long as it has not stamped an output buffer
     // itself, which it never does here: the buffer flag is what tells of a gap.
     if (GST_BUFFER_IS_DISCONT(input)) {
@@ -310,27 +344,22 @@ GstFlowReturn submit_input_buffer(GstBaseTransform *trans, gboolean, GstBuffer *
         s.offsetBase = GST_BUFFER_OFFSET(input);
         s.samplesOut = 0;
     }
-    GstMapInfo map;
-    if (!gst_buffer_map(input, &map, GST_MAP_READ)) {
+    if (!gst_buffer_map(input, &s.inputMap, GST_MAP_READ)) {
         gst_buffer_unref(input);
         GST_ELEMENT_ERROR(self, STREAM, FAILED, ("cannot read an input buffer"), (nullptr));
         return GST_FLOW_ERROR;
     }
-    const size_t n = map.size / bytes_per_sample(s);
-    GstBuffer *out = process(self, reinterpret_cast<const int16_t *>(map.data), n);
-    gst_buffer_unmap(input, &map);
-    gst_buffer_unref(input);
-    if (self->pendingOut)
-        gst_buffer_unref(self->pendingOut);
-    self->pendingOut = out;
+    s.input = input;
+    s.inputNext = reinterpret_cast<const int16_t *>(s.inputMap.data);
+    s.inputLeft = s.inputMap.size / bytes_per_sample(s);
     return GST_FLOW_OK;
 }
 
+// Called after each input buffer until it gives no buffer: one frame each time.
 GstFlowReturn generate_output(GstBaseTransform *trans, GstBuffer **outbuf)
 {
     GstEqdrc *self = GST_EQDRC(trans);
-    *outbuf = self->pendingOut;
-    self->pendingOut = nullptr;
+    *outbuf = self->stream ? next_frame(self) : nullptr;
     return GST_FLOW_OK;
 }
 
@@ -382,9 +411,6 @@ gboolean stop(GstBaseTransform *trans)
     GstEqdrc *self = GST_EQDRC(trans);
     delete self->stream;
     self->stream = nullptr;
-    if (self->pendingOut)
-        gst_buffer_unref(self->pendingOut);
-    self->pendingOut = nullptr;
     GST_OBJECT_LOCK(self);
     self->negotiated = FALSE;
     GST_OBJECT_UNLOCK(self);
@@ -507,9 +533,7 @@ void set_property(GObject *object, guint id, const GValue *value, GParamSpec *ps
         break;
     }
     case PROP_BYPASS:
-        GST_OBJECT_LOCK(self);
-        self->bypass = g_value_get_boolean(value);
-        GST_OBJECT_UNLOCK(self);
+        g_atomic_int_set(&self->bypass, g_value_get_boolean(value) ? 1 : 0);
         break;
     default:
         G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
@@ -529,7 +553,7 @@ void get_property(GObject *object, guint id, GValue *value, GParamSpec *pspec)
         g_value_set_int(value, self->frameLength);
         break;
     case PROP_BYPASS:
-        g_value_set_boolean(value, self->bypass);
+        g_value_set_boolean(value, g_atomic_int_get(&self->bypass) != 0);
         break;
     case PROP_LATENCY:
         g_value_set_uint64(value, self->loaded ? frame_latency(self->frameLength, self->rate) : 0);
@@ -548,8 +572,6 @@ void finalize(GObject *object)
     delete self->handoff;
     delete self->record;
     delete self->tuningPath;
-    if (self->pendingOut)
-        gst_buffer_unref(self->pendingOut);
     G_OBJECT_CLASS(parent_class)->finalize(object);
 }
 
@@ -568,7 +590,6 @@ static void gst_eqdrc_init(GstEqdrc *self)
     self->negotiated = FALSE;
     self->handoff = new eqdrc_plugin::RecordHandoff;
     self->stream = nullptr;
-    self->pendingOut = nullptr;
     self->warnedCaps = FALSE;
 }
 
