@@ -299,13 +299,15 @@ TEST(Retune, ARefusedTuningWarnsAndTheOldOneKeepsPlaying)
     p.push(in, 0, frames / 2, {4096});
     g_object_set(p.eq, "tuning", (dir / "bad.bin").c_str(), nullptr);
     g_object_set(p.eq, "tuning", (dir / "missing.bin").c_str(), nullptr);
+    g_object_set(p.eq, "tuning", write_mono_tuning(dir).c_str(), nullptr);  // the caps are stereo
     p.push(in, frames / 2, frames, {4096});
     BusLog log = p.finish();
     ASSERT_TRUE(log.reachedEos);
-    ASSERT_EQ(log.warnings.size(), 2u);
+    ASSERT_EQ(log.warnings.size(), 3u);
     EXPECT_TRUE(log.said("bad.bin")) << log.warnings[0];
     EXPECT_TRUE(log.said("eq10.channels[0].bands[0].fc")) << log.warnings[0];
     EXPECT_TRUE(log.said("missing.bin")) << log.warnings[1];
+    EXPECT_TRUE(log.said("mono.bin: the tuning is for 1 channel(s), the stream has 2")) << log.warnings[2];
     EXPECT_TRUE(handover_frames().empty());
     EXPECT_TRUE(p.recorder->samples == reference(shipped_tuning("reference.bin"), 768, in));
     gchar *now = nullptr;
