@@ -16,7 +16,6 @@ GST_DEBUG_CATEGORY_STATIC(eqdrc_debug);
 
 namespace {
 
-constexpr int kDefaultFrameLength = 768;
 constexpr int kMaxFrameLength = 1 << 16;
 constexpr int kMaxChannels = 2;
 
@@ -155,6 +154,7 @@ bool start_stream(GstEqdrc *self)
     }
     const eqdrc_plugin::Record rec = *self->record;
     const int frameLength = self->frameLength;
+    const int rate = self->rate;
     const int channels = self->channels;
     GST_OBJECT_UNLOCK(self);
     std::string error;
@@ -169,7 +169,7 @@ bool start_stream(GstEqdrc *self)
     // stream serves them without allocating.
     GstBufferPool *pool = gst_buffer_pool_new();
     GstStructure *config = gst_buffer_pool_get_config(pool);
-    GstCaps *caps = tuning_caps(GST_AUDIO_FILTER_RATE(self), channels);
+    GstCaps *caps = tuning_caps(rate, channels);
     gst_buffer_pool_config_set_params(config, caps, static_cast<guint>(frameLength * channels) * sizeof(int16_t), 2, 0);
     gst_caps_unref(caps);
     if (!gst_buffer_pool_set_config(pool, config) || !gst_buffer_pool_set_active(pool, TRUE)) {
@@ -309,9 +309,14 @@ gboolean setup(GstAudioFilter *filter, const GstAudioInfo *info)
     const bool match = self->loaded && GST_AUDIO_INFO_RATE(info) == self->rate &&
                        GST_AUDIO_INFO_CHANNELS(info) == self->channels;
     self->negotiated = match;
+    const int rate = self->rate;
+    const int channels = self->channels;
     GST_OBJECT_UNLOCK(self);
     if (!match) {
-        GST_ELEMENT_ERROR(self, CORE, NEGOTIATION, ("caps do not match the tuning"), (nullptr));
+        GST_ELEMENT_ERROR(self, CORE, NEGOTIATION,
+                          ("the stream is %d Hz with %d channel(s); the tuning runs %d Hz with %d",
+                           GST_AUDIO_INFO_RATE(info), GST_AUDIO_INFO_CHANNELS(info), rate, channels),
+                          (nullptr));
         return FALSE;
     }
     // Caps accepted are always the tuning's, so new caps mid-stream keep the chain running.
@@ -580,7 +585,7 @@ void finalize(GObject *object)
 static void gst_eqdrc_init(GstEqdrc *self)
 {
     self->tuningPath = new std::string;
-    self->frameLength = kDefaultFrameLength;
+    self->frameLength = eqdrc_plugin::kDefaultFrameLen;
     self->bypass = FALSE;
     self->record = new eqdrc_plugin::Record{};
     self->rate = 0;
@@ -615,7 +620,7 @@ static void gst_eqdrc_class_init(GstEqdrcClass *klass)
         g_param_spec_int("frame-length", "Frame length",
                          "Samples per channel the chain processes at a time (as eqdrc process --frame); also the "
                          "latency the element adds. Changes only while stopped",
-                         1, kMaxFrameLength, kDefaultFrameLength,
+                         1, kMaxFrameLength, eqdrc_plugin::kDefaultFrameLen,
                          static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS |
                                                   GST_PARAM_MUTABLE_READY)));
     g_object_class_install_property(
