@@ -20,6 +20,7 @@ struct TuningWatcher::State {
     int inotifyFd = -1;
     int stopFd = -1;
     std::atomic<unsigned long> offered{0};
+    std::atomic<unsigned long> refused{0};
 
     ~State()
     {
@@ -68,6 +69,7 @@ TuningWatcher::~TuningWatcher()
 }
 
 unsigned long TuningWatcher::offered() const { return state_->offered.load(); }
+unsigned long TuningWatcher::refused() const { return state_->refused.load(); }
 
 void TuningWatcher::run()
 {
@@ -99,6 +101,7 @@ void TuningWatcher::run()
         std::string error;
         if (!load_tuning(s.path, s.sampleRate, s.channels, s.adapt, s.frameLen, rec, error)) {
             log_line("%s; keeping the tuning that plays", error.c_str());
+            s.refused++;
             continue;
         }
         s.handoff->offer(rec);

@@ -26,8 +26,9 @@ public:
     TuningWatcher(const TuningWatcher &) = delete;
     TuningWatcher &operator=(const TuningWatcher &) = delete;
 
-    // Records offered so far (for tests and debug logs).
+    // Versions offered and refused so far (for tests and debug logs).
     unsigned long offered() const;
+    unsigned long refused() const;
 
 private:
     struct State;
