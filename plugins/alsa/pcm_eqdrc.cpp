@@ -150,9 +150,14 @@ int eqdrc_hw_params(snd_pcm_extplug_t *ext, snd_pcm_hw_params_t *params)
     snd_pcm_hw_params_get_rate(params, &rate, &dir);
     snd_pcm_hw_params_get_channels(params, &channels);
 
-    Record rec;
+    Record raw, rec;
     std::string error;
-    if (!load_tuning(o.tuning, static_cast<int>(rate), static_cast<int>(channels), o.adapt, o.frameLen, rec, error)) {
+    bool read = read_tuning_file(o.tuning, raw, error);
+    if (!read || !fit_tuning(raw, o.tuning, static_cast<int>(rate), static_cast<int>(channels), o.adapt,
+                             o.frameLen, rec, error)) {
+        TuningFormat f = read ? tuning_format(raw) : TuningFormat{};
+        if (read && !o.adapt && (f.sampleRate != static_cast<int>(rate) || f.channels != static_cast<int>(channels)))
+            error += " (adapt on retunes it for the stream)";
         SNDERR("%s", error.c_str());
         log_line("%s", error.c_str());
         return -EINVAL;

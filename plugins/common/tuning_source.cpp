@@ -46,12 +46,12 @@ bool fit_tuning(const Record &raw, const std::string &name, int sampleRate, int 
         TuningFormat f = tuning_format(raw);
         if (!adapt && f.sampleRate != sampleRate) {
             error = name + ": the tuning is for " + std::to_string(f.sampleRate) + " Hz, the stream is " +
-                    std::to_string(sampleRate) + " Hz (set adapt to retune it for the stream)";
+                    std::to_string(sampleRate) + " Hz";
             return false;
         }
         if (!adapt && f.channels != channels) {
             error = name + ": the tuning is for " + std::to_string(f.channels) + " channel(s), the stream has " +
-                    std::to_string(channels) + " (set adapt to retune it for the stream)";
+                    std::to_string(channels);
             return false;
         }
         std::vector<std::string> notes;
