@@ -206,47 +206,45 @@ TEST_F(AlsaPlugin, JsonTuningFrameOptionAndAdapting)
     EXPECT_EQ(got, delayed(reference(rec, 500, in), 1, 500));
 }
 
-TEST_F(AlsaPlugin, PrepareAfterDropStartsWithAFrameOfSilenceAndKeepsTheFilterState)
+// Pause and resume leave the stream as it was; every prepare (after a drain, after a
+// drop) drops the partial frame, starts with a frame of silence and keeps the chain's
+// filter state.
+TEST_F(AlsaPlugin, PauseResumeDrainDropAndPrepare)
 {
     Record rec = fitted("music.json", 48000, 2);
     std::string tuning = tuning_file("stereo.bin", rec);
-    std::vector<int16_t> in = music(6 * kFrame, 2);
-    snd_pcm_t *pcm;
-    ASSERT_NO_FATAL_FAILURE(start("tuning \"" + tuning + "\"", pcm));
-    write_all(pcm, in.data(), 3 * kFrame + 100, 256, 2);  // 3 frames processed, 100 samples collected
-    snd_pcm_drop(pcm);
-    ASSERT_EQ(snd_pcm_prepare(pcm), 0);
-    write_all(pcm, &in[2 * (3 * kFrame + 100)], 2 * kFrame, 256, 2);
-    snd_pcm_drain(pcm);
-    snd_pcm_close(pcm);
-
-    // The chain saw frames 0..2, then (the 100 collected samples dropped) one more frame.
-    std::vector<int16_t> chainInput(in.begin(), in.begin() + 2 * 3 * kFrame);
-    chainInput.insert(chainInput.end(), in.begin() + 2 * (3 * kFrame + 100), in.begin() + 2 * (4 * kFrame + 100));
-    std::vector<int16_t> chain = reference(rec, kFrame, chainInput);
-    std::vector<int16_t> got = slave_samples();
-    // The file slave keeps what was written before the drop: at least the first stream's
-    // complete frames, then the second stream's frame of silence and the fourth frame.
-    std::vector<int16_t> tail(2 * kFrame, 0);
-    tail.insert(tail.end(), chain.end() - 2 * kFrame, chain.end());
-    ASSERT_GE(got.size(), tail.size());
-    EXPECT_EQ(std::vector<int16_t>(got.end() - static_cast<long>(tail.size()), got.end()), tail);
-}
-
-TEST_F(AlsaPlugin, PauseAndResumeLeaveTheStreamAsItWas)
-{
-    Record rec = fitted("music.json", 48000, 2);
-    std::string tuning = tuning_file("stereo.bin", rec);
-    std::vector<int16_t> in = music(8 * kFrame, 2);
+    std::vector<int16_t> in = music(9 * kFrame, 2);
+    const size_t first = 5 * kFrame + 100, second = kFrame + 50, third = 2 * kFrame;
+    const int16_t *second_in = &in[2 * first], *third_in = &in[2 * (first + second)];
     snd_pcm_t *pcm;
     ASSERT_NO_FATAL_FAILURE(start("tuning \"" + tuning + "\"", pcm));
     write_all(pcm, in.data(), 3 * kFrame + 100, 256, 2);
     ASSERT_EQ(snd_pcm_pause(pcm, 1), 0);
     ASSERT_EQ(snd_pcm_pause(pcm, 0), 0);
-    write_all(pcm, &in[2 * (3 * kFrame + 100)], 5 * kFrame - 100, 256, 2);
+    write_all(pcm, &in[2 * (3 * kFrame + 100)], first - (3 * kFrame + 100), 256, 2);
+    snd_pcm_drain(pcm);
+    ASSERT_EQ(snd_pcm_prepare(pcm), 0);
+    write_all(pcm, second_in, second, 256, 2);
+    snd_pcm_drop(pcm);
+    ASSERT_EQ(snd_pcm_prepare(pcm), 0);
+    write_all(pcm, third_in, third, 256, 2);
     snd_pcm_drain(pcm);
     snd_pcm_close(pcm);
-    EXPECT_EQ(slave_samples(), delayed(reference(rec, kFrame, in), 2));
+
+    // The chain saw the whole frames of each stream, one after the other.
+    std::vector<int16_t> chainInput(in.begin(), in.begin() + 2 * 5 * kFrame);
+    chainInput.insert(chainInput.end(), second_in, second_in + 2 * kFrame);
+    chainInput.insert(chainInput.end(), third_in, third_in + 2 * third);
+    std::vector<int16_t> chain = reference(rec, kFrame, chainInput);
+    std::vector<int16_t> got = slave_samples();
+    // The first stream, drained, arrives whole; of the dropped one the slave may keep
+    // part; the last one is a frame of silence and the frame after the dropped one's.
+    std::vector<int16_t> head = delayed(std::vector<int16_t>(chain.begin(), chain.begin() + 2 * first), 2);
+    std::vector<int16_t> tail(2 * kFrame, 0);
+    tail.insert(tail.end(), chain.begin() + 2 * 6 * kFrame, chain.begin() + 2 * 7 * kFrame);
+    ASSERT_GE(got.size(), head.size() + tail.size());
+    EXPECT_EQ(std::vector<int16_t>(got.begin(), got.begin() + static_cast<long>(head.size())), head);
+    EXPECT_EQ(std::vector<int16_t>(got.end() - static_cast<long>(tail.size()), got.end()), tail);
 }
 
 // A replacement that fails the check is refused and the old tuning keeps playing; a good
