@@ -12,82 +12,24 @@
 #include <alsa/pcm_external.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <memory>
 #include <string>
-#include <sys/eventfd.h>
-#include <thread>
-#include <unistd.h>
 #include <vector>
 
 #include "frame_stream.h"
 #include "log.h"
+#include "options.h"
+#include "swap_reporter.h"
 #include "tuning_source.h"
 #include "tuning_watcher.h"
 
 namespace {
 
 using namespace eqdrc_plugin;
+using namespace eqdrc_alsa;
 
 constexpr snd_pcm_uframes_t kChunk = 512;  // samples per channel gathered per step
-
-struct Options {
-    std::string tuning;
-    int frameLen = kDefaultFrameLen;
-    bool reload = false;
-    bool adapt = false;
-    bool debug = false;
-};
-
-// Under `debug`, reports each tuning hand-over with its frame index. The audio thread
-// only stores the index and signals an eventfd; the line is written from here.
-class SwapReporter {
-public:
-    explicit SwapReporter(std::string tuning) : tuning_(std::move(tuning))
-    {
-        fd_ = ::eventfd(0, EFD_CLOEXEC);
-        if (fd_ >= 0)
-            thread_ = std::thread([this] { run(); });
-    }
-    ~SwapReporter()
-    {
-        if (fd_ < 0)
-            return;
-        stopping_ = true;
-        signal();
-        thread_.join();
-        ::close(fd_);
-    }
-    // Audio thread: no allocation, no lock.
-    static void on_swap(void *self, long long frame)
-    {
-        auto *r = static_cast<SwapReporter *>(self);
-        r->frame_.store(frame, std::memory_order_relaxed);
-        r->signal();
-    }
-
-private:
-    void signal()
-    {
-        uint64_t one = 1;
-        if (::write(fd_, &one, sizeof one) < 0) {
-            // Only a counter overflow fails, and that cannot happen one swap at a time.
-        }
-    }
-    void run()
-    {
-        uint64_t count;
-        while (::read(fd_, &count, sizeof count) == sizeof count && !stopping_)
-            log_line("%s: new tuning took effect at frame %lld", tuning_.c_str(), frame_.load());
-    }
-
-    std::string tuning_;
-    int fd_ = -1;
-    std::atomic<long long> frame_{-1};
-    std::atomic<bool> stopping_{false};
-    std::thread thread_;
-};
 
 struct Plugin {
     snd_pcm_extplug_t ext{};
@@ -158,13 +100,12 @@ int eqdrc_hw_params(snd_pcm_extplug_t *ext, snd_pcm_hw_params_t *params)
         TuningFormat f = read ? tuning_format(raw) : TuningFormat{};
         if (read && !o.adapt && (f.sampleRate != static_cast<int>(rate) || f.channels != static_cast<int>(channels)))
             error += " (adapt on retunes it for the stream)";
-        SNDERR("%s", error.c_str());
-        log_line("%s", error.c_str());
+        report_error(error);
         return -EINVAL;
     }
     p->stream = FrameStream::create(rec, o.frameLen, o.reload ? &p->handoff : nullptr, error);
     if (!p->stream) {
-        log_line("%s: %s", o.tuning.c_str(), error.c_str());
+        report_error(o.tuning + ": " + error);
         return -EINVAL;
     }
     p->in.assign(kChunk * channels, 0);
@@ -212,77 +153,6 @@ const snd_pcm_extplug_callback_t kCallbacks = [] {
     return cb;
 }();
 
-// Reads the plugin's own options; the slave is left to alsa-lib.
-int parse_options(snd_config_t *conf, snd_config_t *&slave, Options &o)
-{
-    snd_config_iterator_t i, next;
-    snd_config_for_each(i, next, conf) {
-        snd_config_t *n = snd_config_iterator_entry(i);
-        const char *id;
-        if (snd_config_get_id(n, &id) < 0)
-            continue;
-        std::string key = id;
-        if (key == "comment" || key == "type" || key == "hint")
-            continue;
-        if (key == "slave") {
-            slave = n;
-        } else if (key == "tuning") {
-            const char *s;
-            if (snd_config_get_string(n, &s) < 0) {
-                SNDERR("eqdrc: tuning must be a file name");
-                return -EINVAL;
-            }
-            o.tuning = s;
-        } else if (key == "frame") {
-            long v;
-            if (snd_config_get_integer(n, &v) < 0 || v < 1 || v > 65536) {
-                SNDERR("eqdrc: frame must be a whole number of samples from 1 to 65536");
-                return -EINVAL;
-            }
-            o.frameLen = static_cast<int>(v);
-        } else if (key == "reload" || key == "adapt" || key == "debug") {
-            int v = snd_config_get_bool(n);
-            if (v < 0) {
-                SNDERR("eqdrc: %s must be on or off", id);
-                return -EINVAL;
-            }
-            (key == "reload" ? o.reload : key == "adapt" ? o.adapt : o.debug) = v != 0;
-        } else {
-            SNDERR("eqdrc: unknown option %s (known: slave, tuning, frame, reload, adapt, debug)", id);
-            return -EINVAL;
-        }
-    }
-    if (!slave) {
-        SNDERR("eqdrc: no slave PCM given (slave.pcm \"hw:0,0\")");
-        return -EINVAL;
-    }
-    if (o.tuning.empty()) {
-        SNDERR("eqdrc: no tuning given (tuning \"/etc/eqdrc/speaker.bin\")");
-        return -EINVAL;
-    }
-    return 0;
-}
-
-// Refuses at open a tuning that cannot be read or that fails the check for its own
-// stream, so that a bad configuration is reported before any stream is set up.
-int check_tuning_at_open(const Options &o)
-{
-    Record raw, fitted;
-    std::string error;
-    if (!read_tuning_file(o.tuning, raw, error)) {
-        SNDERR("%s", error.c_str());
-        log_line("%s", error.c_str());
-        return -ENOENT;
-    }
-    TuningFormat f = tuning_format(raw);
-    if (!fit_tuning(raw, o.tuning, f.sampleRate, f.channels, false, o.frameLen, fitted, error)) {
-        SNDERR("%s", error.c_str());
-        log_line("%s", error.c_str());
-        return -EINVAL;
-    }
-    return 0;
-}
-
 int open_plugin(snd_pcm_t **pcmp, const char *name, snd_config_t *root, snd_config_t *conf, snd_pcm_stream_t stream,
                 int mode)
 {
@@ -317,7 +187,7 @@ SND_PCM_PLUGIN_DEFINE_FUNC(eqdrc)
     try {
         return open_plugin(pcmp, name, root, conf, stream, mode);
     } catch (const std::exception &e) {
-        SNDERR("eqdrc: %s", e.what());
+        report_error(e.what());
         return -ENOMEM;
     }
 }
