@@ -297,6 +297,7 @@ TEST(Retune, ARefusedTuningWarnsAndTheOldOneKeepsPlaying)
     FedPipeline p(kStereoTuning, 2);
     p.start();
     p.push(in, 0, frames / 2, {4096});
+    p.recorder->wait_for(frames / 4 * 2);  // playing: a tuning set before would be the one to start with
     g_object_set(p.eq, "tuning", (dir / "bad.bin").c_str(), nullptr);
     g_object_set(p.eq, "tuning", (dir / "missing.bin").c_str(), nullptr);
     g_object_set(p.eq, "tuning", write_mono_tuning(dir).c_str(), nullptr);  // the caps are stereo
@@ -333,6 +334,7 @@ TEST(Bypass, PassesTheInputBitForBitAndFadesWhenSwitched)
     FedPipeline p(kStereoTuning, 2);
     p.start();
     p.push(in, 0, frames / 2, {1000});
+    p.recorder->wait_for(frames / 4 * 2);
     g_object_set(p.eq, "bypass", TRUE, nullptr);
     p.push(in, frames / 2, frames, {1000});
     ASSERT_TRUE(p.finish().reachedEos);
@@ -345,6 +347,7 @@ TEST(Bypass, PassesTheInputBitForBitAndFadesWhenSwitched)
     size_t fadeEnd = out.size();
     while (fadeEnd > 0 && out[fadeEnd - 1] == in[fadeEnd - 1])
         --fadeEnd;
+    ASSERT_GT(fadeStart, frames / 4 * 2) << "processed until the switch";
     ASSERT_LT(fadeStart, out.size());
     EXPECT_LE(fadeEnd - fadeStart, 768u * 2u) << "the fade lasts one frame";
     for (size_t i = fadeStart; i < fadeEnd; ++i)
