@@ -13,10 +13,12 @@
 #   python   the Python package's tests (python/tests) against build/;
 #   studio   WebAssembly build (studio/build.sh): conformance vectors under node, and the
 #            tuning studio in headless chromium against eqdrc (studio/tests/run.sh);
+#   alsa     the ALSA plugin's alsa-lib host test under valgrind memcheck (needs release;
+#            the plugin's tests also run in every variant's ctest);
 #   mathf    our maths functions against this machine's libm on all 2^32 arguments
 #            (x86-64 glibc 2.36 only, about 5 minutes; not in the default list).
 # The conformance families checked are those listed in .ci/conformance-families.
-#   ./test.sh [VARIANT ...]      (default: release debug asan aarch64 fuzz valgrind python studio)
+#   ./test.sh [VARIANT ...]      (default: release debug asan aarch64 fuzz valgrind python studio alsa)
 set -euo pipefail
 cd "$(dirname "$0")"
 tools/ensure-deps.sh --with-cross
@@ -115,6 +117,11 @@ variant_valgrind() {
     tools/valgrind-check.sh build
 }
 
+variant_alsa() {
+    echo "== alsa (the ALSA plugin driven through alsa-lib, under valgrind memcheck)"
+    plugins/alsa/tests/valgrind_test.sh build
+}
+
 variant_mathf() {
     echo "== mathf (our maths functions against this machine's libm, all 2^32 arguments)"
     TIMEOUT=1800 tools/check-mathf.sh
@@ -148,7 +155,7 @@ variant_python() {
 }
 
 variants=("$@")
-[ ${#variants[@]} -gt 0 ] || variants=(release debug asan aarch64 fuzz valgrind python studio)
+[ ${#variants[@]} -gt 0 ] || variants=(release debug asan aarch64 fuzz valgrind python studio alsa)
 for v in "${variants[@]}"; do
     t0=$SECONDS
     "variant_$v"

@@ -19,6 +19,15 @@ have xzcat || need+=(xz-utils)
 [ -f /usr/include/nlohmann/json.hpp ] || need+=(nlohmann-json3-dev)
 [ -f /usr/include/sndfile.h ] || need+=(libsndfile1-dev)
 [ -f /usr/include/ebur128.h ] || need+=(libebur128-dev)
+# the ALSA plugin (plugins/alsa) and its aplay test
+[ -f /usr/include/alsa/pcm_extplug.h ] || need+=(libasound2-dev)
+have aplay || need+=(alsa-utils)
+# the GStreamer element (plugins/gstreamer); its tests play through appsrc, audiotestsrc,
+# audioconvert, audioresample (plugins-base), wavparse and wavenc (plugins-good)
+[ -f /usr/include/gstreamer-1.0/gst/audio/gstaudiofilter.h ] || need+=(libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev)
+have gst-launch-1.0 || need+=(gstreamer1.0-tools)
+compgen -G "/usr/lib/*/gstreamer-1.0/libgstaudioconvert.so" >/dev/null || need+=(gstreamer1.0-plugins-base)
+compgen -G "/usr/lib/*/gstreamer-1.0/libgstwavparse.so" >/dev/null || need+=(gstreamer1.0-plugins-good)
 # fuzz targets (clang with libFuzzer) and the valgrind check
 have clang++ || need+=(clang)
 compgen -G "/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-*.a" >/dev/null || need+=(libclang-rt-dev)

@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# valgrind memcheck of the ALSA plugin's host test (alsa_plugin_test): the plugin loaded
+# by alsa-lib, every period size, live tuning with its watcher thread, and the refused
+# configurations. Fails on any memory error and on any leak except the library's
+# required ones (tests/valgrind.supp).
+#   plugins/alsa/tests/valgrind_test.sh [BUILD_DIR]      (default: build)
+set -euo pipefail
+cd "$(dirname "$0")/../../.."
+build=${1:-build}
+program="$build/plugins/alsa/tests/alsa_plugin_test"
+[ -x "$program" ] || { cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release >/dev/null &&
+    cmake --build "$build" -j"$(nproc)" --target alsa_plugin_test >/dev/null; }
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+status=0
+valgrind --tool=memcheck --leak-check=full --show-leak-kinds=definite,indirect,possible \
+    --errors-for-leak-kinds=definite,indirect,possible --error-exitcode=99 \
+    --suppressions=tests/valgrind.supp --log-file="$log" "$program" >/dev/null 2>&1 || status=$?
+if [ "$status" != 0 ]; then
+    echo "valgrind alsa_plugin_test: exit status $status"
+    grep -E "^==[0-9]+== (Invalid|Conditional|Use of|Mismatched|.*definitely|.*indirectly|.*possibly|ERROR SUMMARY)" \
+        "$log" | head -n 20
+    exit 1
+fi
+echo "valgrind alsa_plugin_test: clean"

@@ -1,0 +1,161 @@
+#include "frame_stream.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include <tqaudio_eqdrc.h>
+
+namespace eqdrc_plugin {
+
+std::unique_ptr<FrameStream> FrameStream::create(const Record &rec, int frameLen, RecordHandoff *handoff,
+                                                 std::string &error, size_t fifoCapacity)
+{
+    TuningFormat format = tuning_format(rec);
+    if (frameLen < 1 || format.channels < 1 || format.channels > 2) {
+        error = "frame length " + std::to_string(frameLen) + " and " + std::to_string(format.channels) +
+                " channel(s): the chain takes frames of at least 1 sample, mono or stereo";
+        return nullptr;
+    }
+    std::unique_ptr<FrameStream> s(new FrameStream);
+    s->chain_ = AudioPost_Init(rec.data(), frameLen);
+    if (!s->chain_) {
+        error = "the library refused the tuning";
+        return nullptr;
+    }
+    s->handoff_ = handoff;
+    s->frameLen_ = frameLen;
+    s->channels_ = format.channels;
+    s->frame_.assign(static_cast<size_t>(frameLen) * format.channels, 0);
+    s->fifoCapacity_ = std::max(fifoCapacity, 2 * static_cast<size_t>(frameLen));
+    s->fifo_.assign(s->fifoCapacity_ * format.channels, 0);
+    return s;
+}
+
+FrameStream::~FrameStream()
+{
+    if (chain_)
+        AudioPost_Destroy(chain_);
+}
+
+void FrameStream::set_swap_callback(SwapCallback cb, void *context)
+{
+    swapCallback_ = cb;
+    swapContext_ = context;
+}
+
+size_t FrameStream::space() const
+{
+    // Input is taken only while a completed frame would still fit in the FIFO.
+    size_t free = fifoCapacity_ - fifoFill_;
+    size_t frame = static_cast<size_t>(frameLen_);
+    return free < frame ? 0 : free - frame + (frame - collected_);
+}
+
+void FrameStream::process_frame()
+{
+    if (handoff_) {
+        if (const Record *next = handoff_->take()) {
+            AudioPost_SetPara(chain_, next->data(), frameLen_);
+            if (swapCallback_)
+                swapCallback_(swapContext_, frameIndex_);
+        }
+    }
+    AudioPost_Process(chain_, frame_.data(), frame_.data(), channels_, frameLen_);
+    frameIndex_++;
+}
+
+void FrameStream::push_output(const int16_t *src, size_t n)
+{
+    size_t tail = (fifoHead_ + fifoFill_) % fifoCapacity_;
+    while (n > 0) {
+        size_t m = std::min(n, fifoCapacity_ - tail);
+        std::memcpy(&fifo_[tail * channels_], src, m * channels_ * sizeof(int16_t));
+        src += m * channels_;
+        n -= m;
+        fifoFill_ += m;
+        tail = (tail + m) % fifoCapacity_;
+    }
+}
+
+size_t FrameStream::write(const int16_t *in, size_t n)
+{
+    n = std::min(n, space());
+    size_t done = 0;
+    while (done < n) {
+        size_t m = std::min(n - done, static_cast<size_t>(frameLen_) - collected_);
+        std::memcpy(&frame_[collected_ * channels_], in + done * channels_, m * channels_ * sizeof(int16_t));
+        collected_ += m;
+        done += m;
+        if (collected_ == static_cast<size_t>(frameLen_)) {
+            process_frame();
+            push_output(frame_.data(), collected_);
+            collected_ = 0;
+        }
+    }
+    return n;
+}
+
+size_t FrameStream::read(int16_t *out, size_t n)
+{
+    n = std::min(n, fifoFill_);
+    size_t done = 0;
+    while (done < n) {
+        size_t m = std::min(n - done, fifoCapacity_ - fifoHead_);
+        std::memcpy(out + done * channels_, &fifo_[fifoHead_ * channels_], m * channels_ * sizeof(int16_t));
+        done += m;
+        fifoHead_ = (fifoHead_ + m) % fifoCapacity_;
+        fifoFill_ -= m;
+    }
+    return n;
+}
+
+bool FrameStream::drain()
+{
+    if (collected_ == 0)
+        return true;
+    if (fifoCapacity_ - fifoFill_ < static_cast<size_t>(frameLen_))
+        return false;
+    size_t real = collected_;
+    std::fill(frame_.begin() + real * channels_, frame_.end(), int16_t{0});
+    process_frame();
+    push_output(frame_.data(), real);
+    collected_ = 0;
+    return true;
+}
+
+void FrameStream::process(const int16_t *in, int16_t *out, size_t n)
+{
+    if (!delayPrimed_) {
+        std::fill(frame_.begin(), frame_.end(), int16_t{0});
+        push_output(frame_.data(), static_cast<size_t>(frameLen_));
+        delayPrimed_ = true;
+    }
+    // Invariant: readable() + collected() == frame length, so a block of up to the rest
+    // of the frame can always be written before as much is read.
+    while (n > 0) {
+        size_t m = std::min(n, static_cast<size_t>(frameLen_) - collected_);
+        // Read first: `out` may alias `in`, and the samples read were produced earlier.
+        int16_t staged[2 * 64];
+        size_t done = 0;
+        while (done < m) {
+            size_t k = std::min<size_t>(m - done, 64);
+            std::memcpy(staged, in + done * channels_, k * channels_ * sizeof(int16_t));
+            read(out + done * channels_, k);
+            write(staged, k);
+            done += k;
+        }
+        in += m * channels_;
+        out += m * channels_;
+        n -= m;
+    }
+}
+
+void FrameStream::reset()
+{
+    collected_ = 0;
+    fifoHead_ = 0;
+    fifoFill_ = 0;
+    delayPrimed_ = false;
+}
+
+}  // namespace eqdrc_plugin

@@ -1,0 +1,138 @@
+// The frame collector: the same bits as the chain run frame by frame, whatever the block
+// sizes, in both its forms, and a handed-over tuning applied at a reported frame.
+#include <gtest/gtest.h>
+
+#include "frame_stream.h"
+#include "plugin_test_support.h"
+
+namespace {
+
+using namespace eqdrc_plugin;
+using eqdrc_plugin_test::music;
+using eqdrc_plugin_test::reference;
+using eqdrc_plugin_test::shipped_tuning;
+
+constexpr int kFrame = 768;
+const size_t kBlocks[] = {1, 17, 767, 769, 4096};
+
+std::unique_ptr<FrameStream> make_stream(const Record &rec, int frameLen, RecordHandoff *handoff = nullptr,
+                                         size_t capacity = 0)
+{
+    std::string error;
+    std::unique_ptr<FrameStream> s;
+    eqdrc_test::capture_stderr([&] { s = FrameStream::create(rec, frameLen, handoff, error, capacity); });
+    EXPECT_TRUE(s) << error;
+    return s;
+}
+
+Record fitted(const char *name, int channels)
+{
+    Record rec;
+    std::string error;
+    EXPECT_TRUE(fit_tuning(shipped_tuning(name), name, 48000, channels, true, kFrame, rec, error)) << error;
+    return rec;
+}
+
+// Pushes `in` through the FIFO form in blocks of `block`, reading as it goes, then drains.
+std::vector<int16_t> through_fifo(FrameStream &s, const std::vector<int16_t> &in, size_t block)
+{
+    int ch = s.channels();
+    size_t total = in.size() / ch, at = 0;
+    std::vector<int16_t> out, buf(block * ch);
+    while (at < total) {
+        at += s.write(&in[at * ch], std::min(block, total - at));
+        size_t got = s.read(buf.data(), block);
+        out.insert(out.end(), buf.begin(), buf.begin() + got * ch);
+    }
+    while (!s.drain()) {
+        size_t got = s.read(buf.data(), block);
+        out.insert(out.end(), buf.begin(), buf.begin() + got * ch);
+    }
+    while (size_t got = s.read(buf.data(), block))
+        out.insert(out.end(), buf.begin(), buf.begin() + got * ch);
+    return out;
+}
+
+TEST(FrameStreamExactness, FifoFormMatchesTheChainForEveryBlockSize)
+{
+    for (int channels : {2, 1}) {
+        Record rec = fitted("music.json", channels);
+        std::vector<int16_t> in = music(10 * kFrame + 123, channels);
+        std::vector<int16_t> want = reference(rec, kFrame, in);
+        for (size_t block : kBlocks) {
+            auto s = make_stream(rec, kFrame, nullptr, block < 2 * kFrame ? 0 : 3 * block);
+            EXPECT_EQ(through_fifo(*s, in, block), want) << channels << " channel(s), blocks of " << block;
+        }
+    }
+}
+
+TEST(FrameStreamExactness, DelayLineIsTheChainOneFrameLate)
+{
+    for (int channels : {2, 1}) {
+        Record rec = fitted("loud-small-speaker.json", channels);
+        for (int frameLen : {kFrame, 100}) {
+            std::vector<int16_t> in = music(9 * frameLen + 50, channels);
+            std::vector<int16_t> chain = reference(rec, frameLen, in);
+            std::vector<int16_t> want(static_cast<size_t>(frameLen) * channels, 0);
+            want.insert(want.end(), chain.begin(), chain.end() - static_cast<long>(frameLen) * channels);
+            for (size_t block : kBlocks) {
+                auto s = make_stream(rec, frameLen);
+                EXPECT_EQ(s->delay(), static_cast<size_t>(frameLen));
+                std::vector<int16_t> out = in;  // processed in place, as a host may
+                for (size_t at = 0; at < in.size() / channels; at += block) {
+                    size_t n = std::min(block, in.size() / channels - at);
+                    s->process(&out[at * channels], &out[at * channels], n);
+                }
+                EXPECT_EQ(out, want) << channels << " channel(s), frame " << frameLen << ", blocks of " << block;
+            }
+        }
+    }
+}
+
+TEST(FrameStreamExactness, ResetStartsTheDelayLineOverAndKeepsCounting)
+{
+    Record rec = fitted("music.json", 2);
+    auto s = make_stream(rec, kFrame);
+    std::vector<int16_t> in = music(3 * kFrame + 10, 2), out(in.size());
+    s->process(in.data(), out.data(), 3 * kFrame + 10);
+    EXPECT_EQ(s->frame_index(), 3);
+    EXPECT_EQ(s->collected(), 10u);
+    s->reset();
+    EXPECT_EQ(s->collected(), 0u);
+    s->process(in.data(), out.data(), kFrame);  // the first frame after a reset is silence
+    EXPECT_TRUE(std::all_of(out.begin(), out.begin() + 2 * kFrame, [](int16_t v) { return v == 0; }));
+    EXPECT_EQ(s->frame_index(), 4);
+}
+
+TEST(FrameStreamLiveTuning, HandedOverRecordTakesEffectAtTheReportedFrame)
+{
+    Record first = fitted("music.json", 2), second = fitted("loud-small-speaker.json", 2);
+    RecordHandoff handoff;
+    auto s = make_stream(first, kFrame, &handoff);
+    long long swappedAt = -1;
+    s->set_swap_callback([](void *ctx, long long frame) { *static_cast<long long *>(ctx) = frame; }, &swappedAt);
+    std::vector<int16_t> in = music(12 * kFrame, 2), out(in.size());
+    size_t half = 5 * kFrame + 300;
+    s->process(in.data(), out.data(), half);
+    handoff.offer(second);
+    s->process(&in[half * 2], &out[half * 2], in.size() / 2 - half);
+    ASSERT_EQ(swappedAt, 5);  // applied before the frame that was being collected when it came
+    std::vector<int16_t> chain = reference(first, kFrame, in, &second, swappedAt);
+    std::vector<int16_t> want(2 * kFrame, 0);
+    want.insert(want.end(), chain.begin(), chain.end() - 2 * kFrame);
+    EXPECT_EQ(out, want);
+    EXPECT_NE(chain, reference(first, kFrame, in)) << "the second tuning must sound different";
+}
+
+TEST(FrameStreamRefusals, BadFrameLengthOrChannelCount)
+{
+    std::string error;
+    Record rec = fitted("music.json", 2);
+    EXPECT_FALSE(FrameStream::create(rec, 0, nullptr, error));
+    EXPECT_NE(error.find("frame length 0"), std::string::npos) << error;
+    rec[eqdrc_tool::Layout::embedded().word("header.channels")] = 3.0f;
+    EXPECT_FALSE(FrameStream::create(rec, kFrame, nullptr, error));
+    EXPECT_NE(error.find("3 channel(s)"), std::string::npos) << error;
+}
+
+}  // namespace
