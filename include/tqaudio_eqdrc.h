@@ -31,7 +31,9 @@
  *   _GetPara and _GetData; AudioPost_EQ10_SetPara; AudioPost_SetPara and the stages'
  *   _SetPara when the record enables no stage that does not exist yet and keeps the
  *   auto gain's meter window and step; the four AudioPost_..._AdjustPara calls and
- *   the stages' _AdjustPara with values they accept.
+ *   the stages' _AdjustPara with values they accept.  A whole-record SetPara redesigns
+ *   every filter and table: safe, but it costs about as much as fifteen frames of
+ *   processing, so a host with little headroom spreads retunes out.
  * - not safe: every _Init, _Destroy and _PrintPara and AudioPost_InitByPath (allocate,
  *   print, read files); AudioPost_SetPara enabling a stage (creates it) or changing the
  *   loudness window or step (a new meter); an adjust or SetPara call given values it
