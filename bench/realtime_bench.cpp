@@ -161,15 +161,13 @@ void BM_NotRealTimeSafe(benchmark::State &state)
     auto none = [] {};
     switch (state.range(0)) {
     case 0:
-        state.SetLabel("AudioPost_Init, every stage");
+    case 1: {
+        const bool byPath = state.range(0) == 1;
+        state.SetLabel(byPath ? "AudioPost_InitByPath" : "AudioPost_Init, every stage");
         time_calls(state, [&] { if (st) AudioPost_Destroy(st); st = nullptr; },
-                   [&] { st = AudioPost_Init(rec.data(), kFrame); });
+                   [&] { st = byPath ? AudioPost_InitByPath(path.c_str(), kFrame) : AudioPost_Init(rec.data(), kFrame); });
         break;
-    case 1:
-        state.SetLabel("AudioPost_InitByPath");
-        time_calls(state, [&] { if (st) AudioPost_Destroy(st); st = nullptr; },
-                   [&] { st = AudioPost_InitByPath(path.c_str(), kFrame); });
-        break;
+    }
     case 2:
         state.SetLabel("AudioPost_Destroy");
         time_calls(state, [&] { st = AudioPost_Init(rec.data(), kFrame); },

@@ -140,25 +140,30 @@ EQDRC_RT_FORWARD(kSleep, int, clock_nanosleep,
 
 // The variadic ones: open's mode is only there with O_CREAT/O_TMPFILE, but reading it
 // regardless is harmless on the ABIs we build for.
-int open(const char *path, int flags, ...)
+static int forward_open(int (*&next)(const char *, int, ...), const char *name, const char *path, int flags,
+                        va_list ap)
 {
     note(kIo);
+    mode_t mode = va_arg(ap, mode_t);
+    return next_symbol(next, name)(path, flags, mode);
+}
+int open(const char *path, int flags, ...)
+{
+    static int (*next)(const char *, int, ...) = nullptr;
     va_list ap;
     va_start(ap, flags);
-    mode_t mode = va_arg(ap, mode_t);
+    int fd = forward_open(next, "open", path, flags, ap);
     va_end(ap);
-    static int (*next)(const char *, int, ...) = nullptr;
-    return next_symbol(next, "open")(path, flags, mode);
+    return fd;
 }
 int open64(const char *path, int flags, ...)
 {
-    note(kIo);
+    static int (*next)(const char *, int, ...) = nullptr;
     va_list ap;
     va_start(ap, flags);
-    mode_t mode = va_arg(ap, mode_t);
+    int fd = forward_open(next, "open64", path, flags, ap);
     va_end(ap);
-    static int (*next)(const char *, int, ...) = nullptr;
-    return next_symbol(next, "open64")(path, flags, mode);
+    return fd;
 }
 int fprintf(FILE *f, const char *fmt, ...)
 {
