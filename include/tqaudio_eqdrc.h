@@ -25,6 +25,8 @@
  * between two AudioPost_Process calls, or let a control thread build the new record
  * and hand it over without a lock (the plugins' record hand-over does this); calling
  * into a chain from two threads at once, even to read it back, is a data race.
+ * Creating a stage reads TQAUDIO_EQDRC_DUMP_CONF with getenv: a host must not change
+ * the environment while another thread creates or retunes a chain.
  *
  * Real-time safety (no allocation, lock, I/O or sleep; bounded time):
  * - safe: AudioPost_Process and every stage's _Process; AudioPost_GetPara and every
