@@ -15,10 +15,12 @@
 #            tuning studio in headless chromium against eqdrc (studio/tests/run.sh);
 #   alsa     the ALSA plugin's alsa-lib host test under valgrind memcheck (needs release;
 #            the plugin's tests also run in every variant's ctest);
+#   tsan     ThreadSanitizer build: chains on four threads against one, and the plugins'
+#            record hand-over with a control thread retuning a running chain;
 #   mathf    our maths functions against this machine's libm on all 2^32 arguments
 #            (x86-64 glibc 2.36 only, about 5 minutes; not in the default list).
 # The conformance families checked are those listed in .ci/conformance-families.
-#   ./test.sh [VARIANT ...]      (default: release debug asan aarch64 fuzz valgrind python studio alsa)
+#   ./test.sh [VARIANT ...]      (default: release debug asan aarch64 fuzz valgrind python studio alsa tsan)
 set -euo pipefail
 cd "$(dirname "$0")"
 tools/ensure-deps.sh --with-cross
@@ -122,6 +124,16 @@ variant_alsa() {
     plugins/alsa/tests/valgrind_test.sh build
 }
 
+variant_tsan() {
+    echo "== tsan (ThreadSanitizer: chains on threads, the record hand-over)"
+    local tsan="-fsanitize=thread -fno-omit-frame-pointer"
+    cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DEQDRC_BUILD_BENCH=OFF \
+        -DCMAKE_C_FLAGS="$tsan" -DCMAKE_CXX_FLAGS="$tsan" -DCMAKE_EXE_LINKER_FLAGS=-fsanitize=thread \
+        -DCMAKE_SHARED_LINKER_FLAGS=-fsanitize=thread >/dev/null
+    cmake --build build-tsan -j"$jobs" --target threads_test eqdrc_plugin_common_test >/dev/null
+    (cd build-tsan && TSAN_OPTIONS=halt_on_error=1 ctest -j"$jobs" --output-on-failure -R '^(Threads|RecordHandoff)\.')
+}
+
 variant_mathf() {
     echo "== mathf (our maths functions against this machine's libm, all 2^32 arguments)"
     TIMEOUT=1800 tools/check-mathf.sh
@@ -155,7 +167,7 @@ variant_python() {
 }
 
 variants=("$@")
-[ ${#variants[@]} -gt 0 ] || variants=(release debug asan aarch64 fuzz valgrind python studio alsa)
+[ ${#variants[@]} -gt 0 ] || variants=(release debug asan aarch64 fuzz valgrind python studio alsa tsan)
 for v in "${variants[@]}"; do
     t0=$SECONDS
     "variant_$v"

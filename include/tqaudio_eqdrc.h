@@ -18,6 +18,31 @@
  *   loudness step, an adjust call for a stage that does not exist); those calls say so.
  * - Nothing is thread-safe: one chain or stage is used by one thread at a time, and
  *   parameter calls must come between frames.
+ *
+ * Threads.  The library keeps no mutable state outside its objects: chains and stages
+ * created on different threads run concurrently and give the same bits as one after
+ * the other.  To retune a running stream, either make every call on the audio thread
+ * between two AudioPost_Process calls, or let a control thread build the new record
+ * and hand it over without a lock (the plugins' record hand-over does this); calling
+ * into a chain from two threads at once, even to read it back, is a data race.
+ * Creating a stage reads TQAUDIO_EQDRC_DUMP_CONF with getenv: a host must not change
+ * the environment while another thread creates or retunes a chain.
+ *
+ * Real-time safety (no allocation, lock, I/O or sleep; bounded time):
+ * - safe: AudioPost_Process and every stage's _Process; AudioPost_GetPara and every
+ *   _GetPara and _GetData; AudioPost_EQ10_SetPara; AudioPost_SetPara and the stages'
+ *   _SetPara when the record enables no stage that does not exist yet and keeps the
+ *   auto gain's meter window and step; the four AudioPost_..._AdjustPara calls and
+ *   the stages' _AdjustPara with values they accept.  A whole-record SetPara redesigns
+ *   every filter and table: safe, but it costs about as much as fifteen frames of
+ *   processing, so a host with little headroom spreads retunes out.
+ * - not safe: every _Init, _Destroy and _PrintPara and AudioPost_InitByPath (allocate,
+ *   print, read files); AudioPost_SetPara enabling a stage (creates it) or changing the
+ *   loudness window or step (a new meter); an adjust or SetPara call given values it
+ *   refuses, a wrong tool version, a compressor band out of range or a curve that is not
+ *   monotonic, a compressor channel with more bands than it has slots (each writes a
+ *   message to standard error, GetPara too); LevelDetector_SetPara (prints); any call
+ *   that ends the process.
  */
 #ifndef TQAUDIO_EQDRC_H
 #define TQAUDIO_EQDRC_H

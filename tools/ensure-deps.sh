@@ -31,6 +31,8 @@ compgen -G "/usr/lib/*/gstreamer-1.0/libgstwavparse.so" >/dev/null || need+=(gst
 # fuzz targets (clang with libFuzzer) and the valgrind check
 have clang++ || need+=(clang)
 compgen -G "/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-*.a" >/dev/null || need+=(libclang-rt-dev)
+# the eqdrc tool's fuzz targets: clang 16 compiles the tool's sources
+have clang++-16 || need+=(clang-16 libclang-rt-16-dev)
 have valgrind || need+=(valgrind)
 # the exhaustive maths check (tools/check-mathf.sh) classifies differences with MPFR
 [ -f /usr/include/mpfr.h ] || need+=(libmpfr-dev)

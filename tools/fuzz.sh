@@ -10,10 +10,14 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-600}
-targets=(chain stages primitives)
+targets=(chain stages primitives tuning_json tuning_record audio_file)
 build=build-fuzz
 
-cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+# clang 16 where installed: the tool's sources need its C++17 support (a structured
+# binding named in a lambda).
+cc=clang
+command -v clang++-16 >/dev/null && cc=clang-16
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DCMAKE_C_COMPILER=$cc -DCMAKE_CXX_COMPILER=${cc/clang/clang++} \
     -DEQDRC_BUILD_FUZZ=ON -DEQDRC_BUILD_TESTS=OFF -DEQDRC_BUILD_BENCH=OFF >/dev/null
 cmake --build "$build" -j"$(nproc)" --target "${targets[@]/%/_fuzz}" >/dev/null
 
