@@ -10,6 +10,6 @@ cmake -S . -B build -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build build -j"$(nproc)" --target quorvel_enh >/dev/null
 mkdir -p build/demo
 in=${1:-build/demo/in.raw}
-[ $# -gt 0 ] || [ -f "$in" ] || python3 tools/make_pcm.py "$in" 8
+[ $# -gt 0 ] || [ -f "$in" ] || python3 scripts/make_pcm.py "$in" 8
 build/quorvel_enh "$in" build/demo/out.raw tunings/reference.bin tunings/reference.bin build/demo/readback.bin 0
 echo "wrote build/demo/out.raw ($(stat -c %s build/demo/out.raw) bytes from $(stat -c %s "$in"))"

@@ -96,17 +96,17 @@ variant_armhf() {
 
 variant_fuzz() {
     echo "== fuzz (libFuzzer with ASan+UBSan, 45 s per target)"
-    tools/fuzz.sh 45
+    scripts/fuzz.sh 45
 }
 
 variant_valgrind() {
     echo "== valgrind (memcheck of quorvel_enh; only the required leaks suppressed)"
-    tools/valgrind-check.sh build
+    scripts/valgrind-check.sh build
 }
 
 variant_mathf() {
     echo "== mathf (our maths functions against this machine's libm, all 2^32 arguments)"
-    TIMEOUT=1800 tools/check-mathf.sh
+    TIMEOUT=1800 scripts/check-mathf.sh
 }
 
 variant_python() {

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "bench_util.h"
-#include "chain/mathf.h"
+#include "core/mathf.h"
 // The functions are hidden inside the shared library: build them in.
-#include "chain/mathf.cpp"
+#include "core/mathf.cpp"
 
 namespace {
 

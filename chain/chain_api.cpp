@@ -2,10 +2,10 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "chain/alloc.h"
+#include "core/alloc.h"
 #include "chain/audio_post.h"
-#include "chain/log.h"
-#include "chain/record.h"
+#include "core/log.h"
+#include "core/record.h"
 
 using namespace eqdrc;
 

@@ -3,8 +3,8 @@
 // square does, and the gain moves across the frame towards the curve's value.
 #include <cmath>
 
-#include "chain/log.h"
-#include "chain/mathf.h"
+#include "core/log.h"
+#include "core/mathf.h"
 #include "dynamics/maximizer.h"
 #include "filters/gain_table.h"
 #include "filters/lanes.h"

@@ -6,11 +6,11 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "chain/alloc.h"
-#include "chain/log.h"
-#include "chain/mathf.h"
-#include "chain/numeric.h"
-#include "chain/scale.h"
+#include "core/alloc.h"
+#include "core/log.h"
+#include "core/mathf.h"
+#include "core/numeric.h"
+#include "core/scale.h"
 #include "filters/biquad.h"
 #include "filters/designer.h"
 

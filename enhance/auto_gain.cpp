@@ -4,12 +4,12 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "chain/alloc.h"
-#include "chain/log.h"
-#include "chain/mathf.h"
-#include "chain/numeric.h"
-#include "chain/scale.h"
-#include "chain/stage_setup.h"
+#include "core/alloc.h"
+#include "core/log.h"
+#include "core/mathf.h"
+#include "core/numeric.h"
+#include "core/scale.h"
+#include "core/stage_setup.h"
 #include "filters/lanes.h"
 #include "filters/paired_cascade.h"
 

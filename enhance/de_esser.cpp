@@ -3,12 +3,12 @@
 
 #include <cstdlib>
 
-#include "chain/alloc.h"
-#include "chain/log.h"
-#include "chain/mathf.h"
-#include "chain/record.h"
-#include "chain/scale.h"
-#include "chain/stage_setup.h"
+#include "core/alloc.h"
+#include "core/log.h"
+#include "core/mathf.h"
+#include "core/record.h"
+#include "core/scale.h"
+#include "core/stage_setup.h"
 #include "filters/biquad.h"
 #include "filters/lanes.h"
 #include "filters/paired_cascade.h"

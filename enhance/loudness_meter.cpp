@@ -5,10 +5,10 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "chain/alloc.h"
-#include "chain/log.h"
-#include "chain/mathf.h"
-#include "chain/numeric.h"
+#include "core/alloc.h"
+#include "core/log.h"
+#include "core/mathf.h"
+#include "core/numeric.h"
 #include "filters/biquad.h"
 #include "filters/lanes.h"
 #include "filters/paired_cascade.h"

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "chain/numeric.h"
+#include "core/numeric.h"
 #include "tqaudio_eqdrc.h"
 
 namespace eqdrc {

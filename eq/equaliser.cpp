@@ -4,10 +4,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "chain/alloc.h"
-#include "chain/log.h"
-#include "chain/numeric.h"
-#include "chain/record.h"
+#include "core/alloc.h"
+#include "core/log.h"
+#include "core/numeric.h"
+#include "core/record.h"
 #include "filters/biquad.h"
 #include "filters/designer.h"
 #include "filters/paired_cascade.h"

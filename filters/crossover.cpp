@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "chain/alloc.h"
-#include "chain/log.h"
+#include "core/alloc.h"
+#include "core/log.h"
 #include "filters/designer.h"
 
 namespace eqdrc {

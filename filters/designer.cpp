@@ -4,8 +4,8 @@
 
 #include <cmath>
 
-#include "chain/log.h"
-#include "chain/mathf.h"
+#include "core/log.h"
+#include "core/mathf.h"
 #include "tqaudio_eqdrc.h"
 
 namespace eqdrc {

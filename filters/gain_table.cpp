@@ -1,6 +1,6 @@
 #include "filters/gain_table.h"
 
-#include "chain/numeric.h"
+#include "core/numeric.h"
 #include "tqaudio_eqdrc.h"
 
 namespace eqdrc {

@@ -4,7 +4,7 @@
 
 #include <cmath>
 
-#include "chain/mathf.h"
+#include "core/mathf.h"
 
 namespace eqdrc {
 

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <limits>
 
-#include "chain/mathf.cpp"
+#include "core/mathf.cpp"
 #include "filters/gain_table.cpp"
 #include "filters/level_index.cpp"
 

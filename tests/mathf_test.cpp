@@ -1,9 +1,9 @@
 // eqdrc::mathf: special values, the inputs where the reference's rounding is not the
 // correct one, the fused re-evaluation, symmetry, and agreement with the platform's
 // libm where that is the reference (x86-64 glibc 2.36 on a CPU with FMA).
-#include "chain/mathf.h"
+#include "core/mathf.h"
 // The functions are hidden inside the shared library: build them in.
-#include "chain/mathf.cpp"
+#include "core/mathf.cpp"
 
 #include <gtest/gtest.h>
 

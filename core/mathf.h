@@ -8,11 +8,11 @@
 // reference's x86-64 build fuses a multiply and an add, the evaluation here multiplies
 // and adds separately and redoes the few results that land within a hair of a float
 // rounding midpoint with std::fma (a library call on x86-64 without FMA code
-// generation); tools/check-mathf.sh proves the agreement over all 2^32 arguments.
+// generation); scripts/check-mathf.sh proves the agreement over all 2^32 arguments.
 //
 // Special values follow the reference: NaN in, NaN out (sign and payload unspecified).
-#ifndef EQDRC_CHAIN_MATHF_H
-#define EQDRC_CHAIN_MATHF_H
+#ifndef EQDRC_CORE_MATHF_H
+#define EQDRC_CORE_MATHF_H
 
 namespace eqdrc::mathf {
 

@@ -1,6 +1,6 @@
 // The library's one log line format: "LOG (function(): ,line), message".
-#ifndef EQDRC_CHAIN_LOG_H
-#define EQDRC_CHAIN_LOG_H
+#ifndef EQDRC_CORE_LOG_H
+#define EQDRC_CORE_LOG_H
 
 namespace eqdrc {
 

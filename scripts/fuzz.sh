@@ -4,7 +4,7 @@
 # tests/fuzz/corpus/TARGET.  Fails when any target reports a finding (crash, sanitizer
 # report, leak beyond tests/fuzz/lsan.supp, timeout or out-of-memory); the input that
 # caused it is kept as build-fuzz/artifacts/TARGET-*.
-#   tools/fuzz.sh [SECONDS]
+#   scripts/fuzz.sh [SECONDS]
 # The grown corpus is kept in build-fuzz/corpus/TARGET between runs; per target the
 # script prints executions per second, coverage and the corpus size.
 set -euo pipefail

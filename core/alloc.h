@@ -1,6 +1,6 @@
 // The library's one allocation form: zero-filled arrays from calloc, released with free.
-#ifndef EQDRC_CHAIN_ALLOC_H
-#define EQDRC_CHAIN_ALLOC_H
+#ifndef EQDRC_CORE_ALLOC_H
+#define EQDRC_CORE_ALLOC_H
 
 #include <cstddef>
 #include <cstdlib>

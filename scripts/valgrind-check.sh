@@ -4,13 +4,13 @@
 # AudioPost_InitByPath, and with a record the library refuses (bit depth 20).  Fails on
 # any memory error and on any leak except those tests/valgrind.supp names: the records
 # a refused creation leaves allocated on purpose.
-#   tools/valgrind-check.sh [BUILD_DIR]      (default: build)
+#   scripts/valgrind-check.sh [BUILD_DIR]      (default: build)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build}
-. tools/test-program.sh
+. scripts/test-program.sh
 prepare_test_program "$build" valgrind
-[ -f "$work/in.raw" ] || python3 tools/make_pcm.py "$work/in.raw" 1
+[ -f "$work/in.raw" ] || python3 scripts/make_pcm.py "$work/in.raw" 1
 python3 - "$work/bits20.rec" <<'PY'
 import struct, sys
 rec = bytearray(open("tunings/reference.bin", "rb").read())

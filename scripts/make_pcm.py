@@ -2,7 +2,7 @@
 """Writes a music-like raw stereo 16-bit PCM file (48 kHz): chords with a bass line,
 percussive noise bursts and a quiet passage, so every stage has work to do.
 
-    tools/make_pcm.py OUT.raw [SECONDS]      (default 8 s)
+    scripts/make_pcm.py OUT.raw [SECONDS]      (default 8 s)
 """
 import math
 import random

@@ -10,8 +10,8 @@
 // every float y).  Every NaN equals every NaN.  With MPFR (-DEQDRC_HAVE_MPFR) each
 // difference is also classified: which side is correctly rounded.  Exit status 1 when
 // any result differs.
-#include "chain/mathf.h"
-#include "chain/numeric.h"
+#include "core/mathf.h"
+#include "core/numeric.h"
 
 #include <atomic>
 #include <chrono>

@@ -1,9 +1,9 @@
 // The two checks every stage's set-up starts with, and their messages.
-#ifndef EQDRC_CHAIN_STAGE_SETUP_H
-#define EQDRC_CHAIN_STAGE_SETUP_H
+#ifndef EQDRC_CORE_STAGE_SETUP_H
+#define EQDRC_CORE_STAGE_SETUP_H
 
-#include "chain/log.h"
-#include "chain/scale.h"
+#include "core/log.h"
+#include "core/scale.h"
 
 namespace eqdrc {
 

@@ -1,6 +1,6 @@
 // Conversions and int32 arithmetic whose result must not depend on the CPU or compiler.
-#ifndef EQDRC_CHAIN_NUMERIC_H
-#define EQDRC_CHAIN_NUMERIC_H
+#ifndef EQDRC_CORE_NUMERIC_H
+#define EQDRC_CORE_NUMERIC_H
 
 #include <cstdint>
 #include <cstring>

@@ -4,7 +4,7 @@
 # compand) over the same 8-second music-like stereo file, in one run, and prints both
 # real-time factors and their ratio.  Each side's time is the best of RUNS runs
 # (default 5), so a busy machine disturbs the figure as little as possible.
-#   tools/compare-sox.sh [BUILD_DIR]      (default: build, a Release build)
+#   scripts/compare-sox.sh [BUILD_DIR]      (default: build, a Release build)
 # sox is optional: the script tries tools/ensure-deps.sh --with-sox and otherwise skips.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -14,10 +14,10 @@ if ! command -v sox >/dev/null; then
     tools/ensure-deps.sh --with-sox >/dev/null 2>&1 || true
     command -v sox >/dev/null || { echo "sox is not installed: comparison skipped"; exit 0; }
 fi
-. tools/test-program.sh
+. scripts/test-program.sh
 prepare_test_program "$build" compare-sox -DCMAKE_BUILD_TYPE=Release
 seconds=8
-[ -f "$work/in.raw" ] || python3 tools/make_pcm.py "$work/in.raw" "$seconds"
+[ -f "$work/in.raw" ] || python3 scripts/make_pcm.py "$work/in.raw" "$seconds"
 
 # The reference tuning in sox's terms: 0 dB pre-gain, +3 dB bass at 100 Hz, the ten
 # equaliser bands, four compressor bands split at 200, 1000 and 4000 Hz, and the AGC

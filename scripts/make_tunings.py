@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Writes the shipped tuning records (2176-byte little-endian float32 images).
 
-    tools/make_tunings.py [OUT_DIR]      (default: tunings/)
+    scripts/make_tunings.py [OUT_DIR]      (default: tunings/)
 
 reference.bin  48 kHz 16-bit stereo, every stage on: the tuning the benchmarks and
                the demo use.

@@ -1,4 +1,4 @@
-#include "chain/log.h"
+#include "core/log.h"
 
 #include <cstdarg>
 #include <cstdio>

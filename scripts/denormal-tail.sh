@@ -4,16 +4,16 @@
 # silence, where decaying filter memories and envelopes pass through the denormal range.
 # Callgrind counts instructions, which denormals do not change, so the wall-clock time
 # (best of 7 runs each) is compared too.  Fails when the tail costs more than 1.5x music.
-#   tools/denormal-tail.sh [BUILD_DIR]      (default: build, a Release build)
+#   scripts/denormal-tail.sh [BUILD_DIR]      (default: build, a Release build)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build}
 command -v valgrind >/dev/null || { echo "needs valgrind (apt-get install valgrind)" >&2; exit 1; }
-. tools/test-program.sh
+. scripts/test-program.sh
 prepare_test_program "$build" denormal-tail -DCMAKE_BUILD_TYPE=Release
 samples=$((8 * 48000))
-python3 tools/make_pcm.py "$work/music.raw" 8
-python3 tools/make_pcm.py "$work/head.raw" 2
+python3 scripts/make_pcm.py "$work/music.raw" 8
+python3 scripts/make_pcm.py "$work/head.raw" 2
 { cat "$work/head.raw"; head -c $((6 * 48000 * 4)) /dev/zero; } >"$work/tail.raw"
 figure() {
     valgrind --tool=callgrind --callgrind-out-file="$work/$1.out" "$build/quorvel_enh" "$work/$1.raw" \

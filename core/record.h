@@ -1,6 +1,6 @@
 // Layout of the 544-word tuning record and the per-channel block rule of its sections.
-#ifndef EQDRC_CHAIN_RECORD_H
-#define EQDRC_CHAIN_RECORD_H
+#ifndef EQDRC_CORE_RECORD_H
+#define EQDRC_CORE_RECORD_H
 
 #include <cstddef>
 

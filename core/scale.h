@@ -1,6 +1,6 @@
 // Full-scale constants by bit depth, shared by the chain and every stage.
-#ifndef EQDRC_CHAIN_SCALE_H
-#define EQDRC_CHAIN_SCALE_H
+#ifndef EQDRC_CORE_SCALE_H
+#define EQDRC_CORE_SCALE_H
 
 namespace eqdrc {
 

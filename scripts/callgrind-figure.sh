@@ -3,15 +3,15 @@
 # callgrind runs the test program over a fixed 8-second music-like stereo file with the
 # reference tuning (every stage on).  Prints the whole run and the part spent inside
 # AudioPost_Process, each divided by the number of stereo samples.
-#   tools/callgrind-figure.sh [BUILD_DIR]      (default: build, a Release build)
+#   scripts/callgrind-figure.sh [BUILD_DIR]      (default: build, a Release build)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build}
 command -v valgrind >/dev/null || { echo "needs valgrind (apt-get install valgrind)" >&2; exit 1; }
-. tools/test-program.sh
+. scripts/test-program.sh
 prepare_test_program "$build" callgrind -DCMAKE_BUILD_TYPE=Release
 seconds=8
-[ -f "$work/in.raw" ] || python3 tools/make_pcm.py "$work/in.raw" "$seconds"
+[ -f "$work/in.raw" ] || python3 scripts/make_pcm.py "$work/in.raw" "$seconds"
 samples=$((seconds * 48000))
 valgrind --tool=callgrind --callgrind-out-file="$work/callgrind.out" \
     "$build/quorvel_enh" "$work/in.raw" "$work/out.raw" tunings/reference.bin \
