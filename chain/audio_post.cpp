@@ -176,6 +176,16 @@ void AudioPostState::sync_stages(const float *record, int frames, bool dump)
         Maximizer_PrintPara);
 }
 
+void AudioPostState::set_eq_section(const float *eqSection)
+{
+    if (enable[kStageEq10] == 0)
+        return;
+    if (eq10)
+        EQ10_SetPara(eq10, eqSection);
+    else
+        eq10 = EQ10_Init(eqSection, bit_rate, sampleRate, indexed_channels(), frameLen, channelLink);
+}
+
 int AudioPostState::process(const int16_t *in, int16_t *out, int swFrmLen)
 {
     if (swFrmLen != frameLen) {

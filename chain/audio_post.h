@@ -51,6 +51,9 @@ struct AudioPostState {
     int process(const int16_t *in, int16_t *out, int swFrmLen);
     int set_para(const float *record, int swFrmLen);
     int get_para(float *record) const;
+    // AudioPost_EQ10_SetPara: with the equaliser enabled, retunes it from `eqSection`,
+    // or creates it when it does not exist yet.
+    void set_eq_section(const float *eqSection);
     void destroy();
 
     // The Agc runs on the maximizer's state, which is built when either is enabled.

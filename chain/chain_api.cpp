@@ -1,11 +1,7 @@
 // The chain's C entry points: argument checks, messages, then the chain object.
-#include <cstdio>
-#include <cstdlib>
-
-#include "core/alloc.h"
 #include "chain/audio_post.h"
+#include "chain/record_file.h"
 #include "core/log.h"
-#include "core/record.h"
 
 using namespace eqdrc;
 
@@ -14,6 +10,10 @@ using namespace eqdrc;
 #endif
 
 namespace {
+
+// What every chain entry point gives for a null chain.  The calls below with a message
+// for it print that first; the pass-throughs return it without one.
+constexpr int kNullChain = -1;
 
 constexpr float kReleaseVersion = 2.0f;
 constexpr const char *kProductLabel = "EQ/DRC";
@@ -50,26 +50,10 @@ AudioPostState *AudioPost_InitByPath(const char *pfParaPath, int frameLen)
         log_line(kFn, 224, "error (%s) - pfParaPath is NULL\n\n", kFn);
         return nullptr;
     }
-    FILE *f = std::fopen(pfParaPath, "rb");
-    if (f == nullptr) {
-        log_line(kFn, 230, "error (%s) - fopen pfParaPath: %s failed\n\n", kFn, pfParaPath);
+    const RecordFile file = RecordFile::read(kFn, pfParaPath);
+    if (file.words == nullptr)
         return nullptr;
-    }
-    auto *record = zeroed<float>(kRecordWords);
-    if (record == nullptr) {
-        log_line(kFn, 236, "error (%s) - alloc pfPara failed\n\n", kFn);
-        std::fclose(f);
-        return nullptr;
-    }
-    if (std::fread(record, sizeof(float), kRecordWords, f) < static_cast<size_t>(kRecordWords)) {
-        log_line(kFn, 242, "error (%s) - fread pfPara failed\n\n", kFn);
-        std::free(record);
-        std::fclose(f);
-        return nullptr;
-    }
-    std::fclose(f);
-    AudioPostState *st = AudioPost_Init(record, frameLen);
-    std::free(record);
+    AudioPostState *st = AudioPost_Init(file.words, frameLen);
     log_line(kFn, 251, "%s - success\n\n", kFn);  // printed whatever AudioPost_Init returned
     return st;
 }
@@ -78,7 +62,7 @@ int AudioPost_Destroy(AudioPostState *st)
 {
     if (st == nullptr) {
         log_line("AudioPost_Destroy", 257, "error (%s) - st_ is NULL\n\n", "AudioPost_Destroy");
-        return -1;
+        return kNullChain;
     }
     st->destroy();
     return 0;
@@ -89,7 +73,7 @@ int AudioPost_Process(AudioPostState *st, const int16_t *in, int16_t *out, int r
     (void)reserved;
     if (st == nullptr) {
         log_line("AudioPost_Process", 315, "error, st is NULL!\n\n");
-        return -1;
+        return kNullChain;
     }
     return st->process(in, out, swFrmLen);
 }
@@ -98,7 +82,7 @@ int AudioPost_SetPara(AudioPostState *st, const float *pfPara, int swFrmLen)
 {
     if (pfPara == nullptr || st == nullptr) {
         log_line("AudioPost_SetPara", 395, "error, st or pfPara is NULL!\n\n");
-        return -1;
+        return kNullChain;
     }
     return st->set_para(pfPara, swFrmLen);
 }
@@ -107,25 +91,23 @@ int AudioPost_GetPara(AudioPostState *st, float *pfPara)
 {
     if (st == nullptr) {
         log_line("AudioPost_GetPara", 505, "error, EQ_DRC doesn't init!\n\n");
-        return -1;
+        return kNullChain;
     }
     return st->get_para(pfPara);
 }
 
 int AudioPost_EQ10_SetPara(AudioPostState *st, const float *eqSection)
 {
-    if (st->enable[kStageEq10] == 0)
-        return 0;
-    if (st->eq10)
-        EQ10_SetPara(st->eq10, eqSection);
-    else
-        st->eq10 = EQ10_Init(eqSection, st->bit_rate, st->sampleRate, st->indexed_channels(), st->frameLen,
-                             st->channelLink);
+    if (st == nullptr)
+        return kNullChain;
+    st->set_eq_section(eqSection);
     return 0;
 }
 
 int AudioPost_EQ10_GetPara(AudioPostState *st, float *eqSection)
 {
+    if (st == nullptr)
+        return kNullChain;
     if (st->eq10 == nullptr) {
         log_line("AudioPost_EQ10_GetPara", 578, "error, EQ10 doesn't init!\n\n");
         fatal_exit();
@@ -136,6 +118,8 @@ int AudioPost_EQ10_GetPara(AudioPostState *st, float *eqSection)
 
 int AudioPost_EQ10_GetData(AudioPostState *st, float **inFrames, float **outFrames)
 {
+    if (st == nullptr)
+        return kNullChain;
     // Without an equaliser there is nothing to copy (its handle would be null).
     if (st->eq10)
         EQ10_GetData(st->eq10, inFrames, outFrames);
@@ -145,6 +129,8 @@ int AudioPost_EQ10_GetData(AudioPostState *st, float **inFrames, float **outFram
 int AudioPost_MultiBandDRC_Crossover_AdjustPara(AudioPostState *st, int ch, float lowEnd, float highStart,
                                                 float mid1Start, float mid1End, float mid2Start, float mid2End)
 {
+    if (st == nullptr)
+        return kNullChain;
     static const char kFn[] = "AudioPost_MultiBandDRC_Crossover_AdjustPara";
     if (st->multiBandDrc == nullptr) {
         log_line(kFn, 599, "error (%s), MBDRC doesn't init!\n\n", kFn);
@@ -160,6 +146,8 @@ int AudioPost_MultiBandDRC_DRC_AdjustPara(AudioPostState *st, int ch, int band, 
                                           float max_gain, float max_peak, float attack_time, float release_time,
                                           float hold_time)
 {
+    if (st == nullptr)
+        return kNullChain;
     static const char kFn[] = "AudioPost_MultiBandDRC_DRC_AdjustPara";
     if (st->multiBandDrc == nullptr) {
         log_line(kFn, 612, "error (%s), MBDRC doesn't init!\n\n", kFn);
@@ -172,6 +160,8 @@ int AudioPost_MultiBandDRC_DRC_AdjustPara(AudioPostState *st, int ch, int band, 
 
 int AudioPost_Maximizer_AdjustPara(AudioPostState *st, int channel, float max_threshold, float ceiling, float release)
 {
+    if (st == nullptr)
+        return kNullChain;
     if (st->maximizer == nullptr) {
         log_line("AudioPost_Maximizer_AdjustPara", 625, "error, Maximizer doesn't init!\n\n");
         fatal_exit();
@@ -184,6 +174,8 @@ int AudioPost_Agc_AdjustPara(AudioPostState *st, int channel, float compress_sta
                              float noise_threshold, float max_gain, float max_peak, float attack_time,
                              float release_time, float hold_time)
 {
+    if (st == nullptr)
+        return kNullChain;
     // The Agc lives on the maximizer's state.
     if (st->maximizer == nullptr) {
         log_line("AudioPost_Agc_AdjustPara", 638, "error, Agc doesn't init!\n\n");

@@ -155,8 +155,3 @@ void design_biquad(float c[5], int type, float fs, float fc, float q, float gain
 }
 
 }  // namespace eqdrc
-
-extern "C" void filter_calculateCoeffs(float coeffs[5], int type, float fs, float fc, float q, float gainDb)
-{
-    eqdrc::design_biquad(coeffs, type, fs, fc, q, gainDb);
-}

@@ -104,7 +104,8 @@ EQDRC_API int AudioPost_SetPara(AudioPostState *st, const float *pfPara, int swF
 EQDRC_API int AudioPost_GetPara(AudioPostState *st, float *pfPara);
 
 /** Replace the equaliser's 100-word section (record words 100..199); does nothing
- *  while the equaliser is disabled, creates it on first use.  @return 0. */
+ *  while the equaliser is disabled, creates it on first use.  @return 0, or -1
+ *  (without a message) for a null chain, as every pass-through below. */
 EQDRC_API int AudioPost_EQ10_SetPara(AudioPostState *st, const float *eqSection);
 
 /** Read the equaliser's section back.  Ends the process (-1) when the equaliser was

@@ -128,6 +128,24 @@ TEST(RecordValidation, NullArgumentsAreReported)
     EXPECT_NE(err.find("LOG (AudioPost_GetPara(): ,505), error, EQ_DRC doesn't init!\n\n"), std::string::npos);
 }
 
+// The pass-throughs give a null chain the same -1 as the calls above, silently, rather
+// than reading through it.
+TEST(RecordValidation, PassThroughsRefuseANullChainQuietly)
+{
+    std::vector<float> section(100, 0.0f);
+    float *frames[2] = {section.data(), section.data() + 50};
+    const std::string err = capture_stderr([&] {
+        EXPECT_EQ(AudioPost_EQ10_SetPara(nullptr, section.data()), -1);
+        EXPECT_EQ(AudioPost_EQ10_GetPara(nullptr, section.data()), -1);
+        EXPECT_EQ(AudioPost_EQ10_GetData(nullptr, frames, frames), -1);
+        EXPECT_EQ(AudioPost_MultiBandDRC_Crossover_AdjustPara(nullptr, 0, 250, 3000, 250, 1000, 1000, 3000), -1);
+        EXPECT_EQ(AudioPost_MultiBandDRC_DRC_AdjustPara(nullptr, 0, 0, 1, 0, -20, -40, -60, 6, -1, 10, 100, 0), -1);
+        EXPECT_EQ(AudioPost_Maximizer_AdjustPara(nullptr, 0, -3, -1, 10), -1);
+        EXPECT_EQ(AudioPost_Agc_AdjustPara(nullptr, 0, -20, -40, -45, 16, -1, 200, 400, 200), -1);
+    });
+    EXPECT_EQ(err, "");
+}
+
 TEST(RecordFile, ShortFileFailsLongFileUsesItsFirstRecord)
 {
     auto rec = blank_record();

@@ -1,13 +1,63 @@
-// C entry points of the bass enhancer, the exciter and the de-esser.
+// C entry points of the loudness meter, the auto gain, the bass enhancer, the exciter
+// and the de-esser.
+#include "core/handle.h"
+#include "enhance/auto_gain.h"
 #include "enhance/bass_enhancer.h"
 #include "enhance/de_esser.h"
 #include "enhance/exciter.h"
-
-namespace {
-constexpr int kNullHandle = -3;
-}
+#include "enhance/loudness_meter.h"
 
 extern "C" {
+
+Ebur128State *ebur128_init(int bits, int sampleRate, int channels, int windowMs, int stepMs)
+{
+    return Ebur128State::create(bits, sampleRate, channels, windowMs, stepMs);
+}
+
+int ebur128_addframes(Ebur128State *state, float **channels, int frameLen)
+{
+    if (state != nullptr)
+        state->add_frames(channels, frameLen);
+    return 0;
+}
+
+float ebur128_gatedloudness(Ebur128State *state)
+{
+    return state != nullptr ? state->gated_loudness() : eqdrc::kNoLoudness;
+}
+
+void ebur128_destroy(Ebur128State *state)
+{
+    if (state != nullptr)
+        state->destroy();
+}
+
+AutoGainState *AutoGain_Init(const float *section, int bits, int sampleRate, int channels, int frameLen)
+{
+    return AutoGainState::create(section, bits, sampleRate, channels, frameLen);
+}
+
+void AutoGain_Process(AutoGainState *st, float **in, float **out, int frameLen)
+{
+    if (st != nullptr)
+        st->process(in, out, frameLen);
+}
+
+void AutoGain_SetPara(AutoGainState *st, const float *section)
+{
+    if (st != nullptr)
+        st->set_para(section);
+}
+
+void AutoGain_GetPara(AutoGainState *st, float *section)
+{
+    if (st != nullptr)
+        st->get_para(section);
+}
+
+int AutoGain_PrintPara(AutoGainState *st) { return st != nullptr ? st->print_para() : 0; }
+
+int AutoGain_Destroy(AutoGainState *st) { return eqdrc::destroy_handle(st); }
 
 BassEnhancerState *BassEnhancer_Init(const float *section, int bits, int sampleRate, int channels, int link)
 {
@@ -34,13 +84,7 @@ void BassEnhancer_GetPara(BassEnhancerState *st, float *section)
 
 int BassEnhancer_PrintPara(BassEnhancerState *st) { return st != nullptr ? st->print_para() : 0; }
 
-int BassEnhancer_Destroy(BassEnhancerState *st)
-{
-    if (st == nullptr)
-        return kNullHandle;
-    st->destroy();
-    return 0;
-}
+int BassEnhancer_Destroy(BassEnhancerState *st) { return eqdrc::destroy_handle(st); }
 
 ExciterState *Exciter_Init(const float *section, int bits, int sampleRate, int channels, int link)
 {
@@ -67,13 +111,7 @@ void Exciter_GetPara(ExciterState *st, float *section)
 
 int Exciter_PrintPara(ExciterState *st) { return st != nullptr ? st->print_para() : 0; }
 
-int Exciter_Destroy(ExciterState *st)
-{
-    if (st == nullptr)
-        return kNullHandle;
-    st->destroy();
-    return 0;
-}
+int Exciter_Destroy(ExciterState *st) { return eqdrc::destroy_handle(st); }
 
 DeEsserState *DeEsser_Init(const float *section, int bits, int sampleRate, int channels, int frameLen, int link)
 {
@@ -100,12 +138,6 @@ void DeEsser_GetPara(DeEsserState *st, float *section)
 
 int DeEsser_PrintPara(DeEsserState *st) { return st != nullptr ? st->print_para() : 0; }
 
-int DeEsser_Destroy(DeEsserState *st)
-{
-    if (st == nullptr)
-        return kNullHandle;
-    st->destroy();
-    return 0;
-}
+int DeEsser_Destroy(DeEsserState *st) { return eqdrc::destroy_handle(st); }
 
 }  // extern "C"

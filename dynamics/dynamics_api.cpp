@@ -1,0 +1,129 @@
+// C entry points of the dynamics stages: the multi-band compressor, the maximizer with
+// the automatic gain control that shares its record, and the level detector.
+#include "core/handle.h"
+#include "dynamics/level_detector.h"
+#include "dynamics/maximizer.h"
+#include "dynamics/multiband_drc.h"
+
+extern "C" {
+
+MultiBandDRCState *MultiBandDRC_Init(const float *section, int bitDepth, int sampleRate, int channels, int link)
+{
+    return MultiBandDRCState::create(section, bitDepth, sampleRate, channels, link);
+}
+
+void MultiBandDRC_Process(MultiBandDRCState *st, float **in, float **out, int frameLen)
+{
+    if (st != nullptr)
+        st->process(in, out, frameLen);
+}
+
+void MultiBandDRC_SetPara(MultiBandDRCState *st, const float *section)
+{
+    if (st != nullptr && section != nullptr)
+        st->set_para(section);
+}
+
+void MultiBandDRC_GetPara(MultiBandDRCState *st, float *section)
+{
+    if (st != nullptr && section != nullptr)
+        st->get_para(section);
+}
+
+int MultiBandDRC_PrintPara(MultiBandDRCState *st) { return st != nullptr ? st->print_para() : 0; }
+
+int MultiBandDRC_Destroy(MultiBandDRCState *st) { return eqdrc::destroy_handle(st); }
+
+void MultiBandDRC_Crossover_AdjustPara(MultiBandDRCState *st, int ch, float lowEnd, float highStart, float mid1Start,
+                                       float mid1End, float mid2Start, float mid2End)
+{
+    if (st == nullptr)
+        return;
+    const float corners[eqdrc::kCrossoverCorners] = {lowEnd, highStart, mid1Start, mid1End, mid2Start, mid2End};
+    st->adjust_crossover(ch, corners);
+}
+
+void MultiBandDRC_DRC_AdjustPara(MultiBandDRCState *st, int ch, int band, int drc_enable, float gain_dB,
+                                 float compress_start, float expand_end, float noise_threshold, float max_gain,
+                                 float max_peak, float attack_time, float release_time, float hold_time)
+{
+    if (st == nullptr)
+        return;
+    st->adjust_band(ch, band,
+                    {drc_enable, gain_dB, compress_start, expand_end, noise_threshold, max_gain, max_peak,
+                     attack_time, release_time, hold_time});
+}
+
+MaximizerState *Maximizer_Init(const float *section, int bit_rate, int sampleRate, int channels, int frameLen,
+                               int channelLink)
+{
+    return MaximizerState::create(section, bit_rate, sampleRate, channels, frameLen, channelLink);
+}
+
+void Maximizer_Process(MaximizerState *state, float **in, float **out, int frameLen)
+{
+    if (state != nullptr)
+        state->process_limiter(in, out, frameLen);
+}
+
+void Maximizer_SetPara(MaximizerState *state, const float *section)
+{
+    if (state != nullptr)
+        state->set_para(section);
+}
+
+void Maximizer_GetPara(const MaximizerState *state, float *section)
+{
+    if (state != nullptr)
+        state->get_para(section);
+}
+
+int Maximizer_PrintPara(const MaximizerState *state) { return state != nullptr ? state->print_para() : 0; }
+
+void Maximizer_AdjustPara(MaximizerState *state, int channel, float max_threshold, float ceiling, float release)
+{
+    if (state != nullptr)
+        state->adjust_limiter(channel, max_threshold, ceiling, release);
+}
+
+int Maximizer_Destroy(MaximizerState *state) { return eqdrc::destroy_handle(state); }
+
+void Agc_Process(MaximizerState *state, float **in, float **out, int frameLen)
+{
+    if (state != nullptr)
+        state->process_agc(in, out, frameLen);
+}
+
+void Agc_AdjustPara(MaximizerState *state, int channel, float compress_start, float expand_end,
+                    float noise_threshold, float max_gain, float max_peak, float attack_time, float release_time,
+                    float hold_time)
+{
+    if (state != nullptr)
+        state->adjust_agc(channel, {compress_start, expand_end, noise_threshold, max_gain, max_peak, attack_time,
+                                    release_time, hold_time});
+}
+
+LevelDetectorState *LevelDetector_Init(int bit_rate, int sampleRate, int channels, int frameLen)
+{
+    return LevelDetectorState::create(bit_rate, sampleRate, channels, frameLen);
+}
+
+int LevelDetector_SetPara(LevelDetectorState *state, const float *bands, float rmstc, float hold_time,
+                          float decay_time)
+{
+    return state != nullptr ? state->set_para(bands, rmstc, hold_time, decay_time) : 0;
+}
+
+int LevelDetector_Process(LevelDetectorState *state, const int16_t *pcm, int n)
+{
+    return state != nullptr ? state->process(pcm, n) : 0;
+}
+
+int LevelDetector_GetRes(const LevelDetectorState *state, LevelDetectorResult *out)
+{
+    return state != nullptr ? state->get_result(out) : 0;
+}
+
+int LevelDetector_Destroy(LevelDetectorState *state) { return eqdrc::destroy_handle(state); }
+
+}  // extern "C"
