@@ -1,7 +1,6 @@
-// C entry points of the dynamics stages: the multi-band compressor, the maximizer with
-// the automatic gain control that shares its record, and the level detector.
+// C entry points of the dynamics stages: the multi-band compressor, and the maximizer
+// with the automatic gain control that shares its record.
 #include "core/handle.h"
-#include "dynamics/level_detector.h"
 #include "dynamics/maximizer.h"
 #include "dynamics/multiband_drc.h"
 
@@ -102,28 +101,5 @@ void Agc_AdjustPara(MaximizerState *state, int channel, float compress_start, fl
         state->adjust_agc(channel, {compress_start, expand_end, noise_threshold, max_gain, max_peak, attack_time,
                                     release_time, hold_time});
 }
-
-LevelDetectorState *LevelDetector_Init(int bit_rate, int sampleRate, int channels, int frameLen)
-{
-    return LevelDetectorState::create(bit_rate, sampleRate, channels, frameLen);
-}
-
-int LevelDetector_SetPara(LevelDetectorState *state, const float *bands, float rmstc, float hold_time,
-                          float decay_time)
-{
-    return state != nullptr ? state->set_para(bands, rmstc, hold_time, decay_time) : 0;
-}
-
-int LevelDetector_Process(LevelDetectorState *state, const int16_t *pcm, int n)
-{
-    return state != nullptr ? state->process(pcm, n) : 0;
-}
-
-int LevelDetector_GetRes(const LevelDetectorState *state, LevelDetectorResult *out)
-{
-    return state != nullptr ? state->get_result(out) : 0;
-}
-
-int LevelDetector_Destroy(LevelDetectorState *state) { return eqdrc::destroy_handle(state); }
 
 }  // extern "C"

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "enhance/loudness_meter.h"
+#include "meters/loudness_meter.h"
 #include "tqaudio_eqdrc.h"
 
 namespace eqdrc {

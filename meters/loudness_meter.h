@@ -1,7 +1,7 @@
 // K-weighted loudness meter: a sliding energy window evaluated every step, an absolute
 // gate of -70 LUFS when a block is stored and a relative gate of -10 dB at read-out.
-#ifndef EQDRC_ENHANCE_LOUDNESS_METER_H
-#define EQDRC_ENHANCE_LOUDNESS_METER_H
+#ifndef EQDRC_METERS_LOUDNESS_METER_H
+#define EQDRC_METERS_LOUDNESS_METER_H
 
 #include <cstdint>
 

@@ -1,5 +1,5 @@
 // Ten-band level detector.
-#include "dynamics/level_detector.h"
+#include "meters/level_detector.h"
 
 #include <cmath>
 #include <cstdio>

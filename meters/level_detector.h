@@ -1,7 +1,7 @@
 // Stand-alone ten-band level meter of the first channel of interleaved 16-bit frames,
 // with rise, hold and decay ballistics per band.
-#ifndef EQDRC_DYNAMICS_LEVEL_DETECTOR_H
-#define EQDRC_DYNAMICS_LEVEL_DETECTOR_H
+#ifndef EQDRC_METERS_LEVEL_DETECTOR_H
+#define EQDRC_METERS_LEVEL_DETECTOR_H
 
 #include <cstdint>
 

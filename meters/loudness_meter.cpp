@@ -1,6 +1,6 @@
 // K-weighted gated loudness meter.  Every constant below is the float32 the meter has
 // always used, written from its bit pattern; the static_asserts tie each to its decimal.
-#include "enhance/loudness_meter.h"
+#include "meters/loudness_meter.h"
 
 #include <cmath>
 #include <cstdlib>
