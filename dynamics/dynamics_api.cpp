@@ -62,7 +62,7 @@ MaximizerState *Maximizer_Init(const float *section, int bit_rate, int sampleRat
 void Maximizer_Process(MaximizerState *state, float **in, float **out, int frameLen)
 {
     if (state != nullptr)
-        state->process_limiter(in, out, frameLen);
+        state->limiter.process(state->format, in, out, frameLen);
 }
 
 void Maximizer_SetPara(MaximizerState *state, const float *section)
@@ -82,7 +82,7 @@ int Maximizer_PrintPara(const MaximizerState *state) { return state != nullptr ?
 void Maximizer_AdjustPara(MaximizerState *state, int channel, float max_threshold, float ceiling, float release)
 {
     if (state != nullptr)
-        state->adjust_limiter(channel, max_threshold, ceiling, release);
+        state->limiter.adjust(state->format, channel, max_threshold, ceiling, release);
 }
 
 int Maximizer_Destroy(MaximizerState *state) { return eqdrc::destroy_handle(state); }
@@ -90,7 +90,7 @@ int Maximizer_Destroy(MaximizerState *state) { return eqdrc::destroy_handle(stat
 void Agc_Process(MaximizerState *state, float **in, float **out, int frameLen)
 {
     if (state != nullptr)
-        state->process_agc(in, out, frameLen);
+        state->agc.process(state->format, in, out, frameLen);
 }
 
 void Agc_AdjustPara(MaximizerState *state, int channel, float compress_start, float expand_end,
@@ -98,8 +98,9 @@ void Agc_AdjustPara(MaximizerState *state, int channel, float compress_start, fl
                     float hold_time)
 {
     if (state != nullptr)
-        state->adjust_agc(channel, {compress_start, expand_end, noise_threshold, max_gain, max_peak, attack_time,
-                                    release_time, hold_time});
+        state->agc.adjust(state->format, channel,
+                          {compress_start, expand_end, noise_threshold, max_gain, max_peak, attack_time,
+                           release_time, hold_time});
 }
 
 }  // extern "C"

@@ -10,6 +10,8 @@
 #include "core/numeric.h"
 #include "core/scale.h"
 #include "core/stage_setup.h"
+#include "dynamics/frame_peak.h"
+#include "dynamics/gain_ramp.h"
 #include "filters/lanes.h"
 #include "filters/paired_cascade.h"
 

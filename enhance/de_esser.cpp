@@ -10,6 +10,7 @@
 #include "core/scale.h"
 #include "core/stage_setup.h"
 #include "filters/biquad.h"
+#include "dynamics/gain_ramp.h"
 #include "filters/lanes.h"
 #include "filters/paired_cascade.h"
 

@@ -7,6 +7,8 @@
 #include <limits>
 #include <vector>
 
+#include "dynamics/frame_peak.h"
+#include "dynamics/gain_ramp.h"
 #include "filters/lanes.h"
 #include "filters/paired_cascade.h"
 

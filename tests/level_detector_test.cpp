@@ -4,7 +4,7 @@
 #include <regex>
 #include <vector>
 
-#include "dynamics/level_detector.h"
+#include "meters/level_detector.h"
 #include "support/test_support.h"
 
 namespace {

@@ -18,7 +18,7 @@
 #include "core/record.h"
 #include "dynamics/maximizer.h"
 #include "enhance/auto_gain.h"
-#include "enhance/loudness_meter.h"
+#include "meters/loudness_meter.h"
 #include "eq/equaliser.h"
 
 namespace eqdrc_fuzz {
