@@ -20,11 +20,6 @@ constexpr float kLog10FullScale16 = 4.51545f;
 constexpr float kLog10FullScale24 = 6.92369f;
 constexpr float kLog10FullScale32 = 9.33193f;
 
-// Time constants in ms become once-per-frame one-pole factors
-// 1 - exp(-kTimeConstantFactor * frameLen / (fs * T)): 2200 = 2.2 x 1000 makes T a
-// 10 %-90 % rise time in milliseconds.
-constexpr int kTimeConstantFactor = 2200;
-
 struct BitDepthScale {
     float fullScale;       // stage full scale
     float log10FullScale;  // log10 of it

@@ -12,9 +12,11 @@
 
 #include "core/mathf.h"
 #include "core/numeric.h"
-#include "core/scale.h"
 
 namespace eqdrc {
+
+// 2200 = 2.2 × 1000 makes T a 10 %-90 % rise time in milliseconds.
+constexpr int kTimeConstantFactor = 2200;
 
 // expf(-2200 × frameLen / (sampleRate × ms)) with the numerator as a float product.
 // (The maximizer's limiter and AGC, the de-esser.)

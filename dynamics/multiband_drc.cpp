@@ -13,6 +13,7 @@
 #include "core/record.h"
 #include "core/scale.h"
 #include "core/stage_setup.h"
+#include "core/time_constant.h"
 #include "filters/gain_table.h"
 
 namespace {
@@ -36,17 +37,9 @@ constexpr int kAdjustConsistencyLine = 600;
 constexpr const char *kCrossoverMessage = "There is something wrong with crossover, please check again\n\n";
 constexpr const char *kConsistencyMessage = "wrong param for MultiDRC, please check again\n\n";
 
-constexpr float kMsPerSecond = 1000.0f;
 constexpr float kTableHeadroomDb = 4.0f;  // tables start this far below noise_threshold
 constexpr float kTableTopDb = 0.0f;       // and end at full scale
 constexpr int kCrossoverModeOffset = 2;   // crossover band mode = band count - 2
-
-// One-pole smoothing factor per sample for a time in ms (0 ms: 0, the value follows
-// at once).
-float time_coef(int32_t sampleRate, int32_t ms)
-{
-    return eqdrc::mathf::expf(-kMsPerSecond / static_cast<float>(eqdrc::wrapping_mul(sampleRate, ms)));
-}
 
 int slot_of(int c, int b) { return kDrcSlotsPerChannel * c + b; }
 
@@ -171,8 +164,8 @@ void MultiBandDRCState::load_slot(int slot, const float *group)
 
 void MultiBandDRCState::derive_slot(int slot)
 {
-    attackCoef[slot] = time_coef(sampleRate, attack_time[slot]);
-    releaseCoef[slot] = time_coef(sampleRate, release_time[slot]);
+    attackCoef[slot] = eqdrc::sample_decay(sampleRate, attack_time[slot]);
+    releaseCoef[slot] = eqdrc::sample_decay(sampleRate, release_time[slot]);
     bandGain[slot] = eqdrc::mathf::powf(eqdrc::mathf::kTen, gain_dB[slot] / 20.0f);
 }
 

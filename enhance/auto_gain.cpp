@@ -10,6 +10,7 @@
 #include "core/numeric.h"
 #include "core/scale.h"
 #include "core/stage_setup.h"
+#include "core/time_constant.h"
 #include "dynamics/frame_peak.h"
 #include "dynamics/gain_ramp.h"
 #include "filters/lanes.h"
@@ -25,12 +26,10 @@ constexpr float kMaxGainDb = 20.0f;  // the target gain never exceeds +20 dB
 constexpr double kNoLoudnessTolerance = 1e-8;
 constexpr double kPeakFloor = 1e-8;  // keeps the headroom finite on a silent frame
 
-// Once-per-frame one-pole factor for a 10 %-90 % time of `ms`; the numerator is formed
-// in int32 before it becomes a float.
+// Once-per-frame one-pole factor for a 10 %-90 % time of `ms`.
 float frame_coefficient(int32_t frameLen, int32_t sampleRate, float ms)
 {
-    const int32_t num = eqdrc::wrapping_mul(-eqdrc::kTimeConstantFactor, frameLen);
-    return 1.0f - eqdrc::mathf::expf(static_cast<float>(num) / (static_cast<float>(sampleRate) * ms));
+    return eqdrc::one_pole_coefficient(eqdrc::frame_decay_int_product(frameLen, sampleRate, ms));
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "core/record.h"
 #include "core/scale.h"
 #include "core/stage_setup.h"
+#include "core/time_constant.h"
 #include "filters/biquad.h"
 #include "dynamics/gain_ramp.h"
 #include "filters/lanes.h"
@@ -29,13 +30,6 @@ constexpr double kTwoPi = 6.283185307179586;
 constexpr float kHalfLn2 = 0.3465736f;  // bit pattern 0x3EB17218
 constexpr int kReadBackWordA = 5;  // the only section words the read-back touches
 constexpr int kReadBackWordB = 6;
-
-// Once-per-frame decay factor for a time of `ms`, formed in float.
-float frame_decay(int32_t frameLen, int32_t sampleRate, float ms)
-{
-    const float num = static_cast<float>(frameLen) * -static_cast<float>(eqdrc::kTimeConstantFactor);
-    return eqdrc::mathf::expf(num / (static_cast<float>(sampleRate) * ms));
-}
 
 // sum + t[0] + t[4] + ... + t[4(n - 1)], added one after the other; unrolled only to
 // spare the loop its counting.
@@ -75,8 +69,8 @@ DeEsserState *DeEsserState::create(const float *section, int bits, int sampleRat
     st->read_section(section);
     st->releaseMs = kReleaseMs;
     st->attackMs = kAttackMs;
-    st->releaseCoef = frame_decay(frameLen, sampleRate, st->releaseMs);
-    st->attackCoef = frame_decay(frameLen, sampleRate, st->attackMs);
+    st->releaseCoef = eqdrc::frame_decay_float_product(frameLen, sampleRate, st->releaseMs);
+    st->attackCoef = eqdrc::frame_decay_float_product(frameLen, sampleRate, st->attackMs);
     st->width = kWidth;
     for (int ch = 0; ch < channels; ch++) {
         st->design(ch, AlphaForm::kCreation);

@@ -11,6 +11,7 @@
 #include "core/mathf.h"
 #include "core/numeric.h"
 #include "core/scale.h"
+#include "core/time_constant.h"
 #include "filters/biquad.h"
 #include "filters/designer.h"
 
@@ -58,8 +59,8 @@ LevelDetectorState *LevelDetectorState::create(int bit_rate, int sampleRate, int
     st->bit_rate = bit_rate;
     st->frameLen = frameLen;
     st->ms_scale = 1.0f / (static_cast<float>(frameLen) + 1.0f);
-    const float numerator = static_cast<float>(frameLen) * static_cast<float>(-eqdrc::kTimeConstantFactor);
-    const float coef = 1.0f - eqdrc::mathf::expf(numerator / static_cast<float>(eqdrc::wrapping_mul(kDefaultTimeMs, sampleRate)));
+    const float coef =
+        eqdrc::one_pole_coefficient(eqdrc::frame_decay_int_denominator(frameLen, sampleRate, kDefaultTimeMs));
     st->rms_coef = coef;
     st->decay_coef = coef;
     st->hold_len = 0;
@@ -126,10 +127,9 @@ int LevelDetectorState::process(const int16_t *pcm, int n)
 int LevelDetectorState::set_para(const float *bands, float rmstc, float hold_time, float decay_time)
 {
     const float fs = static_cast<float>(sampleRate);
-    const float m = static_cast<float>(eqdrc::wrapping_mul(-eqdrc::kTimeConstantFactor, frameLen));
-    rms_coef = 1.0f - eqdrc::mathf::expf(m / (fs * rmstc));
+    rms_coef = eqdrc::one_pole_coefficient(eqdrc::frame_decay_int_product(frameLen, sampleRate, rmstc));
     hold_len = eqdrc::to_int32(fs * hold_time / 1000.0f);
-    decay_coef = 1.0f - eqdrc::mathf::expf(m / (fs * decay_time));
+    decay_coef = eqdrc::one_pole_coefficient(eqdrc::frame_decay_int_product(frameLen, sampleRate, decay_time));
     eqdrc::log_line("LevelDetector_SetPara", kSetParaLine, "rmstc is %f, hold_time is %f, decay_time %f\n",
                     static_cast<double>(rmstc), static_cast<double>(hold_time), static_cast<double>(decay_time));
 
