@@ -27,13 +27,7 @@ constexpr float kProbeBound = 32766.0f;
 
 AgcSettings AgcSettings::from_block(const float *block)
 {
-    return {block[0], block[1], block[2], block[3], block[4], block[5], block[6], block[7]};
-}
-
-bool AgcSettings::consistent() const
-{
-    return !(noiseThresholdDb > expandEndDb || expandEndDb > compressStartDb ||
-             maxPeakDb < compressStartDb + maxGainDb);
+    return {{block[0], block[1], block[2], block[3], block[4]}, block[5], block[6], block[7]};
 }
 
 void Agc::allocate(int channels)
@@ -56,11 +50,7 @@ void Agc::set(const DynamicsFormat &format, int ch, const AgcSettings &s)
         table = tables[ch];
     }
     const GainTableGrid grid = build_gain_table(
-        table, s.noiseThresholdDb - kGridBelowNoiseDb, kGridTopDb,
-        [&s](float x) {
-            return expander_compressor_curve(kGainCurveKnee, x, s.noiseThresholdDb, s.expandEndDb, s.compressStartDb,
-                                             s.maxGainDb, s.maxPeakDb);
-        },
+        table, s.curve.noiseThresholdDb - kGridBelowNoiseDb, kGridTopDb, [&s](float x) { return s.curve.level_db(x); },
         GainFloorTest::kDouble);
     tableX0Db[ch] = grid.x0;
     tableScale[ch] = grid.scale;
@@ -97,7 +87,7 @@ void Agc::process(const DynamicsFormat &format, const float *const *in, float *c
         const float peakDb = (mathf::log10f(peak + 1.0f) - format.log10FullScale) * 20.0f;
         const float p = gain[ch];
 
-        if (peakDb > settings[ch].compressStartDb) {
+        if (peakDb > settings[ch].curve.compressStartDb) {
             const float g = gain_table_lookup(kGainTableLast, tables[ch], peakDb, tableX0Db[ch], tableScale[ch]);
             if (g > p) {
                 const float c = attackCoef[ch];
@@ -137,11 +127,11 @@ int Agc::print(const DynamicsFormat &format, const char *function) const
     for (int ch = 0; ch < format.channels; ch++) {
         const AgcSettings &s = settings[ch];
         log_line(function, 552, "---- channel:%i ----\n", ch);
-        log_line(function, 553, "compress_start:%.2f\n", static_cast<double>(s.compressStartDb));
-        log_line(function, 554, "expand_end:%.2f\n", static_cast<double>(s.expandEndDb));
-        log_line(function, 555, "noise_threshold:%.2f\n", static_cast<double>(s.noiseThresholdDb));
-        log_line(function, 556, "max_gain:%.2f\n", static_cast<double>(s.maxGainDb));
-        log_line(function, 557, "max_peak:%.2f\n", static_cast<double>(s.maxPeakDb));
+        log_line(function, 553, "compress_start:%.2f\n", static_cast<double>(s.curve.compressStartDb));
+        log_line(function, 554, "expand_end:%.2f\n", static_cast<double>(s.curve.expandEndDb));
+        log_line(function, 555, "noise_threshold:%.2f\n", static_cast<double>(s.curve.noiseThresholdDb));
+        log_line(function, 556, "max_gain:%.2f\n", static_cast<double>(s.curve.maxGainDb));
+        log_line(function, 557, "max_peak:%.2f\n", static_cast<double>(s.curve.maxPeakDb));
         log_line(function, 558, "attack_time:%.2f\n", static_cast<double>(s.attackMs));
         log_line(function, 559, "release_time:%.2f\n", static_cast<double>(s.releaseMs));
         written = log_line(function, 560, "hold_time:%f\n", static_cast<double>(s.holdMs));

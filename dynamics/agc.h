@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "dynamics/dynamics_format.h"
+#include "filters/gain_table.h"
 
 namespace eqdrc {
 
@@ -17,11 +18,7 @@ constexpr int kAgcWords = 8;
 
 // The AGC's curve and times, in section (and Agc_AdjustPara argument) order.
 struct AgcSettings {
-    float compressStartDb;
-    float expandEndDb;
-    float noiseThresholdDb;
-    float maxGainDb;
-    float maxPeakDb;
+    CurveSettings curve;
     float attackMs;
     float releaseMs;
     float holdMs;  // kept and printed only
@@ -29,16 +26,14 @@ struct AgcSettings {
     static AgcSettings from_block(const float *block);
     void to_block(float *block) const
     {
-        const float words[kAgcWords] = {compressStartDb, expandEndDb, noiseThresholdDb, maxGainDb,
-                                        maxPeakDb,       attackMs,    releaseMs,        holdMs};
+        const float words[kAgcWords] = {curve.compressStartDb, curve.expandEndDb, curve.noiseThresholdDb,
+                                        curve.maxGainDb,       curve.maxPeakDb,   attackMs,
+                                        releaseMs,             holdMs};
         for (int k = 0; k < kAgcWords; k++)
             block[k] = words[k];
     }
-    // The AGC's consistency rule: the curve rises through expansion, flat boost and
-    // compression in that order and stays below maxPeakDb.  Written as "no comparison
-    // shows a violation", so a NaN in any field passes (the multi-band compressor's
-    // rule, written the other way round, fails it).
-    bool consistent() const;
+    // The AGC's form of the curve rule: a NaN passes.
+    bool consistent() const { return curve.consistent_nan_passes(); }
 };
 
 struct Agc {

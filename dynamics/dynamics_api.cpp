@@ -49,8 +49,8 @@ void MultiBandDRC_DRC_AdjustPara(MultiBandDRCState *st, int ch, int band, int dr
     if (st == nullptr)
         return;
     st->adjust_band(ch, band,
-                    {drc_enable, gain_dB, compress_start, expand_end, noise_threshold, max_gain, max_peak,
-                     attack_time, release_time, hold_time});
+                    {drc_enable, gain_dB, {compress_start, expand_end, noise_threshold, max_gain, max_peak}, attack_time,
+                     release_time, hold_time});
 }
 
 MaximizerState *Maximizer_Init(const float *section, int bit_rate, int sampleRate, int channels, int frameLen,
@@ -99,7 +99,7 @@ void Agc_AdjustPara(MaximizerState *state, int channel, float compress_start, fl
 {
     if (state != nullptr)
         state->agc.adjust(state->format, channel,
-                          {compress_start, expand_end, noise_threshold, max_gain, max_peak, attack_time,
+                          {{compress_start, expand_end, noise_threshold, max_gain, max_peak}, attack_time,
                            release_time, hold_time});
 }
 

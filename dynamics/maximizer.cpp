@@ -19,7 +19,7 @@ constexpr int kBitRateWrongLine = 105;
 constexpr int kInitAgcCheckLine = 121;
 constexpr int kSetParaAgcCheckLine = 479;
 
-constexpr eqdrc::AgcSettings kDefaultAgc = {-20.0f, -40.0f, -45.0f, 16.0f, -1.0f, 200.0f, 400.0f, 200.0f};
+constexpr eqdrc::AgcSettings kDefaultAgc = {{-20.0f, -40.0f, -45.0f, 16.0f, -1.0f}, 200.0f, 400.0f, 200.0f};
 
 }  // namespace
 

@@ -169,13 +169,15 @@ void MultiBandDRCState::derive_slot(int slot)
     bandGain[slot] = eqdrc::mathf::powf(eqdrc::mathf::kTen, gain_dB[slot] / 20.0f);
 }
 
-// noise_threshold <= expand_end <= compress_start and compress_start + max_gain <=
-// max_peak keep the curve monotonic; a violation is reported and used as given.
+eqdrc::CurveSettings MultiBandDRCState::curve_of(int slot) const
+{
+    return {compress_start[slot], expand_end[slot], noise_threshold[slot], max_gain[slot], max_peak[slot]};
+}
+
+// A curve against the rule (its NaN-fails form) is reported and used as given.
 void MultiBandDRCState::check_slot(int slot, const char *function, int line) const
 {
-    const bool consistent = noise_threshold[slot] <= expand_end[slot] && expand_end[slot] <= compress_start[slot] &&
-                            compress_start[slot] + max_gain[slot] <= max_peak[slot];
-    if (!consistent)
+    if (!curve_of(slot).consistent_nan_fails())
         eqdrc::log_line(function, line, "%s", kConsistencyMessage);
 }
 
@@ -194,12 +196,10 @@ void MultiBandDRCState::build_table(int c, int b)
     const int slot = slot_of(c, b);
     if (tables[c][b] == nullptr)
         tables[c][b] = eqdrc::zeroed<float>(eqdrc::kGainTableSize);
-    const float nt = noise_threshold[slot], ee = expand_end[slot], cs = compress_start[slot];
-    const float mg = max_gain[slot], mp = max_peak[slot];
+    const eqdrc::CurveSettings curve = curve_of(slot);
     const eqdrc::GainTableGrid grid = eqdrc::build_gain_table(
-        tables[c][b], nt - kTableHeadroomDb, kTableTopDb,
-        [=](float x) { return eqdrc::expander_compressor_curve(eqdrc::kGainCurveKnee, x, nt, ee, cs, mg, mp); },
-        eqdrc::GainFloorTest::kFloat);
+        tables[c][b], curve.noiseThresholdDb - kTableHeadroomDb, kTableTopDb,
+        [&curve](float x) { return curve.level_db(x); }, eqdrc::GainFloorTest::kFloat);
     tableStart[slot] = grid.x0;
     tableScale[slot] = grid.scale;
     if (levelIndex[slot] == nullptr)
@@ -488,11 +488,11 @@ void MultiBandDRCState::retune_band(int c, int band, const eqdrc::DrcBandSetting
     const int slot = static_cast<int>(wideSlot);
     gain_dB[slot] = settings.gainDb;
     drc_enable[slot] = settings.drcEnable;
-    compress_start[slot] = settings.compressStart;
-    expand_end[slot] = settings.expandEnd;
-    noise_threshold[slot] = settings.noiseThreshold;
-    max_gain[slot] = settings.maxGain;
-    max_peak[slot] = settings.maxPeak;
+    compress_start[slot] = settings.curve.compressStartDb;
+    expand_end[slot] = settings.curve.expandEndDb;
+    noise_threshold[slot] = settings.curve.noiseThresholdDb;
+    max_gain[slot] = settings.curve.maxGainDb;
+    max_peak[slot] = settings.curve.maxPeakDb;
     attack_time[slot] = eqdrc::to_int32(settings.attackMs);
     release_time[slot] = eqdrc::to_int32(settings.releaseMs);
     hold_time[slot] = eqdrc::to_int32(settings.holdMs);

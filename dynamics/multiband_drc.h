@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "filters/crossover.h"
+#include "filters/gain_table.h"
 #include "filters/level_index.h"
 #include "tqaudio_eqdrc.h"
 
@@ -47,11 +48,7 @@ constexpr int kGroupHoldMs = 11;
 struct DrcBandSettings {
     int32_t drcEnable;
     float gainDb;
-    float compressStart;
-    float expandEnd;
-    float noiseThreshold;
-    float maxGain;
-    float maxPeak;
+    CurveSettings curve;
     float attackMs;
     float releaseMs;
     float holdMs;
@@ -117,6 +114,7 @@ private:
     void load_bands(const float *section, const char *function, int crossoverLine, int consistencyLine);
     void load_slot(int slot, const float *group);
     void derive_slot(int slot);
+    eqdrc::CurveSettings curve_of(int slot) const;
     void check_slot(int slot, const char *function, int line) const;
     void build_tables();
     void build_table(int c, int b);

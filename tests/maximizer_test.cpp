@@ -19,7 +19,7 @@ constexpr int kFs = 48000;
 constexpr int kFrame = 768;
 constexpr float kFullScale = 32768.0f;
 constexpr float kDefaultMakeup = 1.2564076f;  // 0.998 × 10^(2/20): ceiling -1 over threshold -3
-constexpr eqdrc::AgcSettings kAgc = {-20.0f, -40.0f, -45.0f, 16.0f, -1.0f, 200.0f, 400.0f, 200.0f};
+constexpr eqdrc::AgcSettings kAgc = {{-20.0f, -40.0f, -45.0f, 16.0f, -1.0f}, 200.0f, 400.0f, 200.0f};
 
 using Stage = void (*)(MaximizerState *, float **, float **, int);
 
@@ -288,8 +288,8 @@ TEST(MaximizerRetune, InconsistentAgcCurveIsReportedAndKept)
     std::string err = eqdrc_test::capture_stderr(
         [&] { Agc_AdjustPara(st, 1, -10.0f, -40.0f, -45.0f, 16.0f, -1.0f, 200.0f, 400.0f, 200.0f); });
     EXPECT_EQ(err, "LOG (Agc_AdjustPara(): ,670), wrong param for agc, please check again\n\n");
-    EXPECT_EQ(st->agc.settings[1].compressStartDb, -10.0f);
-    EXPECT_EQ(st->agc.settings[0].compressStartDb, -20.0f);
+    EXPECT_EQ(st->agc.settings[1].curve.compressStartDb, -10.0f);
+    EXPECT_EQ(st->agc.settings[0].curve.compressStartDb, -20.0f);
     Maximizer_Destroy(st);
 
     st = Maximizer_Init(nullptr, 16, kFs, 2, kFrame, 1);
@@ -297,7 +297,7 @@ TEST(MaximizerRetune, InconsistentAgcCurveIsReportedAndKept)
         [&] { Agc_AdjustPara(st, 0, -10.0f, -40.0f, -45.0f, 16.0f, -1.0f, 200.0f, 400.0f, 200.0f); });
     EXPECT_EQ(err, "LOG (Agc_AdjustPara(): ,640), wrong param for agc, please check again\n\n"
                    "LOG (Agc_AdjustPara(): ,640), wrong param for agc, please check again\n\n");
-    EXPECT_EQ(st->agc.settings[1].compressStartDb, -10.0f);
+    EXPECT_EQ(st->agc.settings[1].curve.compressStartDb, -10.0f);
     Maximizer_Destroy(st);
 }
 
@@ -309,14 +309,14 @@ TEST(MaximizerRetune, OutOfRangeChannelStaysInBounds)
     Maximizer_AdjustPara(st, 1, -8.0f, -2.0f, 50.0f);
     Agc_AdjustPara(st, 1, -25.0f, -40.0f, -45.0f, 10.0f, -1.0f, 100.0f, 300.0f, 0.0f);
     EXPECT_EQ(st->limiter.thresholdDb[1], -8.0f);
-    EXPECT_EQ(st->agc.settings[1].compressStartDb, -25.0f);
+    EXPECT_EQ(st->agc.settings[1].curve.compressStartDb, -25.0f);
     for (int channel : {2, 7, -1, -100000}) {
         Maximizer_AdjustPara(st, channel, -9.0f, -2.0f, 50.0f);
         Agc_AdjustPara(st, channel, -26.0f, -40.0f, -45.0f, 10.0f, -1.0f, 100.0f, 300.0f, 0.0f);
     }
     EXPECT_EQ(st->limiter.thresholdDb[0], -3.0f);
     EXPECT_EQ(st->limiter.thresholdDb[1], -8.0f);
-    EXPECT_EQ(st->agc.settings[0].compressStartDb, -20.0f);
+    EXPECT_EQ(st->agc.settings[0].curve.compressStartDb, -20.0f);
     EXPECT_TRUE(eqdrc_test::same_bits(
         table0, std::vector<float>(st->limiter.tables[0], st->limiter.tables[0] + eqdrc::kGainTableSize)));
     Maximizer_Destroy(st);
