@@ -7,6 +7,7 @@
 #include "core/mathf.h"
 #include "dynamics/frame_peak.h"
 #include "dynamics/gain_ramp.h"
+#include "dynamics/smoothing.h"
 #include "filters/gain_table.h"
 
 namespace eqdrc {
@@ -90,8 +91,7 @@ void Agc::process(const DynamicsFormat &format, const float *const *in, float *c
         if (peakDb > settings[ch].curve.compressStartDb) {
             const float g = gain_table_lookup(kGainTableLast, tables[ch], peakDb, tableX0Db[ch], tableScale[ch]);
             if (g > p) {
-                const float c = attackCoef[ch];
-                const float next = c * g + (1.0f - c) * p;
+                const float next = one_pole_step(p, g, attackCoef[ch]);
                 ramp_then_hold(x, y, n, n, p, next);
                 gain[ch] = next;
                 continue;
@@ -113,8 +113,7 @@ void Agc::process(const DynamicsFormat &format, const float *const *in, float *c
         // Mean square governs (also for a NaN peak level).
         const float rmsDb = (mathf::log10f(meanSquare + 1.0f) - 2.0f * format.log10FullScale) * 10.0f;
         const float g = gain_table_lookup(kGainTableLast, tables[ch], rmsDb, tableX0Db[ch], tableScale[ch]);
-        const float c = g > p ? attackCoef[ch] : releaseCoef[ch];
-        const float next = c * g + (1.0f - c) * p;
+        const float next = one_pole_step(p, g, g > p ? attackCoef[ch] : releaseCoef[ch]);
         ramp_then_hold(x, y, n, n, p, next);
         gain[ch] = next;
     }

@@ -110,6 +110,7 @@ void Limiter::process(const DynamicsFormat &format, const float *const *in, floa
 
         // Release (also for a NaN level): one-pole towards the target, clipped at full scale.
         const float c = releaseCoef[ch];
+        // one_pole_step with its two terms the other way round, kept as this stage sums them.
         const float next = (1.0f - c) * p + c * g;
         const float step = (next - p) / frames;
         const float top = format.fullScale, bottom = -format.fullScale;

@@ -14,6 +14,7 @@
 #include "core/scale.h"
 #include "core/stage_setup.h"
 #include "core/time_constant.h"
+#include "dynamics/smoothing.h"
 #include "filters/gain_table.h"
 
 namespace {
@@ -236,18 +237,11 @@ void MultiBandDRCState::process(const float *const *in, float *const *out, int f
                 buf[b] = x;
                 if (drc_enable[slot] == 0)
                     continue;
-                // The signed sample picks the coefficient, so a negative sample always
-                // releases; kept for identical output.
-                const float envPrev = env[b];
-                const float k = x > envPrev ? attackCoef[slot] : releaseCoef[slot];
-                const float e = (1.0f - k) * fabsf(x) + k * envPrev;
+                const float e = eqdrc::follow_envelope(x, env[b], attackCoef[slot], releaseCoef[slot]);
                 const float level = band_level(e, log10FullScale);
                 const float target =
                     eqdrc::gain_table_lookup(eqdrc::kGainTableLast, table[b], level, tableStart[slot], tableScale[slot]);
-                // A rising gain follows the attack time, a falling one the release time.
-                const float gainPrev = smoothed[b];
-                const float k2 = target > gainPrev ? attackCoef[slot] : releaseCoef[slot];
-                const float g = k2 * gainPrev + (1.0f - k2) * target;
+                const float g = eqdrc::smooth_gain(target, smoothed[b], attackCoef[slot], releaseCoef[slot]);
                 buf[b] = x * g;
                 env[b] = e;
                 smoothed[b] = g;
@@ -289,7 +283,6 @@ void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int fr
     }
     const m32x4 bandLanes = eqdrc::mask(count >= 1, count >= 2, count >= 3, count >= 4);
     const m32x4 dynamic = eqdrc::mask(on[0], on[1], on[2], on[3]);
-    const f32x4 one = eqdrc::splat(1.0f);
     f32x4 env = eqdrc::load(envelope[c]), smoothed = eqdrc::load(smoothedGain[c]);
     f32x4 buf = eqdrc::load(bandBuf[c]);
     // The current entry's detector interval [low, high) and gain per lane; NaN bounds
@@ -301,8 +294,7 @@ void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int fr
     for (int n = 0; n < frameLen; n++) {
         const f32x4 bands = xover.step(in[n]);
         const f32x4 x = bands * gain;
-        const f32x4 k = eqdrc::select(eqdrc::greater(x, env), attack, release);
-        const f32x4 e = (one - k) * eqdrc::abs(x) + k * env;
+        const f32x4 e = eqdrc::follow_envelope(x, env, attack, release);
         const m32x4 moved = (eqdrc::greater_equal(e, high) | ~eqdrc::greater_equal(e, low)) & dynamic;
         if (eqdrc::any(moved)) {
             for (int b = 0; b < count; b++) {
@@ -324,8 +316,7 @@ void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int fr
                 }
             }
         }
-        const f32x4 k2 = eqdrc::select(eqdrc::greater(target, smoothed), attack, release);
-        const f32x4 g = k2 * smoothed + (one - k2) * target;
+        const f32x4 g = eqdrc::smooth_gain(target, smoothed, attack, release);
         buf = eqdrc::select(bandLanes, eqdrc::select(dynamic, x * g, x), bands);
         env = eqdrc::select(dynamic, e, env);
         smoothed = eqdrc::select(dynamic, g, smoothed);

@@ -13,6 +13,7 @@
 #include "core/time_constant.h"
 #include "dynamics/frame_peak.h"
 #include "dynamics/gain_ramp.h"
+#include "dynamics/smoothing.h"
 #include "filters/lanes.h"
 #include "filters/paired_cascade.h"
 
@@ -111,8 +112,7 @@ void AutoGainState::process(const float *const *in, float *const *out, int n)
     if (maxGain < targetGain)
         targetGain = maxGain;
     const float gt = targetGain;
-    const float c = currentGain < gt ? attackCoef : releaseCoef;
-    const float next = c * gt + (1.0f - c) * currentGain;
+    const float next = eqdrc::one_pole_step(currentGain, gt, currentGain < gt ? attackCoef : releaseCoef);
     // Spread over the creation frame length: a shorter frame stops short of `next`.
     const float step = (next - currentGain) / static_cast<float>(frameLen);
 
@@ -144,7 +144,7 @@ void AutoGainState::read_loudness()
         targetGain = 1.0f;
         return;
     }
-    smoothedLufs = attackCoef * lufs + (1.0f - attackCoef) * smoothedLufs;
+    smoothedLufs = eqdrc::one_pole_step(smoothedLufs, lufs, attackCoef);
     const float d = targetLufs - smoothedLufs;
     using eqdrc::mathf::kTen;
     // No lower bound: a programme louder than the target is attenuated as far as needed.
