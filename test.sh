@@ -8,13 +8,15 @@
 #            conformance vectors under qemu-user;
 #   armhf    32-bit ARM hard-float cross build (scalar lanes): unit tests and conformance
 #            vectors under qemu-user (not in the default list; about 5 minutes);
+#   scalar   -O2 build with the four-lane code as scalar lanes (EQDRC_SCALAR_LANES): unit
+#            tests and conformance vectors, the same bits as the vector form;
 #   fuzz     every libFuzzer target for 45 s (ASan+UBSan), failing on any finding;
 #   valgrind memcheck of quorvel_enh, only the required leaks suppressed (needs release);
 #   python   the Python package's tests (python/tests) against build/;
 #   mathf    our maths functions against this machine's libm on all 2^32 arguments
 #            (x86-64 glibc 2.36 only, about 5 minutes; not in the default list).
 # The conformance families checked are those listed in .ci/conformance-families.
-#   ./test.sh [VARIANT ...]      (default: release debug asan aarch64 fuzz valgrind python)
+#   ./test.sh [VARIANT ...]      (default: release debug asan aarch64 scalar fuzz valgrind python)
 set -euo pipefail
 cd "$(dirname "$0")"
 tools/ensure-deps.sh --with-cross
@@ -94,6 +96,13 @@ variant_armhf() {
     echo "(build-armhf: conformance in $((SECONDS - t0)) s)"
 }
 
+variant_scalar() {
+    echo "== scalar (lanes as plain arrays, -O2)"
+    build_and_test build-scalar -DCMAKE_BUILD_TYPE=Release -DEQDRC_SCALAR_LANES=ON -DEQDRC_BUILD_BENCH=OFF \
+        -DEQDRC_BUILD_TOOLS=OFF
+    conformance build-scalar
+}
+
 variant_fuzz() {
     echo "== fuzz (libFuzzer with ASan+UBSan, 45 s per target)"
     scripts/fuzz.sh 45
@@ -121,7 +130,7 @@ variant_python() {
 }
 
 variants=("$@")
-[ ${#variants[@]} -gt 0 ] || variants=(release debug asan aarch64 fuzz valgrind python)
+[ ${#variants[@]} -gt 0 ] || variants=(release debug asan aarch64 scalar fuzz valgrind python)
 for v in "${variants[@]}"; do
     t0=$SECONDS
     "variant_$v"
