@@ -11,7 +11,7 @@
 #   scalar   -O2 build with the four-lane code as scalar lanes (EQDRC_SCALAR_LANES): unit
 #            tests and conformance vectors, the same bits as the vector form;
 #   fuzz     every libFuzzer target for 45 s (ASan+UBSan), failing on any finding;
-#   valgrind memcheck of quorvel_enh, only the required leaks suppressed (needs release);
+#   valgrind memcheck of quorvel_enh, only the deliberate leaks suppressed (needs release);
 #   python   the Python package's tests (python/tests) against build/;
 #   mathf    our maths functions against this machine's libm on all 2^32 arguments
 #            (x86-64 glibc 2.36 only, about 5 minutes; not in the default list).
@@ -109,7 +109,7 @@ variant_fuzz() {
 }
 
 variant_valgrind() {
-    echo "== valgrind (memcheck of quorvel_enh; only the required leaks suppressed)"
+    echo "== valgrind (memcheck of quorvel_enh; only the deliberate leaks suppressed)"
     scripts/valgrind-check.sh build
 }
 

@@ -76,7 +76,7 @@ AudioPostState *AudioPostState::create(const float *record, int frameLen)
 
     if (version_rejected(st->toolVersion)) {
         print_version_error("AudioPost_Init", kLineInitVersion, st->toolVersion);
-        return nullptr;  // the state is not freed: long-standing behaviour hosts may count on
+        return nullptr;  // deliberate: the state is not freed on this path, and callers may rely on it
     }
     log_line("AudioPost_Init", kLineParamVersion, "The Version of Parameter is %d.%d.%d\n",
              to_int32(record[kWordParamVersion]), to_int32(record[kWordParamVersion + 1]),
@@ -123,7 +123,8 @@ void AudioPostState::read_enables(const float *record)
 }
 
 // Only the first word of each five-word group is read; with more than two unlinked
-// channels channel 2 reads the first word of the auto gain section, as the format has it.
+// channels channel 2 reads the first word of the auto gain section: the record's stride
+// leaves no room for a third pre-gain, and the word is read where the stride puts it.
 // A channel whose group would lie past the end of the record gets 0 dB instead of a
 // read outside the caller's array.
 void AudioPostState::read_pre_gains(const float *record)
@@ -229,7 +230,7 @@ int AudioPostState::process(const int16_t *in, int16_t *out, int swFrmLen)
         Maximizer_Process(maximizer, b, b, swFrmLen);
 
     // Clamp to [-1 - FS, FS] (NaN goes to FS), truncate, keep the low 16 bits: 24- and
-    // 32-bit records wrap here, as devices have always heard them.
+    // 32-bit records wrap here: the output is 16-bit whatever depth the stages measured in.
     const float low = -1.0f - fullScale;
     const float high = fullScale;
     auto to_output = [low, high](float v) {

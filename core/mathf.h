@@ -1,6 +1,6 @@
 // The library's own single-precision maths functions: the same bits on every CPU and C
-// library, and the same bits as x86-64 glibc 2.36 (the platform the tunings and the
-// reference outputs were made on) for every float argument.
+// library, and the same bits as x86-64 glibc 2.36 for every float argument: x86-64
+// glibc 2.36 is the platform whose maths defines the library's results.
 //
 // Each follows the reference C library's algorithm, transcribed with exactly specified
 // operations only (IEEE add, subtract, multiply, divide, std::fma, integer bit work and

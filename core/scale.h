@@ -4,8 +4,8 @@
 
 namespace eqdrc {
 
-// The chain clamps its output to [-1 - FS, FS] with these (one below the stages' 16-
-// and 24-bit full scales: the difference is long-standing behaviour).
+// The chain clamps its output to [-1 - FS, FS] with these: one below the stages' 16- and
+// 24-bit full scales, so a clamped sample still fits the signed output word.
 constexpr float kChainFullScale16 = 32767.0f;
 constexpr float kChainFullScale24 = 8388607.0f;
 constexpr float kChainFullScale32 = 2147483648.0f;

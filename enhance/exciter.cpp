@@ -37,7 +37,7 @@ ExciterState *ExciterState::create(const float *section, int bits, int sampleRat
     st->read_section(section);
     eqdrc::BitDepthScale scale;
     if (!eqdrc::scale_or_report("Exciter_Init", kBitRateWrongLine, bits, &scale))
-        return nullptr;  // deliberate leak: this path has never freed the record
+        return nullptr;  // deliberate: the record is not freed on this path, and callers may rely on it
     st->fullScale = scale.fullScale;
     // channels < 1 is accepted (and then does nothing): its filters are allocated empty.
     const size_t ch = eqdrc::count_of(channels);

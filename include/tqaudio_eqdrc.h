@@ -445,7 +445,7 @@ EQDRC_API DeEsserState *DeEsser_Init(const float *section, int bits, int sampleR
 EQDRC_API void DeEsser_Process(DeEsserState *st, float **in, float **out, int frameLen);
 /** Retune; filters and gain restart. */
 EQDRC_API void DeEsser_SetPara(DeEsserState *st, const float *section);
-/** Read back (words 5 and 6 only, as the stage has always done). */
+/** Read back words 5 and 6 only: the others are the caller's to keep. */
 EQDRC_API void DeEsser_GetPara(DeEsserState *st, float *section);
 EQDRC_API int DeEsser_PrintPara(DeEsserState *st);
 EQDRC_API int DeEsser_Destroy(DeEsserState *st);

