@@ -31,14 +31,6 @@ AgcSettings AgcSettings::from_block(const float *block)
     return {{block[0], block[1], block[2], block[3], block[4]}, block[5], block[6], block[7]};
 }
 
-void Agc::allocate(int channels)
-{
-    gain = zeroed<float>(channels);
-    tables = zeroed<float *>(channels);
-    for (int ch = 0; ch < channels; ch++)
-        tables[ch] = zeroed<float>(kGainTableSize);
-}
-
 void Agc::set(const DynamicsFormat &format, int ch, const AgcSettings &s)
 {
     settings[ch] = s;
@@ -47,8 +39,8 @@ void Agc::set(const DynamicsFormat &format, int ch, const AgcSettings &s)
     float scratch[kGainTableSize];
     float *table = scratch;
     if (ch < format.channels) {
-        gain[ch] = 1.0f;
-        table = tables[ch];
+        gains.gain[ch] = 1.0f;
+        table = gains.tables[ch];
     }
     const GainTableGrid grid = build_gain_table(
         table, s.curve.noiseThresholdDb - kGridBelowNoiseDb, kGridTopDb, [&s](float x) { return s.curve.level_db(x); },
@@ -86,14 +78,14 @@ void Agc::process(const DynamicsFormat &format, const float *const *in, float *c
         float meanSquare = 0.0f;
         peak = running_peak(x, n, peak, frames, &meanSquare);
         const float peakDb = (mathf::log10f(peak + 1.0f) - format.log10FullScale) * 20.0f;
-        const float p = gain[ch];
+        const float p = gains.gain[ch];
 
         if (peakDb > settings[ch].curve.compressStartDb) {
-            const float g = gain_table_lookup(kGainTableLast, tables[ch], peakDb, tableX0Db[ch], tableScale[ch]);
+            const float g = gain_table_lookup(kGainTableLast, gains.tables[ch], peakDb, tableX0Db[ch], tableScale[ch]);
             if (g > p) {
                 const float next = one_pole_step(p, g, attackCoef[ch]);
                 ramp_then_hold(x, y, n, n, p, next);
-                gain[ch] = next;
+                gains.gain[ch] = next;
                 continue;
             }
             // Falling: reach the target within the frame, as fast as the probe bound allows.
@@ -106,16 +98,16 @@ void Agc::process(const DynamicsFormat &format, const float *const *in, float *c
             } else {
                 ramp_then_hold(x, y, n, m, p, g);
             }
-            gain[ch] = g;
+            gains.gain[ch] = g;
             continue;
         }
 
         // Mean square governs (also for a NaN peak level).
         const float rmsDb = (mathf::log10f(meanSquare + 1.0f) - 2.0f * format.log10FullScale) * 10.0f;
-        const float g = gain_table_lookup(kGainTableLast, tables[ch], rmsDb, tableX0Db[ch], tableScale[ch]);
+        const float g = gain_table_lookup(kGainTableLast, gains.tables[ch], rmsDb, tableX0Db[ch], tableScale[ch]);
         const float next = one_pole_step(p, g, g > p ? attackCoef[ch] : releaseCoef[ch]);
         ramp_then_hold(x, y, n, n, p, next);
-        gain[ch] = next;
+        gains.gain[ch] = next;
     }
 }
 
@@ -136,17 +128,6 @@ int Agc::print(const DynamicsFormat &format, const char *function) const
         written = log_line(function, 560, "hold_time:%f\n", static_cast<double>(s.holdMs));
     }
     return written;
-}
-
-void Agc::free_tables(int channels)
-{
-    for (int ch = 0; ch < channels; ch++) {
-        std::free(tables[ch]);
-        tables[ch] = nullptr;
-    }
-    std::free(tables);
-    tables = nullptr;
-    std::free(gain);
 }
 
 }  // namespace eqdrc

@@ -42,10 +42,8 @@ struct Agc {
     float tableScale[kDynamicsMaxChannels];  // entries per dB
     float attackCoef[kDynamicsMaxChannels];
     float releaseCoef[kDynamicsMaxChannels];
-    float **tables;  // `channels` gain tables
-    float *gain;     // `channels` linear gains, 1 at start
+    ChannelGains gains;  // linear gains 1 at start
 
-    void allocate(int channels);
     // Channel `ch` (0 or 1) takes new settings and restarts at unity gain.  Its gain and
     // table exist only below `channels`; a channel beyond them keeps its settings in the
     // two-entry arrays and builds its curve into a scratch table.
@@ -54,7 +52,6 @@ struct Agc {
     void adjust(const DynamicsFormat &format, int channel, const AgcSettings &s);
     void process(const DynamicsFormat &format, const float *const *in, float *const *out, int n);
     int print(const DynamicsFormat &format, const char *function) const;
-    void free_tables(int channels);
 };
 
 }  // namespace eqdrc

@@ -3,8 +3,11 @@
 #define EQDRC_DYNAMICS_DYNAMICS_FORMAT_H
 
 #include <cstdint>
+#include <cstdlib>
 
+#include "core/alloc.h"
 #include "core/time_constant.h"
+#include "filters/gain_table.h"
 
 namespace eqdrc {
 
@@ -24,6 +27,31 @@ struct DynamicsFormat {
     float frame_coefficient(float ms) const
     {
         return one_pole_coefficient(frame_decay_float_product(frameLen, sampleRate, ms));
+    }
+};
+
+// A gain table and a current linear gain per channel: the AGC's set and the limiter's.
+struct ChannelGains {
+    float **tables;  // `channels` gain tables
+    float *gain;     // `channels` linear gains
+
+    void allocate(int channels)
+    {
+        gain = zeroed<float>(channels);
+        tables = zeroed<float *>(channels);
+        for (int ch = 0; ch < channels; ch++)
+            tables[ch] = zeroed<float>(kGainTableSize);
+    }
+
+    void free_all(int channels)
+    {
+        for (int ch = 0; ch < channels; ch++) {
+            std::free(tables[ch]);
+            tables[ch] = nullptr;
+        }
+        std::free(tables);
+        tables = nullptr;
+        std::free(gain);
     }
 };
 

@@ -29,14 +29,6 @@ constexpr float kGridTopDb = 10.0f;
 
 }  // namespace
 
-void Limiter::allocate(int channels)
-{
-    gain = zeroed<float>(channels);
-    tables = zeroed<float *>(channels);
-    for (int ch = 0; ch < channels; ch++)
-        tables[ch] = zeroed<float>(kGainTableSize);
-}
-
 void Limiter::set(const DynamicsFormat &format, int ch, float threshold, float ceiling, float release)
 {
     thresholdDb[ch] = threshold;
@@ -61,7 +53,7 @@ void Limiter::build(const DynamicsFormat &format, int ch)
     const float threshold = thresholdDb[ch];
     const int knee = to_int32((-threshold) + (-threshold) + kKneeBaseDb);
     float scratch[kGainTableSize];
-    float *table = ch < format.channels ? tables[ch] : scratch;
+    float *table = ch < format.channels ? gains.tables[ch] : scratch;
     const GainTableGrid grid = build_gain_table(
         table, 2.0f * threshold - kKneeBaseDb, kGridTopDb,
         [knee, threshold](float x) { return limiter_curve(knee, x, threshold); }, GainFloorTest::kDoubleMakeup,
@@ -92,8 +84,8 @@ void Limiter::process(const DynamicsFormat &format, const float *const *in, floa
         float *y = out[ch];
         peak = running_peak(x, n, peak, frames, nullptr);
         const float levelDb = (mathf::log10f(peak + 1.0f) - format.log10FullScale) * 20.0f;
-        const float g = gain_table_lookup(kGainTableLast, tables[ch], levelDb, tableX0Db[ch], tableScale[ch]);
-        const float p = gain[ch];
+        const float g = gain_table_lookup(kGainTableLast, gains.tables[ch], levelDb, tableX0Db[ch], tableScale[ch]);
+        const float p = gains.gain[ch];
 
         if (levelDb > thresholdDb[ch]) {
             // Attack: reach the target within the frame, as fast as full scale allows.
@@ -104,7 +96,7 @@ void Limiter::process(const DynamicsFormat &format, const float *const *in, floa
             } else {
                 ramp_then_hold(x, y, n, m, p, g);
             }
-            gain[ch] = g;
+            gains.gain[ch] = g;
             continue;
         }
 
@@ -129,7 +121,7 @@ void Limiter::process(const DynamicsFormat &format, const float *const *in, floa
             const float v = x[i] * a;
             y[i] = v > top ? top : v >= bottom ? v : bottom;
         }
-        gain[ch] = next;
+        gains.gain[ch] = next;
     }
 }
 
@@ -151,17 +143,6 @@ int Limiter::print(const DynamicsFormat &format, const char *function) const
         written = log_line(function, 569, "release:%.2f\n", static_cast<double>(releaseMs[ch]));
     }
     return written;
-}
-
-void Limiter::free_tables(int channels)
-{
-    for (int ch = 0; ch < channels; ch++) {
-        std::free(tables[ch]);
-        tables[ch] = nullptr;
-    }
-    std::free(tables);
-    tables = nullptr;
-    std::free(gain);
 }
 
 }  // namespace eqdrc

@@ -20,10 +20,8 @@ struct Limiter {
     float tableX0Db[kDynamicsMaxChannels];  // dB at table entry 0
     float tableScale[kDynamicsMaxChannels];  // entries per dB
     float releaseCoef[kDynamicsMaxChannels];
-    float **tables;  // `channels` gain tables
-    float *gain;     // `channels` linear gains, 0 at start: the first frame fades in
+    ChannelGains gains;  // linear gains 0 at start: the first frame fades in
 
-    void allocate(int channels);
     // Channel `ch` (0 or 1) takes new values; the makeup follows from them.  It keeps its
     // current gain: the new curve takes over through attack and release.
     void set(const DynamicsFormat &format, int ch, float threshold, float ceiling, float release);
@@ -34,7 +32,6 @@ struct Limiter {
     void process(const DynamicsFormat &format, const float *const *in, float *const *out, int n);
     void to_block(int ch, float *block) const;
     int print(const DynamicsFormat &format, const char *function) const;
-    void free_tables(int channels);
 
 private:
     void build(const DynamicsFormat &format, int ch);

@@ -41,8 +41,8 @@ MaximizerState *MaximizerState::create(const float *section, int bitDepth, int s
     f.fullScale = scale.fullScale;
 
     // No channels: the per-channel arrays are allocated empty.
-    st->agc.allocate(channels);
-    st->limiter.allocate(channels);
+    st->agc.gains.allocate(channels);
+    st->limiter.gains.allocate(channels);
     if (section == nullptr) {
         for (int ch = 0; ch < channels; ch++)
             st->agc.set(f, ch, kDefaultAgc);
@@ -100,7 +100,7 @@ int MaximizerState::print_para() const
 
 void MaximizerState::destroy()
 {
-    limiter.free_tables(format.channels);
-    agc.free_tables(format.channels);
+    limiter.gains.free_all(format.channels);
+    agc.gains.free_all(format.channels);
     std::free(this);
 }

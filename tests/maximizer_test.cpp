@@ -126,12 +126,12 @@ TEST(LimiterLevels, OverloadEarlyInTheFrameAppliesTheTargetAtOnce)
         MaximizerState *st = Maximizer_Init(sec.data(), 16, kFs, 1, kFrame, 0);
         Planar buf(1, kFrame);
         run(Maximizer_Process, st, &buf, {amplitude(-30.0)}, 3);
-        const float before = st->limiter.gain[0];
+        const float before = st->limiter.gains.gain[0];
         fill(&buf, {1000.0f});
         buf.data[0][overloadAt] = 3.0f * kFullScale;
         const std::vector<float> in = buf.data[0];
         Maximizer_Process(st, buf.ptrs(), buf.ptrs(), kFrame);
-        const float target = st->limiter.gain[0];
+        const float target = st->limiter.gains.gain[0];
         ASSERT_LT(target, before);
         if (overloadAt <= 1) {
             for (int i = 0; i < kFrame; i++)
@@ -208,14 +208,14 @@ TEST(AgcFallingGain, OverloadOnTheFirstSampleKeepsTheOldGain)
     const std::vector<float> in = buf.data[0];
     Agc_Process(st, buf.ptrs(), buf.ptrs(), kFrame);
     EXPECT_TRUE(eqdrc_test::same_bits(buf.data[0], in));  // previous gain 1
-    EXPECT_LT(st->agc.gain[0], 1.0f);
+    EXPECT_LT(st->agc.gains.gain[0], 1.0f);
 
     // One sample later the frame ramps (over that one sample) to the target instead.
     Agc_AdjustPara(st, 0, -20.0f, -40.0f, -45.0f, 16.0f, -1.0f, 200.0f, 400.0f, 200.0f);
     fill(&buf, {30000.0f});
     buf.data[0][1] = 40000.0f;
     Agc_Process(st, buf.ptrs(), buf.ptrs(), kFrame);
-    const float target = st->agc.gain[0];
+    const float target = st->agc.gains.gain[0];
     EXPECT_EQ(buf.data[0][5], -30000.0f * (1.0f + (target - 1.0f)));
     Maximizer_Destroy(st);
 }
@@ -231,7 +231,7 @@ TEST(AgcFallingGain, ProbeBoundStaysSixteenBitAt24Bits)
     buf.data[0][10] = 1.05e6f;
     const std::vector<float> in = buf.data[0];
     Agc_Process(st, buf.ptrs(), buf.ptrs(), kFrame);
-    EXPECT_LT(st->agc.gain[0], 1.0f);
+    EXPECT_LT(st->agc.gains.gain[0], 1.0f);
     EXPECT_TRUE(eqdrc_test::same_bits(buf.data[0], in));
     Maximizer_Destroy(st);
 }
@@ -248,14 +248,14 @@ TEST(MaximizerRetune, SetParaRestartsTheAgcGainOnly)
         Maximizer_Process(s, out, out, n);
     };
     run(both, st, &buf, {amplitude(-35.0), amplitude(-2.0)}, 5);
-    const float limiter[2] = {st->limiter.gain[0], st->limiter.gain[1]};
-    ASSERT_NE(st->agc.gain[0], 1.0f);
-    ASSERT_NE(st->agc.gain[1], 1.0f);
+    const float limiter[2] = {st->limiter.gains.gain[0], st->limiter.gains.gain[1]};
+    ASSERT_NE(st->agc.gains.gain[0], 1.0f);
+    ASSERT_NE(st->agc.gains.gain[1], 1.0f);
     Maximizer_SetPara(st, sec.data());
-    EXPECT_EQ(st->agc.gain[0], 1.0f);
-    EXPECT_EQ(st->agc.gain[1], 1.0f);
-    EXPECT_EQ(st->limiter.gain[0], limiter[0]);
-    EXPECT_EQ(st->limiter.gain[1], limiter[1]);
+    EXPECT_EQ(st->agc.gains.gain[0], 1.0f);
+    EXPECT_EQ(st->agc.gains.gain[1], 1.0f);
+    EXPECT_EQ(st->limiter.gains.gain[0], limiter[0]);
+    EXPECT_EQ(st->limiter.gains.gain[1], limiter[1]);
     Maximizer_Destroy(st);
 }
 
@@ -305,7 +305,7 @@ TEST(MaximizerRetune, InconsistentAgcCurveIsReportedAndKept)
 TEST(MaximizerRetune, OutOfRangeChannelStaysInBounds)
 {
     MaximizerState *st = Maximizer_Init(nullptr, 16, kFs, 1, kFrame, 0);
-    const std::vector<float> table0(st->limiter.tables[0], st->limiter.tables[0] + eqdrc::kGainTableSize);
+    const std::vector<float> table0(st->limiter.gains.tables[0], st->limiter.gains.tables[0] + eqdrc::kGainTableSize);
     Maximizer_AdjustPara(st, 1, -8.0f, -2.0f, 50.0f);
     Agc_AdjustPara(st, 1, -25.0f, -40.0f, -45.0f, 10.0f, -1.0f, 100.0f, 300.0f, 0.0f);
     EXPECT_EQ(st->limiter.thresholdDb[1], -8.0f);
@@ -318,7 +318,7 @@ TEST(MaximizerRetune, OutOfRangeChannelStaysInBounds)
     EXPECT_EQ(st->limiter.thresholdDb[1], -8.0f);
     EXPECT_EQ(st->agc.settings[0].curve.compressStartDb, -20.0f);
     EXPECT_TRUE(eqdrc_test::same_bits(
-        table0, std::vector<float>(st->limiter.tables[0], st->limiter.tables[0] + eqdrc::kGainTableSize)));
+        table0, std::vector<float>(st->limiter.gains.tables[0], st->limiter.gains.tables[0] + eqdrc::kGainTableSize)));
     Maximizer_Destroy(st);
 }
 

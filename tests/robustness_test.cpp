@@ -238,8 +238,8 @@ TEST(HostileSignals, NaNFrameMovesDynamicsGainsAsSilence)
         fill(p, first);
         Agc_Process(st, p.ptrs(), p.ptrs(), kFrame);
         Maximizer_Process(st, p.ptrs(), p.ptrs(), kFrame);
-        std::vector<float> gains = {st->agc.gain[0], st->agc.gain[1], st->limiter.gain[0],
-                                    st->limiter.gain[1]};
+        std::vector<float> gains = {st->agc.gains.gain[0], st->agc.gains.gain[1], st->limiter.gains.gain[0],
+                                    st->limiter.gains.gain[1]};
         fill_sine(p, kFrame);
         Agc_Process(st, p.ptrs(), p.ptrs(), kFrame);
         Maximizer_Process(st, p.ptrs(), p.ptrs(), kFrame);
