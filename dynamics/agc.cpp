@@ -4,6 +4,7 @@
 
 #include "core/alloc.h"
 #include "core/log.h"
+#include "core/print_out.h"
 #include "core/mathf.h"
 #include "dynamics/frame_peak.h"
 #include "dynamics/gain_ramp.h"
@@ -15,6 +16,8 @@ namespace {
 
 constexpr int kAdjustOneCheckLine = 670;
 constexpr int kAdjustAllCheckLine = 640;
+constexpr int kPrintTitleLine = 549;
+constexpr int kPrintChannelLine = 552;  // the eight parameter lines follow on 553..560
 constexpr const char *kCheckMessage = "wrong param for agc, please check again\n\n";
 
 // The table spans from just below the noise threshold to +10 dB.
@@ -111,23 +114,21 @@ void Agc::process(const DynamicsFormat &format, const float *const *in, float *c
     }
 }
 
-int Agc::print(const DynamicsFormat &format, const char *function) const
+void Agc::print(const DynamicsFormat &format, const char *function) const
 {
-    log_line(function, 549, "AGC Param\n");
-    int written = log_line(function, 550, "===================== \n");
+    PrintOut out(function, kPrintTitleLine, "AGC Param\n", "===================== \n");
     for (int ch = 0; ch < format.channels; ch++) {
         const AgcSettings &s = settings[ch];
-        log_line(function, 552, "---- channel:%i ----\n", ch);
-        log_line(function, 553, "compress_start:%.2f\n", static_cast<double>(s.curve.compressStartDb));
-        log_line(function, 554, "expand_end:%.2f\n", static_cast<double>(s.curve.expandEndDb));
-        log_line(function, 555, "noise_threshold:%.2f\n", static_cast<double>(s.curve.noiseThresholdDb));
-        log_line(function, 556, "max_gain:%.2f\n", static_cast<double>(s.curve.maxGainDb));
-        log_line(function, 557, "max_peak:%.2f\n", static_cast<double>(s.curve.maxPeakDb));
-        log_line(function, 558, "attack_time:%.2f\n", static_cast<double>(s.attackMs));
-        log_line(function, 559, "release_time:%.2f\n", static_cast<double>(s.releaseMs));
-        written = log_line(function, 560, "hold_time:%f\n", static_cast<double>(s.holdMs));
+        out.heading(kPrintChannelLine, kDashes, "channel", ch);
+        out.value("compress_start", s.curve.compressStartDb);
+        out.value("expand_end", s.curve.expandEndDb);
+        out.value("noise_threshold", s.curve.noiseThresholdDb);
+        out.value("max_gain", s.curve.maxGainDb);
+        out.value("max_peak", s.curve.maxPeakDb);
+        out.value("attack_time", s.attackMs);
+        out.value("release_time", s.releaseMs);
+        out.precise("hold_time", s.holdMs);
     }
-    return written;
 }
 
 }  // namespace eqdrc

@@ -5,6 +5,7 @@
 
 #include "core/alloc.h"
 #include "core/log.h"
+#include "core/print_out.h"
 #include "core/mathf.h"
 #include "core/numeric.h"
 #include "dynamics/frame_peak.h"
@@ -13,6 +14,9 @@
 
 namespace eqdrc {
 namespace {
+
+constexpr int kPrintTitleLine = 563;
+constexpr int kPrintChannelLine = 566;  // the three parameter lines follow on 567..569
 
 // Built-in tuning for a null section.  The makeup is stored as 0.998 × 10^0.1 rounded
 // to float, not recomputed from the ceiling and threshold.
@@ -134,15 +138,14 @@ void Limiter::to_block(int ch, float *block) const
 
 int Limiter::print(const DynamicsFormat &format, const char *function) const
 {
-    log_line(function, 563, "Maximizer Param\n");
-    int written = log_line(function, 564, "=====================\n");
+    PrintOut out(function, kPrintTitleLine, "Maximizer Param\n");
     for (int ch = 0; ch < format.channels; ch++) {
-        log_line(function, 566, "==== channel:%i ====\n", ch);
-        log_line(function, 567, "max_threshold:%.2f\n", static_cast<double>(thresholdDb[ch]));
-        log_line(function, 568, "ceiling:%.2f\n", static_cast<double>(ceilingDb[ch]));
-        written = log_line(function, 569, "release:%.2f\n", static_cast<double>(releaseMs[ch]));
+        out.heading(kPrintChannelLine, kEquals, "channel", ch);
+        out.value("max_threshold", thresholdDb[ch]);
+        out.value("ceiling", ceilingDb[ch]);
+        out.value("release", releaseMs[ch]);
     }
-    return written;
+    return out.last();
 }
 
 }  // namespace eqdrc

@@ -8,6 +8,7 @@
 
 #include "core/alloc.h"
 #include "core/log.h"
+#include "core/print_out.h"
 #include "core/mathf.h"
 #include "core/numeric.h"
 #include "core/record.h"
@@ -34,6 +35,9 @@ constexpr int kSetParaConsistencyLine = 391;
 constexpr int kGetParaCrossoverLine = 440;
 constexpr int kBandBoundLine = 535;
 constexpr int kAdjustConsistencyLine = 600;
+constexpr int kPrintTitleLine = 460;
+constexpr int kPrintChannelLine = 463;  // crossover_band follows on 464
+constexpr int kPrintBandLine = 467;     // the twelve band lines follow on 468..479
 
 constexpr const char *kCrossoverMessage = "There is something wrong with crossover, please check again\n\n";
 constexpr const char *kConsistencyMessage = "wrong param for MultiDRC, please check again\n\n";
@@ -402,32 +406,29 @@ void MultiBandDRCState::get_para(float *section) const
 
 int MultiBandDRCState::print_para() const
 {
-    static const char kFn[] = "MultiBandDRC_PrintPara";
-    using eqdrc::log_line;
-    int r = log_line(kFn, 460, "MultiBandDRC Param\n");
-    r = log_line(kFn, 461, "=====================\n");
+    eqdrc::PrintOut out("MultiBandDRC_PrintPara", kPrintTitleLine, "MultiBandDRC Param\n");
     for (int c = 0; c < channels; c++) {
-        r = log_line(kFn, 463, "==== channel:%i ====\n", c);
-        r = log_line(kFn, 464, "crossover_band:%i\n", bandCount[c]);
+        out.heading(kPrintChannelLine, eqdrc::kEquals, "channel", c);
+        out.value("crossover_band", bandCount[c]);
         const int bands = bands_with_slots(c);
         for (int b = 0; b < bands; b++) {
             const int s = slot_of(c, b);
-            r = log_line(kFn, 467, "---- band:%i ----\n", b);
-            r = log_line(kFn, 468, "freq_start:%.2f\n", static_cast<double>(freq_start[s]));
-            r = log_line(kFn, 469, "freq_end:%.2f\n", static_cast<double>(freq_end[s]));
-            r = log_line(kFn, 470, "gain_dB:%.2f\n", static_cast<double>(gain_dB[s]));
-            r = log_line(kFn, 471, "drc_enable:%i\n", drc_enable[s]);
-            r = log_line(kFn, 472, "compress_start:%.2f\n", static_cast<double>(compress_start[s]));
-            r = log_line(kFn, 473, "expand_end:%.2f\n", static_cast<double>(expand_end[s]));
-            r = log_line(kFn, 474, "noise_threshold:%.2f\n", static_cast<double>(noise_threshold[s]));
-            r = log_line(kFn, 475, "max_gain:%.2f\n", static_cast<double>(max_gain[s]));
-            r = log_line(kFn, 476, "max_peak:%.2f\n", static_cast<double>(max_peak[s]));
-            r = log_line(kFn, 477, "attack_time:%i\n", attack_time[s]);
-            r = log_line(kFn, 478, "release_time:%i\n", release_time[s]);
-            r = log_line(kFn, 479, "hold_time:%i\n", hold_time[s]);
+            out.heading(kPrintBandLine, eqdrc::kDashes, "band", b);
+            out.value("freq_start", freq_start[s]);
+            out.value("freq_end", freq_end[s]);
+            out.value("gain_dB", gain_dB[s]);
+            out.value("drc_enable", drc_enable[s]);
+            out.value("compress_start", compress_start[s]);
+            out.value("expand_end", expand_end[s]);
+            out.value("noise_threshold", noise_threshold[s]);
+            out.value("max_gain", max_gain[s]);
+            out.value("max_peak", max_peak[s]);
+            out.value("attack_time", attack_time[s]);
+            out.value("release_time", release_time[s]);
+            out.value("hold_time", hold_time[s]);
         }
     }
-    return r;
+    return out.last();
 }
 
 // Linked channels all take the corners; the given channel's band count decides which

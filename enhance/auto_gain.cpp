@@ -6,6 +6,7 @@
 
 #include "core/alloc.h"
 #include "core/log.h"
+#include "core/print_out.h"
 #include "core/mathf.h"
 #include "core/numeric.h"
 #include "core/scale.h"
@@ -180,15 +181,13 @@ void AutoGainState::get_para(float *section) const
 
 int AutoGainState::print_para() const
 {
-    const char *fn = "AutoGain_PrintPara";
-    int n = eqdrc::log_line(fn, kPrintLine, "AutoGain Param\n");
-    n += eqdrc::log_line(fn, kPrintLine + 1, "=====================\n");
-    n += eqdrc::log_line(fn, kPrintLine + 2, "target_i_dB:%.2f\n", static_cast<double>(targetLufs));
-    n += eqdrc::log_line(fn, kPrintLine + 3, "attack_time:%.2f\n", static_cast<double>(attackMs));
-    n += eqdrc::log_line(fn, kPrintLine + 4, "release_time:%.2f\n", static_cast<double>(releaseMs));
-    n += eqdrc::log_line(fn, kPrintLine + 5, "r128_wins:%i\n", windowMs);
-    n += eqdrc::log_line(fn, kPrintLine + 6, "r128_steps:%i\n", stepMs);
-    return n;
+    eqdrc::PrintOut out("AutoGain_PrintPara", kPrintLine, "AutoGain Param\n");
+    out.value("target_i_dB", targetLufs);
+    out.value("attack_time", attackMs);
+    out.value("release_time", releaseMs);
+    out.value("r128_wins", windowMs);
+    out.value("r128_steps", stepMs);
+    return out.total();
 }
 
 void AutoGainState::destroy()

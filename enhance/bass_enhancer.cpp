@@ -7,6 +7,7 @@
 
 #include "core/alloc.h"
 #include "core/log.h"
+#include "core/print_out.h"
 #include "core/mathf.h"
 #include "core/numeric.h"
 #include "core/record.h"
@@ -21,7 +22,6 @@ namespace {
 constexpr int kTooManyChannelsLine = 139;
 constexpr int kBitRateWrongLine = 174;
 constexpr int kPrintTitleLine = 375;
-constexpr int kPrintRuleLine = 376;
 constexpr int kPrintChannelLine = 378;  // the six parameter lines follow on 379..384
 
 constexpr int kReservedConstantA = 10;
@@ -284,20 +284,17 @@ void BassEnhancerState::get_para(float *section) const
 
 int BassEnhancerState::print_para() const
 {
-    const char *fn = "BassEnhancer_PrintPara";
-    int n = eqdrc::log_line(fn, kPrintTitleLine, "BassEnhancer Param\n");
-    n += eqdrc::log_line(fn, kPrintRuleLine, "=====================\n");
+    eqdrc::PrintOut out("BassEnhancer_PrintPara", kPrintTitleLine, "BassEnhancer Param\n");
     for (int ch = 0; ch < channels; ch++) {
-        const int l = kPrintChannelLine;
-        n += eqdrc::log_line(fn, l, "==== channel:%i ====\n", ch);
-        n += eqdrc::log_line(fn, l + 1, "amount_dB:%.2f\n", static_cast<double>(amountDb[ch]));
-        n += eqdrc::log_line(fn, l + 2, "drive:%.2f\n", static_cast<double>(drive[ch]));
-        n += eqdrc::log_line(fn, l + 3, "blend:%.2f\n", static_cast<double>(blend[ch]));
-        n += eqdrc::log_line(fn, l + 4, "freq:%.2f\n", static_cast<double>(freqHz[ch]));
-        n += eqdrc::log_line(fn, l + 5, "floor_active:%i\n", floorActive[ch]);
-        n += eqdrc::log_line(fn, l + 6, "floor:%.2f\n", static_cast<double>(floorHz[ch]));
+        out.heading(kPrintChannelLine, eqdrc::kEquals, "channel", ch);
+        out.value("amount_dB", amountDb[ch]);
+        out.value("drive", drive[ch]);
+        out.value("blend", blend[ch]);
+        out.value("freq", freqHz[ch]);
+        out.value("floor_active", floorActive[ch]);
+        out.value("floor", floorHz[ch]);
     }
-    return n;
+    return out.total();
 }
 
 void BassEnhancerState::destroy()

@@ -5,6 +5,7 @@
 
 #include "core/alloc.h"
 #include "core/log.h"
+#include "core/print_out.h"
 #include "core/mathf.h"
 #include "core/record.h"
 #include "core/scale.h"
@@ -20,7 +21,6 @@ namespace {
 constexpr int kTooManyChannelsLine = 57;
 constexpr int kBitRateWrongLine = 86;
 constexpr int kPrintTitleLine = 270;
-constexpr int kPrintRuleLine = 271;
 constexpr int kPrintChannelLine = 274;  // f0 and threshold follow on 275 and 276
 
 constexpr float kReleaseMs = 200.0f;
@@ -246,15 +246,13 @@ void DeEsserState::get_para(float *section) const
 
 int DeEsserState::print_para() const
 {
-    const char *fn = "DeEsser_PrintPara";
-    int n = eqdrc::log_line(fn, kPrintTitleLine, "DeEsser Param\n");
-    n += eqdrc::log_line(fn, kPrintRuleLine, "=====================\n");
+    eqdrc::PrintOut out("DeEsser_PrintPara", kPrintTitleLine, "DeEsser Param\n");
     for (int ch = 0; ch < channels; ch++) {
-        n += eqdrc::log_line(fn, kPrintChannelLine, "---- channel:%i ----\n", ch);
-        n += eqdrc::log_line(fn, kPrintChannelLine + 1, "f0:%.2f\n", static_cast<double>(f0Hz[ch]));
-        n += eqdrc::log_line(fn, kPrintChannelLine + 2, "threshold:%.2f\n", static_cast<double>(thresholdDb[ch]));
+        out.heading(kPrintChannelLine, eqdrc::kDashes, "channel", ch);
+        out.value("f0", f0Hz[ch]);
+        out.value("threshold", thresholdDb[ch]);
     }
-    return n;
+    return out.total();
 }
 
 void DeEsserState::destroy() { std::free(this); }

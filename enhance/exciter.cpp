@@ -7,6 +7,7 @@
 
 #include "core/alloc.h"
 #include "core/log.h"
+#include "core/print_out.h"
 #include "core/mathf.h"
 #include "core/record.h"
 #include "core/scale.h"
@@ -20,7 +21,6 @@ namespace {
 constexpr int kTooManyChannelsLine = 37;
 constexpr int kBitRateWrongLine = 71;
 constexpr int kPrintTitleLine = 195;
-constexpr int kPrintRuleLine = 196;
 constexpr int kPrintChannelLine = 198;  // the four parameter lines follow on 199..202
 
 }  // namespace
@@ -183,18 +183,15 @@ void ExciterState::get_para(float *section) const
 
 int ExciterState::print_para() const
 {
-    const char *fn = "Exciter_PrintPara";
-    int n = eqdrc::log_line(fn, kPrintTitleLine, "Exciter Param\n");
-    n += eqdrc::log_line(fn, kPrintRuleLine, "=====================\n");
+    eqdrc::PrintOut out("Exciter_PrintPara", kPrintTitleLine, "Exciter Param\n");
     for (int ch = 0; ch < channels; ch++) {
-        const int l = kPrintChannelLine;
-        n += eqdrc::log_line(fn, l, "==== channel:%i ====\n", ch);
-        n += eqdrc::log_line(fn, l + 1, "even_harmonics:%.2f\n", static_cast<double>(evenHarmonics[ch]));
-        n += eqdrc::log_line(fn, l + 2, "distortion_amount:%.2f\n", static_cast<double>(distortionAmount[ch]));
-        n += eqdrc::log_line(fn, l + 3, "Cutoff:%.2f\n", static_cast<double>(cutoffHz[ch]));
-        n += eqdrc::log_line(fn, l + 4, "mix:%.2f\n", static_cast<double>(mix[ch]));
+        out.heading(kPrintChannelLine, eqdrc::kEquals, "channel", ch);
+        out.value("even_harmonics", evenHarmonics[ch]);
+        out.value("distortion_amount", distortionAmount[ch]);
+        out.value("Cutoff", cutoffHz[ch]);
+        out.value("mix", mix[ch]);
     }
-    return n;
+    return out.total();
 }
 
 void ExciterState::destroy()
