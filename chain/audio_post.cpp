@@ -24,23 +24,15 @@ constexpr int kEqRecordWords = kRecordWords - kSectionEq10;
 
 constexpr const char *kDumpVariable = "TQAUDIO_EQDRC_DUMP_CONF";
 
-// Log line numbers hosts and tests know these messages by.
-constexpr int kLineParamVersion = 130;
-constexpr int kLineInitVersion = 121;
-constexpr int kLineInitBitRate = 162;
-constexpr int kLineProcessFrameLen = 324;
-constexpr int kLineSetParaFrameLen = 402;
-constexpr int kLineSetParaVersion = 414;
 
 bool version_rejected(float word)
 {
     return std::fabs(static_cast<double>(word) - static_cast<double>(kToolVersion)) > kToolVersionTolerance;
 }
 
-void print_version_error(const char *function, int line, float word)
+void print_version_error(LogSite site, float word)
 {
-    log_line(function, line, "%s - The Version(%.f) of Tuning Tool is Wrong, you should use version %.2f!\n",
-             function, static_cast<double>(word), static_cast<double>(kToolVersion));
+    log_line(site, "%s - The Version(%.f) of Tuning Tool is Wrong, you should use version %.2f!\n", site.function, static_cast<double>(word), static_cast<double>(kToolVersion));
 }
 
 bool dump_requested()
@@ -75,10 +67,10 @@ AudioPostState *AudioPostState::create(const float *record, int frameLen)
     st->read_header(record);
 
     if (version_rejected(st->toolVersion)) {
-        print_version_error("AudioPost_Init", kLineInitVersion, st->toolVersion);
+        print_version_error(site::kInitVersion, st->toolVersion);
         return nullptr;  // deliberate: the state is not freed on this path, and callers may rely on it
     }
-    log_line("AudioPost_Init", kLineParamVersion, "The Version of Parameter is %d.%d.%d\n",
+    log_line(site::kInitParamVersion, "The Version of Parameter is %d.%d.%d\n",
              to_int32(record[kWordParamVersion]), to_int32(record[kWordParamVersion + 1]),
              to_int32(record[kWordParamVersion + 2]));
     st->read_enables(record);
@@ -89,7 +81,7 @@ AudioPostState *AudioPostState::create(const float *record, int frameLen)
     st->read_pre_gains(record);
 
     BitDepthScale scale;
-    if (!scale_or_report("AudioPost_Init", kLineInitBitRate, st->bit_rate, &scale))
+    if (!scale_or_report(site::kInitBitDepth, st->bit_rate, &scale))
         return nullptr;  // state and gain arrays are not freed, as above
     st->fullScale = scale.chainFullScale;
 
@@ -190,7 +182,7 @@ void AudioPostState::set_eq_section(const float *eqSection)
 int AudioPostState::process(const int16_t *in, int16_t *out, int swFrmLen)
 {
     if (swFrmLen != frameLen) {
-        log_line("AudioPost_Process", kLineProcessFrameLen, "error, swFrmLen:%d != frameLen:%d\n\n", swFrmLen,
+        log_line(site::kProcessFrameLen, "error, swFrmLen:%d != frameLen:%d\n\n", swFrmLen,
                  frameLen);
         fatal_exit();
     }
@@ -260,14 +252,14 @@ int AudioPostState::process(const int16_t *in, int16_t *out, int swFrmLen)
 int AudioPostState::set_para(const float *record, int swFrmLen)
 {
     if (swFrmLen != frameLen) {
-        log_line("AudioPost_SetPara", kLineSetParaFrameLen, "error, swFrmLen is wrong!\n\n");
+        log_line(site::kSetParaFrameLen, "error, swFrmLen is wrong!\n\n");
         fatal_exit();
     }
     // The header fields are taken before the version test, so even a rejected record
     // leaves them replaced.
     read_header(record);
     if (version_rejected(toolVersion)) {
-        print_version_error("AudioPost_SetPara", kLineSetParaVersion, toolVersion);
+        print_version_error(site::kSetParaVersion, toolVersion);
         return -1;
     }
     read_enables(record);

@@ -8,31 +8,23 @@
 #include "core/record.h"
 
 namespace eqdrc {
-namespace {
-
-// Log line numbers hosts and tests know these messages by.
-constexpr int kLineOpen = 230;
-constexpr int kLineAlloc = 236;
-constexpr int kLineRead = 242;
-
-}  // namespace
-
-RecordFile RecordFile::read(const char *function, const char *path)
+RecordFile RecordFile::read(const char *path)
 {
     RecordFile file;
     FILE *f = std::fopen(path, "rb");
     if (f == nullptr) {
-        log_line(function, kLineOpen, "error (%s) - fopen pfParaPath: %s failed\n\n", function, path);
+        log_line(site::kInitByPathOpen, "error (%s) - fopen pfParaPath: %s failed\n\n", site::kInitByPathOpen.function,
+                 path);
         return file;
     }
     file.words = zeroed<float>(kRecordWords);
     if (file.words == nullptr) {
-        log_line(function, kLineAlloc, "error (%s) - alloc pfPara failed\n\n", function);
+        log_line(site::kInitByPathAlloc, "error (%s) - alloc pfPara failed\n\n", site::kInitByPathAlloc.function);
         std::fclose(f);
         return file;
     }
     if (std::fread(file.words, sizeof(float), kRecordWords, f) < static_cast<size_t>(kRecordWords)) {
-        log_line(function, kLineRead, "error (%s) - fread pfPara failed\n\n", function);
+        log_line(site::kInitByPathRead, "error (%s) - fread pfPara failed\n\n", site::kInitByPathRead.function);
         std::free(file.words);
         file.words = nullptr;
     }

@@ -4,11 +4,11 @@
 
 namespace eqdrc {
 
-// Owns a zero-filled record read from a file; `words` is null when the read failed,
-// after a message logged under `function`.
+// Owns a zero-filled record read from a file (for AudioPost_InitByPath); `words` is null
+// when the read failed, after its message.
 class RecordFile {
 public:
-    static RecordFile read(const char *function, const char *path);
+    static RecordFile read(const char *path);
     ~RecordFile();
     RecordFile(RecordFile &&other) noexcept : words(other.words) { other.words = nullptr; }
     RecordFile(const RecordFile &) = delete;

@@ -6,12 +6,12 @@
 
 namespace eqdrc {
 
-int log_line(const char *function, int line, const char *format, ...)
+int log_line(LogSite site, const char *format, ...)
 {
     // Prefix and message go out in one write so that interleaved stderr users
     // never split a line.
     char buf[8192];
-    int n = std::snprintf(buf, sizeof buf, "LOG (%s(): ,%d), ", function, line);
+    int n = std::snprintf(buf, sizeof buf, "LOG (%s(): ,%d), ", site.function, site.line);
     if (n < 0)
         return n;
     va_list ap;

@@ -4,11 +4,10 @@
 
 namespace eqdrc {
 
-PrintOut::PrintOut(const char *function, int titleLine, const char *title, const char *rule)
-    : function_(function), next_(titleLine)
+PrintOut::PrintOut(LogSite title, const char *text, const char *rule) : function_(title.function), next_(title.line)
 {
-    count(log_line(function_, next_, "%s", title));
-    count(log_line(function_, next_, "%s", rule));
+    count(log_line(at(), "%s", text));
+    count(log_line(at(), "%s", rule));
 }
 
 void PrintOut::count(int written)
@@ -18,18 +17,18 @@ void PrintOut::count(int written)
     next_++;
 }
 
-void PrintOut::heading(int line, const char *mark, const char *label, int index)
+void PrintOut::heading(LogSite site, const char *mark, const char *label, int index)
 {
-    next_ = line;
-    count(log_line(function_, next_, "%s %s:%i %s\n", mark, label, index, mark));
+    next_ = site.line;
+    count(log_line(at(), "%s %s:%i %s\n", mark, label, index, mark));
 }
 
-void PrintOut::value(const char *name, float v) { count(log_line(function_, next_, "%s:%.2f\n", name, static_cast<double>(v))); }
+void PrintOut::value(const char *name, float v) { count(log_line(at(), "%s:%.2f\n", name, static_cast<double>(v))); }
 
-void PrintOut::value(const char *name, int32_t v) { count(log_line(function_, next_, "%s:%i\n", name, v)); }
+void PrintOut::value(const char *name, int32_t v) { count(log_line(at(), "%s:%i\n", name, v)); }
 
-void PrintOut::precise(const char *name, float v) { count(log_line(function_, next_, "%s:%f\n", name, static_cast<double>(v))); }
+void PrintOut::precise(const char *name, float v) { count(log_line(at(), "%s:%f\n", name, static_cast<double>(v))); }
 
-void PrintOut::text(const char *name, const char *v) { count(log_line(function_, next_, "%s:%s\n", name, v)); }
+void PrintOut::text(const char *name, const char *v) { count(log_line(at(), "%s:%s\n", name, v)); }
 
 }  // namespace eqdrc

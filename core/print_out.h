@@ -7,6 +7,8 @@
 
 #include <cstdint>
 
+#include "core/log_sites.h"
+
 namespace eqdrc {
 
 constexpr const char *kPrintRule = "=====================\n";
@@ -16,13 +18,13 @@ constexpr const char *kDashes = "----";
 
 class PrintOut {
 public:
-    // Prints the title on `titleLine` and the rule on the line after it.
-    PrintOut(const char *function, int titleLine, const char *title, const char *rule = kPrintRule);
+    // Prints the title at `title` and the rule on the line after it.
+    PrintOut(LogSite title, const char *text, const char *rule = kPrintRule);
 
-    // "MARK label:index MARK" on `line`.
-    void heading(int line, const char *mark, const char *label, int index);
-    // The next line is printed on `line`.
-    void skip_to(int line) { next_ = line; }
+    // "MARK label:index MARK" at `site`.
+    void heading(LogSite site, const char *mark, const char *label, int index);
+    // The next line is printed at `site`.
+    void skip_to(LogSite site) { next_ = site.line; }
     void value(const char *name, float v);     // name:%.2f
     void value(const char *name, int32_t v);   // name:%i
     void precise(const char *name, float v);   // name:%f
@@ -34,6 +36,8 @@ public:
 
 private:
     void count(int written);
+
+    LogSite at() const { return {function_, next_}; }
 
     const char *function_;
     int next_;

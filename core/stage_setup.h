@@ -9,20 +9,20 @@ namespace eqdrc {
 
 // A stage whose per-channel values live in fixed arrays ends the process when asked for
 // more channels than they hold.
-inline void require_channels(const char *function, int line, int channels, int maxChannels)
+inline void require_channels(LogSite site, int channels, int maxChannels)
 {
     if (channels > maxChannels) {
-        log_line(function, line, "Too Many Channel!\n\n");
+        log_line(site, "Too Many Channel!\n\n");
         fatal_exit();
     }
 }
 
 // Full scales for `bits` (16, 24 or 32); any other depth is reported and gives false.
-inline bool scale_or_report(const char *function, int line, int bits, BitDepthScale *out)
+inline bool scale_or_report(LogSite site, int bits, BitDepthScale *out)
 {
     if (scale_for_bits(bits, out))
         return true;
-    log_line(function, line, "bit_rate is wrong!\n");
+    log_line(site, "bit_rate is wrong!\n");
     return false;
 }
 

@@ -14,10 +14,6 @@
 namespace eqdrc {
 namespace {
 
-constexpr int kAdjustOneCheckLine = 670;
-constexpr int kAdjustAllCheckLine = 640;
-constexpr int kPrintTitleLine = 549;
-constexpr int kPrintChannelLine = 552;  // the eight parameter lines follow on 553..560
 constexpr const char *kCheckMessage = "wrong param for agc, please check again\n\n";
 
 // The table spans from just below the noise threshold to +10 dB.
@@ -58,13 +54,13 @@ void Agc::adjust(const DynamicsFormat &format, int channel, const AgcSettings &s
     if (format.channelLink != 0) {
         for (int ch = 0; ch < format.channels; ch++) {
             if (!ok)
-                log_line("Agc_AdjustPara", kAdjustAllCheckLine, "%s", kCheckMessage);
+                log_line(site::kAgcAdjustAllCurve, "%s", kCheckMessage);
             set(format, ch, s);
         }
         return;
     }
     if (!ok)
-        log_line("Agc_AdjustPara", kAdjustOneCheckLine, "%s", kCheckMessage);
+        log_line(site::kAgcAdjustOneCurve, "%s", kCheckMessage);
     // An index outside the two-entry arrays would write past them: nothing to change.
     if (channel < 0 || channel >= kDynamicsMaxChannels)
         return;
@@ -114,12 +110,12 @@ void Agc::process(const DynamicsFormat &format, const float *const *in, float *c
     }
 }
 
-void Agc::print(const DynamicsFormat &format, const char *function) const
+void Agc::print(const DynamicsFormat &format) const
 {
-    PrintOut out(function, kPrintTitleLine, "AGC Param\n", "===================== \n");
+    PrintOut out(site::kAgcPrintTitle, "AGC Param\n", "===================== \n");
     for (int ch = 0; ch < format.channels; ch++) {
         const AgcSettings &s = settings[ch];
-        out.heading(kPrintChannelLine, kDashes, "channel", ch);
+        out.heading(site::kAgcPrintChannel, kDashes, "channel", ch);
         out.value("compress_start", s.curve.compressStartDb);
         out.value("expand_end", s.curve.expandEndDb);
         out.value("noise_threshold", s.curve.noiseThresholdDb);

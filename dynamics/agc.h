@@ -51,7 +51,7 @@ struct Agc {
     // Agc_AdjustPara: one channel, or every channel when they are linked.
     void adjust(const DynamicsFormat &format, int channel, const AgcSettings &s);
     void process(const DynamicsFormat &format, const float *const *in, float *const *out, int n);
-    void print(const DynamicsFormat &format, const char *function) const;
+    void print(const DynamicsFormat &format) const;
 };
 
 }  // namespace eqdrc

@@ -15,9 +15,6 @@
 namespace eqdrc {
 namespace {
 
-constexpr int kPrintTitleLine = 563;
-constexpr int kPrintChannelLine = 566;  // the three parameter lines follow on 567..569
-
 // Built-in tuning for a null section.  The makeup is stored as 0.998 × 10^0.1 rounded
 // to float, not recomputed from the ceiling and threshold.
 constexpr float kDefaultThresholdDb = -3.0f;
@@ -136,11 +133,11 @@ void Limiter::to_block(int ch, float *block) const
     block[kLimiterWordRelease] = releaseMs[ch];
 }
 
-int Limiter::print(const DynamicsFormat &format, const char *function) const
+int Limiter::print(const DynamicsFormat &format) const
 {
-    PrintOut out(function, kPrintTitleLine, "Maximizer Param\n");
+    PrintOut out(site::kLimiterPrintTitle, "Maximizer Param\n");
     for (int ch = 0; ch < format.channels; ch++) {
-        out.heading(kPrintChannelLine, kEquals, "channel", ch);
+        out.heading(site::kLimiterPrintChannel, kEquals, "channel", ch);
         out.value("max_threshold", thresholdDb[ch]);
         out.value("ceiling", ceilingDb[ch]);
         out.value("release", releaseMs[ch]);

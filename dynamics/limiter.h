@@ -31,7 +31,7 @@ struct Limiter {
     void adjust(const DynamicsFormat &format, int channel, float threshold, float ceiling, float release);
     void process(const DynamicsFormat &format, const float *const *in, float *const *out, int n);
     void to_block(int ch, float *block) const;
-    int print(const DynamicsFormat &format, const char *function) const;
+    int print(const DynamicsFormat &format) const;
 
 private:
     void build(const DynamicsFormat &format, int ch);

@@ -14,11 +14,6 @@ namespace {
 
 using eqdrc::kMaximizerBlockWords;
 
-constexpr int kTooManyChannelsLine = 73;
-constexpr int kBitRateWrongLine = 105;
-constexpr int kInitAgcCheckLine = 121;
-constexpr int kSetParaAgcCheckLine = 479;
-
 constexpr eqdrc::AgcSettings kDefaultAgc = {{-20.0f, -40.0f, -45.0f, 16.0f, -1.0f}, 200.0f, 400.0f, 200.0f};
 
 }  // namespace
@@ -26,7 +21,7 @@ constexpr eqdrc::AgcSettings kDefaultAgc = {{-20.0f, -40.0f, -45.0f, 16.0f, -1.0
 MaximizerState *MaximizerState::create(const float *section, int bitDepth, int sampleRate, int channels,
                                        int frameLen, int channelLink)
 {
-    eqdrc::require_channels("Maximizer_Init", kTooManyChannelsLine, channels, eqdrc::kDynamicsMaxChannels);
+    eqdrc::require_channels(eqdrc::site::kMaximizerInitChannels, channels, eqdrc::kDynamicsMaxChannels);
     auto *st = eqdrc::zeroed<MaximizerState>(1);
     eqdrc::DynamicsFormat &f = st->format;
     f.bitDepth = bitDepth;
@@ -35,7 +30,7 @@ MaximizerState *MaximizerState::create(const float *section, int bitDepth, int s
     f.frameLen = frameLen;
     f.channelLink = channelLink;
     eqdrc::BitDepthScale scale;
-    if (!eqdrc::scale_or_report("Maximizer_Init", kBitRateWrongLine, bitDepth, &scale))
+    if (!eqdrc::scale_or_report(eqdrc::site::kMaximizerInitBitDepth, bitDepth, &scale))
         return nullptr;  // deliberate: the record is not freed on this path, and callers may rely on it
     f.log10FullScale = scale.log10FullScale;
     f.fullScale = scale.fullScale;
@@ -50,7 +45,7 @@ MaximizerState *MaximizerState::create(const float *section, int bitDepth, int s
             st->limiter.set_default(f, ch);
         return st;
     }
-    st->set_agc_from(section, "Maximizer_Init", kInitAgcCheckLine);
+    st->set_agc_from(section, eqdrc::site::kMaximizerInitAgcCurve);
     for (int ch = 0; ch < channels; ch++) {
         const float *block = eqdrc::channel_block(section, ch, channelLink, kMaximizerBlockWords);
         st->limiter.set(f, ch, block[eqdrc::kLimiterWordThreshold], block[eqdrc::kLimiterWordCeiling],
@@ -59,13 +54,13 @@ MaximizerState *MaximizerState::create(const float *section, int bitDepth, int s
     return st;
 }
 
-void MaximizerState::set_agc_from(const float *section, const char *function, int line)
+void MaximizerState::set_agc_from(const float *section, eqdrc::LogSite site)
 {
     for (int ch = 0; ch < format.channels; ch++) {
         const float *block = eqdrc::channel_block(section, ch, format.channelLink, kMaximizerBlockWords);
         const eqdrc::AgcSettings s = eqdrc::AgcSettings::from_block(block + eqdrc::kAgcWordCompressStart);
         if (!s.consistent())
-            eqdrc::log_line(function, line, "wrong param for agc, please check again\n\n");
+            eqdrc::log_line(site, "wrong param for agc, please check again\n\n");
         agc.set(format, ch, s);
     }
 }
@@ -74,7 +69,7 @@ void MaximizerState::set_para(const float *section)
 {
     if (format.channels < 1)
         return;
-    set_agc_from(section, "Maximizer_SetPara", kSetParaAgcCheckLine);
+    set_agc_from(section, eqdrc::site::kMaximizerSetParaAgcCurve);
     for (int ch = 0; ch < format.channels; ch++) {
         const float *block = eqdrc::channel_block(section, ch, format.channelLink, kMaximizerBlockWords);
         limiter.set(format, ch, block[eqdrc::kLimiterWordThreshold], block[eqdrc::kLimiterWordCeiling],
@@ -93,9 +88,8 @@ void MaximizerState::get_para(float *section) const
 
 int MaximizerState::print_para() const
 {
-    static const char kFn[] = "Maximizer_PrintPara";
-    agc.print(format, kFn);
-    return limiter.print(format, kFn);
+    agc.print(format);
+    return limiter.print(format);
 }
 
 void MaximizerState::destroy()

@@ -4,6 +4,7 @@
 #ifndef EQDRC_DYNAMICS_MAXIMIZER_H
 #define EQDRC_DYNAMICS_MAXIMIZER_H
 
+#include "core/log_sites.h"
 #include "dynamics/agc.h"
 #include "dynamics/dynamics_format.h"
 #include "dynamics/limiter.h"
@@ -28,9 +29,9 @@ struct MaximizerState {
     void destroy();
 
 private:
-    // Every channel's AGC settings from the section, each checked under `function`'s
-    // message line.
-    void set_agc_from(const float *section, const char *function, int line);
+    // Every channel's AGC settings from the section, each checked, a violation reported
+    // at `site`.
+    void set_agc_from(const float *section, eqdrc::LogSite site);
 };
 
 #endif

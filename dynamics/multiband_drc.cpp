@@ -25,20 +25,6 @@ using eqdrc::kDrcChannels;
 using eqdrc::kDrcSlots;
 using eqdrc::kDrcSlotsPerChannel;
 
-// Message line numbers, per function.
-constexpr int kTooManyChannelsLine = 78;
-constexpr int kBitDepthLine = 106;
-constexpr int kInitCrossoverLine = 147;
-constexpr int kInitConsistencyLine = 171;
-constexpr int kSetParaCrossoverLine = 368;
-constexpr int kSetParaConsistencyLine = 391;
-constexpr int kGetParaCrossoverLine = 440;
-constexpr int kBandBoundLine = 535;
-constexpr int kAdjustConsistencyLine = 600;
-constexpr int kPrintTitleLine = 460;
-constexpr int kPrintChannelLine = 463;  // crossover_band follows on 464
-constexpr int kPrintBandLine = 467;     // the twelve band lines follow on 468..479
-
 constexpr const char *kCrossoverMessage = "There is something wrong with crossover, please check again\n\n";
 constexpr const char *kConsistencyMessage = "wrong param for MultiDRC, please check again\n\n";
 
@@ -71,14 +57,14 @@ bool known_channel(int ch) { return ch >= 0 && ch < kDrcChannels; }
 MultiBandDRCState *MultiBandDRCState::create(const float *section, int bitDepth, int sampleRate, int channels,
                                              int link)
 {
-    eqdrc::require_channels("MultiBandDRC_Init", kTooManyChannelsLine, channels, kDrcChannels);
+    eqdrc::require_channels(eqdrc::site::kDrcInitChannels, channels, kDrcChannels);
     auto *st = eqdrc::zeroed<MultiBandDRCState>(1);
     st->bitDepth = bitDepth;
     st->sampleRate = sampleRate;
     st->channels = channels;
     st->link = link;
     eqdrc::BitDepthScale scale;
-    if (!eqdrc::scale_or_report("MultiBandDRC_Init", kBitDepthLine, bitDepth, &scale))
+    if (!eqdrc::scale_or_report(eqdrc::site::kDrcInitBitDepth, bitDepth, &scale))
         return nullptr;  // deliberate: the record is not freed on this path, and callers may rely on it
     st->log10FullScale = scale.log10FullScale;
     if (section == nullptr)
@@ -92,7 +78,7 @@ MultiBandDRCState *MultiBandDRCState::create(const float *section, int bitDepth,
         st->fill_crossover_param(block, count);
         st->crossover[c] = CrossoverState::create(sampleRate, 1, &st->crossoverParam);
     }
-    st->load_bands(section, "MultiBandDRC_Init", kInitCrossoverLine, kInitConsistencyLine);
+    st->load_bands(section, eqdrc::site::kDrcInitCrossover, eqdrc::site::kDrcInitCurve);
     st->build_tables();
     return st;
 }
@@ -128,8 +114,7 @@ void MultiBandDRCState::fill_crossover_param(const float *block, int count)
 // Band slots of every channel from their groups, in channel order: a channel with more
 // than four bands fills the next channel's first slots with its low group, and that
 // channel then overwrites them.
-void MultiBandDRCState::load_bands(const float *section, const char *function, int crossoverLine,
-                                   int consistencyLine)
+void MultiBandDRCState::load_bands(const float *section, eqdrc::LogSite crossoverSite, eqdrc::LogSite curveSite)
 {
     for (int c = 0; c < channels; c++) {
         const float *block = eqdrc::channel_block(section, c, link, eqdrc::kDrcBlockWords);
@@ -139,13 +124,13 @@ void MultiBandDRCState::load_bands(const float *section, const char *function, i
             if (b < kDrcSlotsPerChannel) {
                 offset = eqdrc::kDrcGroupOffset[b];
             } else {
-                eqdrc::log_line(function, crossoverLine, "%s", kCrossoverMessage);
+                eqdrc::log_line(crossoverSite, "%s", kCrossoverMessage);
                 offset = eqdrc::kDrcLowGroup;
             }
             const int slot = slot_of(c, b);
             load_slot(slot, block + offset);
             derive_slot(slot);
-            check_slot(slot, function, consistencyLine);
+            check_slot(slot, curveSite);
         }
     }
 }
@@ -180,10 +165,10 @@ eqdrc::CurveSettings MultiBandDRCState::curve_of(int slot) const
 }
 
 // A curve against the rule (its NaN-fails form) is reported and used as given.
-void MultiBandDRCState::check_slot(int slot, const char *function, int line) const
+void MultiBandDRCState::check_slot(int slot, eqdrc::LogSite site) const
 {
     if (!curve_of(slot).consistent_nan_fails())
-        eqdrc::log_line(function, line, "%s", kConsistencyMessage);
+        eqdrc::log_line(site, "%s", kConsistencyMessage);
 }
 
 void MultiBandDRCState::build_tables()
@@ -368,7 +353,7 @@ void MultiBandDRCState::set_para(const float *section)
             // stays inside it.
         }
     }
-    load_bands(section, "MultiBandDRC_SetPara", kSetParaCrossoverLine, kSetParaConsistencyLine);
+    load_bands(section, eqdrc::site::kDrcSetParaCrossover, eqdrc::site::kDrcSetParaCurve);
     build_tables();
 }
 
@@ -385,7 +370,7 @@ void MultiBandDRCState::get_para(float *section) const
             if (b < kDrcSlotsPerChannel) {
                 offset = kDrcGroupOffset[b];
             } else {
-                log_line("MultiBandDRC_GetPara", kGetParaCrossoverLine, "%s", kCrossoverMessage);
+                log_line(eqdrc::site::kDrcGetParaCrossover, "%s", kCrossoverMessage);
                 offset = kDrcLowGroup;
             }
             const int slot = slot_of(c, b);
@@ -406,14 +391,14 @@ void MultiBandDRCState::get_para(float *section) const
 
 int MultiBandDRCState::print_para() const
 {
-    eqdrc::PrintOut out("MultiBandDRC_PrintPara", kPrintTitleLine, "MultiBandDRC Param\n");
+    eqdrc::PrintOut out(eqdrc::site::kDrcPrintTitle, "MultiBandDRC Param\n");
     for (int c = 0; c < channels; c++) {
-        out.heading(kPrintChannelLine, eqdrc::kEquals, "channel", c);
+        out.heading(eqdrc::site::kDrcPrintChannel, eqdrc::kEquals, "channel", c);
         out.value("crossover_band", bandCount[c]);
         const int bands = bands_with_slots(c);
         for (int b = 0; b < bands; b++) {
             const int s = slot_of(c, b);
-            out.heading(kPrintBandLine, eqdrc::kDashes, "band", b);
+            out.heading(eqdrc::site::kDrcPrintBand, eqdrc::kDashes, "band", b);
             out.value("freq_start", freq_start[s]);
             out.value("freq_end", freq_end[s]);
             out.value("gain_dB", gain_dB[s]);
@@ -463,7 +448,7 @@ void MultiBandDRCState::adjust_band(int ch, int band, const eqdrc::DrcBandSettin
     // Only a warning: the band is written all the same (it may be a slot of the next
     // channel).
     if (!known_channel(ch) || band >= bandCount[ch])
-        eqdrc::log_line("MultiBandDRC_DRC_AdjustPara", kBandBoundLine, "i_band out of bound\n");
+        eqdrc::log_line(eqdrc::site::kDrcAdjustBand, "i_band out of bound\n");
     if (link) {
         for (int c = 0; c < channels; c++)
             retune_band(c, band, settings);
@@ -489,7 +474,7 @@ void MultiBandDRCState::retune_band(int c, int band, const eqdrc::DrcBandSetting
     release_time[slot] = eqdrc::to_int32(settings.releaseMs);
     hold_time[slot] = eqdrc::to_int32(settings.holdMs);
     derive_slot(slot);
-    check_slot(slot, "MultiBandDRC_DRC_AdjustPara", kAdjustConsistencyLine);
+    check_slot(slot, eqdrc::site::kDrcAdjustCurve);
     // Only a band the channel has owns a table; a slot reached past the band count
     // changes that slot's settings but no table.
     if (known_channel(c) && band >= 0 && band < bands_with_slots(c))

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "core/log_sites.h"
 #include "filters/crossover.h"
 #include "filters/gain_table.h"
 #include "filters/level_index.h"
@@ -111,11 +112,11 @@ struct MultiBandDRCState {
 private:
     int bands_with_slots(int c) const;
     void fill_crossover_param(const float *block, int count);
-    void load_bands(const float *section, const char *function, int crossoverLine, int consistencyLine);
+    void load_bands(const float *section, eqdrc::LogSite crossoverSite, eqdrc::LogSite curveSite);
     void load_slot(int slot, const float *group);
     void derive_slot(int slot);
     eqdrc::CurveSettings curve_of(int slot) const;
-    void check_slot(int slot, const char *function, int line) const;
+    void check_slot(int slot, eqdrc::LogSite site) const;
     void build_tables();
     void build_table(int c, int b);
     void process_lanes(int c, const float *in, float *out, int frameLen);

@@ -20,10 +20,6 @@
 
 namespace {
 
-constexpr int kBitRateWrongLine = 92;
-constexpr int kFrameTooLongLine = 119;
-constexpr int kPrintLine = 225;  // title; the parameter lines follow on 226..231
-
 constexpr float kMaxGainDb = 20.0f;  // the target gain never exceeds +20 dB
 constexpr double kNoLoudnessTolerance = 1e-8;
 constexpr double kPeakFloor = 1e-8;  // keeps the headroom finite on a silent frame
@@ -53,7 +49,7 @@ AutoGainState *AutoGainState::create(const float *section, int bits, int sampleR
     eqdrc::BitDepthScale scale;
     // Checked last, after the meter has printed the same message.  Deliberate: the
     // record is not freed on this path, and callers may rely on it.
-    if (!eqdrc::scale_or_report("AutoGain_Init", kBitRateWrongLine, bits, &scale))
+    if (!eqdrc::scale_or_report(eqdrc::site::kAutoGainInitBitDepth, bits, &scale))
         return nullptr;
     st->fullScale = scale.fullScale;
     return st;
@@ -92,7 +88,7 @@ bool blocks_of_four_safe(const float *const *in, const float *const *out, int n)
 void AutoGainState::process(const float *const *in, float *const *out, int n)
 {
     if (stepSamples < n) {
-        eqdrc::log_line("AutoGain_Process", kFrameTooLongLine, "frameLen is greater than steps! 0\n\n");
+        eqdrc::log_line(eqdrc::site::kAutoGainFrameTooLong, "frameLen is greater than steps! 0\n\n");
         eqdrc::fatal_exit();
     }
 
@@ -181,7 +177,7 @@ void AutoGainState::get_para(float *section) const
 
 int AutoGainState::print_para() const
 {
-    eqdrc::PrintOut out("AutoGain_PrintPara", kPrintLine, "AutoGain Param\n");
+    eqdrc::PrintOut out(eqdrc::site::kAutoGainPrintTitle, "AutoGain Param\n");
     out.value("target_i_dB", targetLufs);
     out.value("attack_time", attackMs);
     out.value("release_time", releaseMs);

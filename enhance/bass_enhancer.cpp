@@ -19,11 +19,6 @@
 
 namespace {
 
-constexpr int kTooManyChannelsLine = 139;
-constexpr int kBitRateWrongLine = 174;
-constexpr int kPrintTitleLine = 375;
-constexpr int kPrintChannelLine = 378;  // the six parameter lines follow on 379..384
-
 constexpr int kReservedConstantA = 10;
 constexpr int kReservedConstantB = 4;
 
@@ -60,7 +55,7 @@ BassEnhancerState *BassEnhancerState::create(const float *section, int bits, int
                                              int link)
 {
     // Per-channel values live in arrays of two: a third channel cannot be held.
-    eqdrc::require_channels("BassEnhancer_Init", kTooManyChannelsLine, channels, eqdrc::kBassMaxChannels);
+    eqdrc::require_channels(eqdrc::site::kBassInitChannels, channels, eqdrc::kBassMaxChannels);
     auto *st = eqdrc::zeroed<BassEnhancerState>(1);
     st->bits = bits;
     st->sampleRate = sampleRate;
@@ -68,7 +63,7 @@ BassEnhancerState *BassEnhancerState::create(const float *section, int bits, int
     st->link = link;
     st->read_section(section);
     eqdrc::BitDepthScale scale;
-    if (!eqdrc::scale_or_report("BassEnhancer_Init", kBitRateWrongLine, bits, &scale))
+    if (!eqdrc::scale_or_report(eqdrc::site::kBassInitBitDepth, bits, &scale))
         return nullptr;  // deliberate: the record is not freed on this path, and callers may rely on it
     st->fullScale = scale.fullScale;
     st->reservedConstants[0] = kReservedConstantA;
@@ -284,9 +279,9 @@ void BassEnhancerState::get_para(float *section) const
 
 int BassEnhancerState::print_para() const
 {
-    eqdrc::PrintOut out("BassEnhancer_PrintPara", kPrintTitleLine, "BassEnhancer Param\n");
+    eqdrc::PrintOut out(eqdrc::site::kBassPrintTitle, "BassEnhancer Param\n");
     for (int ch = 0; ch < channels; ch++) {
-        out.heading(kPrintChannelLine, eqdrc::kEquals, "channel", ch);
+        out.heading(eqdrc::site::kBassPrintChannel, eqdrc::kEquals, "channel", ch);
         out.value("amount_dB", amountDb[ch]);
         out.value("drive", drive[ch]);
         out.value("blend", blend[ch]);

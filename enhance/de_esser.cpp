@@ -18,11 +18,6 @@
 
 namespace {
 
-constexpr int kTooManyChannelsLine = 57;
-constexpr int kBitRateWrongLine = 86;
-constexpr int kPrintTitleLine = 270;
-constexpr int kPrintChannelLine = 274;  // f0 and threshold follow on 275 and 276
-
 constexpr float kReleaseMs = 200.0f;
 constexpr float kAttackMs = 100.0f;
 constexpr float kWidth = 1.0f;  // octaves for the band-pass, Q for the notch
@@ -54,7 +49,7 @@ DeEsserState *DeEsserState::create(const float *section, int bits, int sampleRat
                                    int link)
 {
     // Per-channel values live in arrays of two: a third channel cannot be held.
-    eqdrc::require_channels("DeEsser_Init", kTooManyChannelsLine, channels, eqdrc::kDeEsserMaxChannels);
+    eqdrc::require_channels(eqdrc::site::kDeEsserInitChannels, channels, eqdrc::kDeEsserMaxChannels);
     auto *st = eqdrc::zeroed<DeEsserState>(1);
     st->bits = bits;
     st->sampleRate = sampleRate;
@@ -62,7 +57,7 @@ DeEsserState *DeEsserState::create(const float *section, int bits, int sampleRat
     st->frameLen = frameLen;
     st->link = link;
     eqdrc::BitDepthScale scale;
-    if (!eqdrc::scale_or_report("DeEsser_Init", kBitRateWrongLine, bits, &scale))
+    if (!eqdrc::scale_or_report(eqdrc::site::kDeEsserInitBitDepth, bits, &scale))
         return nullptr;  // deliberate: the record is not freed on this path, and callers may rely on it
     st->log10FullScale = scale.log10FullScale;
     st->fullScale = scale.fullScale;
@@ -246,9 +241,9 @@ void DeEsserState::get_para(float *section) const
 
 int DeEsserState::print_para() const
 {
-    eqdrc::PrintOut out("DeEsser_PrintPara", kPrintTitleLine, "DeEsser Param\n");
+    eqdrc::PrintOut out(eqdrc::site::kDeEsserPrintTitle, "DeEsser Param\n");
     for (int ch = 0; ch < channels; ch++) {
-        out.heading(kPrintChannelLine, eqdrc::kDashes, "channel", ch);
+        out.heading(eqdrc::site::kDeEsserPrintChannel, eqdrc::kDashes, "channel", ch);
         out.value("f0", f0Hz[ch]);
         out.value("threshold", thresholdDb[ch]);
     }

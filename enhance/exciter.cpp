@@ -16,19 +16,10 @@
 #include "filters/designer.h"
 #include "filters/paired_cascade.h"
 
-namespace {
-
-constexpr int kTooManyChannelsLine = 37;
-constexpr int kBitRateWrongLine = 71;
-constexpr int kPrintTitleLine = 195;
-constexpr int kPrintChannelLine = 198;  // the four parameter lines follow on 199..202
-
-}  // namespace
-
 ExciterState *ExciterState::create(const float *section, int bits, int sampleRate, int channels, int link)
 {
     // Per-channel values live in arrays of two: a third channel cannot be held.
-    eqdrc::require_channels("Exciter_Init", kTooManyChannelsLine, channels, eqdrc::kExciterMaxChannels);
+    eqdrc::require_channels(eqdrc::site::kExciterInitChannels, channels, eqdrc::kExciterMaxChannels);
     auto *st = eqdrc::zeroed<ExciterState>(1);
     st->bits = bits;
     st->sampleRate = sampleRate;
@@ -36,7 +27,7 @@ ExciterState *ExciterState::create(const float *section, int bits, int sampleRat
     st->link = link;
     st->read_section(section);
     eqdrc::BitDepthScale scale;
-    if (!eqdrc::scale_or_report("Exciter_Init", kBitRateWrongLine, bits, &scale))
+    if (!eqdrc::scale_or_report(eqdrc::site::kExciterInitBitDepth, bits, &scale))
         return nullptr;  // deliberate: the record is not freed on this path, and callers may rely on it
     st->fullScale = scale.fullScale;
     // channels < 1 is accepted (and then does nothing): its filters are allocated empty.
@@ -183,9 +174,9 @@ void ExciterState::get_para(float *section) const
 
 int ExciterState::print_para() const
 {
-    eqdrc::PrintOut out("Exciter_PrintPara", kPrintTitleLine, "Exciter Param\n");
+    eqdrc::PrintOut out(eqdrc::site::kExciterPrintTitle, "Exciter Param\n");
     for (int ch = 0; ch < channels; ch++) {
-        out.heading(kPrintChannelLine, eqdrc::kEquals, "channel", ch);
+        out.heading(eqdrc::site::kExciterPrintChannel, eqdrc::kEquals, "channel", ch);
         out.value("even_harmonics", evenHarmonics[ch]);
         out.value("distortion_amount", distortionAmount[ch]);
         out.value("Cutoff", cutoffHz[ch]);

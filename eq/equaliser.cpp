@@ -23,12 +23,6 @@ using eqdrc::kEqBandWords;
 using eqdrc::kEqChannelWords;
 using eqdrc::zeroed;
 
-// Line numbers of the parameter print-out.
-constexpr int kPrintTitleLine = 262;
-constexpr int kPrintChannelLine = 266;
-constexpr int kPrintTypeLine = 270;
-constexpr int kPrintFcLine = 272;  // Q and boost follow on 273 and 274
-
 // One section over a whole buffer in place, its memories held in registers for the
 // buffer.  (b1*x - a1*y) + z2 is the order the tunings were verified with.
 void run_section(const float *c, float *z, float *buf, int n)
@@ -237,9 +231,9 @@ void EQ10State::get_data(float *const *inFrames, float *const *outFrames) const
 
 int EQ10State::print_para() const
 {
-    eqdrc::PrintOut out("EQ10_PrintPara", kPrintTitleLine, "EQ Param\n");
+    eqdrc::PrintOut out(eqdrc::site::kEqPrintTitle, "EQ Param\n");
     for (int c = 0; c < channels; c++) {
-        out.heading(kPrintChannelLine, eqdrc::kEquals, "channel", c);
+        out.heading(eqdrc::site::kEqPrintChannel, eqdrc::kEquals, "channel", c);
         for (int b = 0; b < kEqBands; b++) {
             const int i = kEqBands * c + b;
             // Only bands switched on with exactly 1 are listed, though other non-zero
@@ -247,10 +241,10 @@ int EQ10State::print_para() const
             if (enable[i] != 1)
                 continue;
             const char *label = eqdrc::filter_type_label(filterTypes[i]);
-            out.skip_to(kPrintTypeLine);
+            out.skip_to(eqdrc::site::kEqPrintType);
             if (label != nullptr)
                 out.text("filterTypes", label);
-            out.skip_to(kPrintFcLine);
+            out.skip_to(eqdrc::site::kEqPrintFc);
             out.value("fc", fc[i]);
             out.value("Q", Q[i]);
             out.value("boost", boost[i]);

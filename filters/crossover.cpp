@@ -12,8 +12,6 @@
 namespace eqdrc {
 namespace {
 
-constexpr int kParamAllocLine = 59;
-
 constexpr int32_t kDefaultBandMode = 0;
 constexpr float kDefaultCorners[kCrossoverCorners] = {250.0f, 3000.0f, 250.0f, 1000.0f, 1000.0f, 3000.0f};
 
@@ -117,7 +115,7 @@ CrossoverParam *new_default_param()
 {
     auto *param = static_cast<CrossoverParam *>(std::malloc(sizeof(CrossoverParam)));
     if (param == nullptr) {
-        log_line("Filters_Crossover_paramInit", kParamAllocLine, "CrossoverParam malloc error \n\n");
+        log_line(site::kCrossoverParamAlloc, "CrossoverParam malloc error \n\n");
         return nullptr;
     }
     crossover_default_param(param);

@@ -19,7 +19,6 @@ constexpr float kMinQ = 0.01f;
 constexpr float kMaxQ = 16.0f;
 constexpr float kMaxSlope = 2.0f;
 constexpr float kMaxOctaves = 11.0f;
-constexpr int kUnknownTypeLine = 147;
 
 float clamp_q(float q, float upper)
 {
@@ -149,7 +148,7 @@ void design_biquad(float c[5], int type, float fs, float fc, float q, float gain
     case kButterworthLP: design_butterworth(c, false, w0, gainDb); break;
     case kButterworthHP: design_butterworth(c, true, w0, gainDb); break;
     default:
-        log_line("filter_calculateCoeffs", kUnknownTypeLine, "ErrorXXX: You should choose a filter type!\n\n");
+        log_line(site::kDesignerUnknownType, "ErrorXXX: You should choose a filter type!\n\n");
         fatal_exit();
     }
 }

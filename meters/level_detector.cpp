@@ -19,9 +19,6 @@ namespace {
 
 using eqdrc::kLevelBands;
 
-constexpr int kBannerLine = 117;
-constexpr int kSetParaLine = 245;
-
 constexpr int kDefaultTimeMs = 200;  // rise and decay at creation
 // 20 log10 of 2^15, 2^24 and 2^32; every depth but 16 and 24 takes the last.
 constexpr float kFullScaleDb16 = 90.3087f;
@@ -45,7 +42,7 @@ void print_banner()
     int day = 0, year = 0;
     if (std::sscanf(kBuildDate, "%s %d %d", month, &day, &year) != 3)
         return;
-    eqdrc::log_line("LevelDetector_Init", kBannerLine, "TQ_LevelDetector-VERSION_1.0.0:[%d-%s-%d:%s]\n\n", year,
+    eqdrc::log_line(eqdrc::site::kLevelDetectorBanner, "TQ_LevelDetector-VERSION_1.0.0:[%d-%s-%d:%s]\n\n", year,
                     month, day, __TIME__);
 }
 
@@ -130,7 +127,7 @@ int LevelDetectorState::set_para(const float *bands, float rmstc, float hold_tim
     rms_coef = eqdrc::one_pole_coefficient(eqdrc::frame_decay_int_product(frameLen, sampleRate, rmstc));
     hold_len = eqdrc::to_int32(fs * hold_time / 1000.0f);
     decay_coef = eqdrc::one_pole_coefficient(eqdrc::frame_decay_int_product(frameLen, sampleRate, decay_time));
-    eqdrc::log_line("LevelDetector_SetPara", kSetParaLine, "rmstc is %f, hold_time is %f, decay_time %f\n",
+    eqdrc::log_line(eqdrc::site::kLevelDetectorSetPara, "rmstc is %f, hold_time is %f, decay_time %f\n",
                     static_cast<double>(rmstc), static_cast<double>(hold_time), static_cast<double>(decay_time));
 
     std::memset(hold_count, 0, kLevelBands * sizeof(int32_t));

@@ -44,7 +44,6 @@ static_assert(kLoudnessOffset == 0.691f, "loudness offset");
 constexpr float kChannelWeights[] = {1.0f, 1.0f, 1.0f, 1.41f, 1.41f};
 constexpr int kWeightedChannels = sizeof kChannelWeights / sizeof kChannelWeights[0];
 
-constexpr int kBitRateWrongLine = 144;
 constexpr int kSectionsPerChannel = 2;  // shelf, then high-pass
 constexpr int kCoeffsPerChannel = kSectionsPerChannel * eqdrc::kBiquadCoeffs;
 constexpr int kStatePerChannel = kSectionsPerChannel * eqdrc::kBiquadState;
@@ -92,7 +91,7 @@ Ebur128State *Ebur128State::create(int bits, int sampleRate, int channels, int w
     case 24: m->fullScaleDivisor = 8388608; break;
     case 32: m->fullScaleDivisor = INT32_MIN; break;
     default:
-        eqdrc::log_line("ebur128_init", kBitRateWrongLine, "bit_rate is wrong!\n");
+        eqdrc::log_line(eqdrc::site::kMeterInitBitDepth, "bit_rate is wrong!\n");
         return nullptr;  // deliberate: the record is not freed on this path, and callers may rely on it
     }
     m->sampleRate = sampleRate;
