@@ -81,7 +81,7 @@ AudioPostState *AudioPostState::create(const float *record, int frameLen)
     st->read_pre_gains(record);
 
     BitDepthScale scale;
-    if (!scale_or_report(site::kInitBitDepth, st->bit_rate, &scale))
+    if (!scale_or_report(site::kInitBitDepth, st->bitDepth, &scale))
         return nullptr;  // state and gain arrays are not freed, as above
     st->fullScale = scale.chainFullScale;
 
@@ -102,7 +102,7 @@ AudioPostState *AudioPostState::create(const float *record, int frameLen)
 void AudioPostState::read_header(const float *record)
 {
     sampleRate = to_int32(record[kWordSampleRate]);
-    bit_rate = to_int32(record[kWordBitDepth]);
+    bitDepth = to_int32(record[kWordBitDepth]);
     channelLink = to_int32(record[kWordChannelLink]);
     channels = to_int32(record[kWordChannels]);
     toolVersion = record[kWordToolVersion];
@@ -141,7 +141,7 @@ const float *AudioPostState::eq_section_from(const float *record)
 void AudioPostState::sync_stages(const float *record, int frames, bool dump)
 {
     const int ch = indexed_channels();
-    const int fs = sampleRate, bits = bit_rate, link = channelLink;
+    const int fs = sampleRate, bits = bitDepth, link = channelLink;
     sync_stage(
         enable[kStageAutoGain], autoGain, record + kSectionAutoGain, dump,
         [=](const float *s) { return AutoGain_Init(s, bits, fs, ch, frames); }, AutoGain_SetPara, AutoGain_PrintPara);
@@ -176,7 +176,7 @@ void AudioPostState::set_eq_section(const float *eqSection)
     if (eq10)
         EQ10_SetPara(eq10, eqSection);
     else
-        eq10 = EQ10_Init(eqSection, bit_rate, sampleRate, indexed_channels(), frameLen, channelLink);
+        eq10 = EQ10_Init(eqSection, bitDepth, sampleRate, indexed_channels(), frameLen, channelLink);
 }
 
 int AudioPostState::process(const int16_t *in, int16_t *out, int swFrmLen)
@@ -271,7 +271,7 @@ int AudioPostState::set_para(const float *record, int swFrmLen)
 int AudioPostState::get_para(float *record) const
 {
     record[kWordSampleRate] = static_cast<float>(sampleRate);
-    record[kWordBitDepth] = static_cast<float>(bit_rate);
+    record[kWordBitDepth] = static_cast<float>(bitDepth);
     record[kWordChannelLink] = static_cast<float>(channelLink);
     record[kWordChannels] = static_cast<float>(channels);
     record[kWordToolVersion] = toolVersion;

@@ -22,7 +22,7 @@ enum ChainStage : int {
 struct AudioPostState {
     int32_t frameLen;
     int32_t sampleRate;
-    int32_t bit_rate;
+    int32_t bitDepth;
     int32_t channelLink;
     int32_t channels;
     float toolVersion;

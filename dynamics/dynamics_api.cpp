@@ -53,10 +53,10 @@ void MultiBandDRC_DRC_AdjustPara(MultiBandDRCState *st, int ch, int band, int dr
                      release_time, hold_time});
 }
 
-MaximizerState *Maximizer_Init(const float *section, int bit_rate, int sampleRate, int channels, int frameLen,
+MaximizerState *Maximizer_Init(const float *section, int bitDepth, int sampleRate, int channels, int frameLen,
                                int channelLink)
 {
-    return MaximizerState::create(section, bit_rate, sampleRate, channels, frameLen, channelLink);
+    return MaximizerState::create(section, bitDepth, sampleRate, channels, frameLen, channelLink);
 }
 
 void Maximizer_Process(MaximizerState *state, float **in, float **out, int frameLen)

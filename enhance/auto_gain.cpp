@@ -32,24 +32,24 @@ float frame_coefficient(int32_t frameLen, int32_t sampleRate, float ms)
 
 }  // namespace
 
-AutoGainState *AutoGainState::create(const float *section, int bits, int sampleRate, int channels, int frameLen)
+AutoGainState *AutoGainState::create(const float *section, int bitDepth, int sampleRate, int channels, int frameLen)
 {
     auto *st = eqdrc::zeroed<AutoGainState>(1);
     st->sampleRate = sampleRate;
     st->channels = channels;
-    st->bits = bits;
+    st->bitDepth = bitDepth;
     st->frameLen = frameLen;
     st->read_section(section);
     st->compute_coefficients();
     st->stepSamples = eqdrc::ms_to_samples(st->stepMs, sampleRate);
-    st->meter = Ebur128State::create(bits, sampleRate, channels, st->windowMs, st->stepMs);
+    st->meter = Ebur128State::create(bitDepth, sampleRate, channels, st->windowMs, st->stepMs);
     st->currentGain = 1.0f;
     st->targetGain = 1.0f;
     st->smoothedLufs = 0.0f;
     eqdrc::BitDepthScale scale;
     // Checked last, after the meter has printed the same message.  Deliberate: the
     // record is not freed on this path, and callers may rely on it.
-    if (!eqdrc::scale_or_report(eqdrc::site::kAutoGainInitBitDepth, bits, &scale))
+    if (!eqdrc::scale_or_report(eqdrc::site::kAutoGainInitBitDepth, bitDepth, &scale))
         return nullptr;
     st->fullScale = scale.fullScale;
     return st;
@@ -160,7 +160,7 @@ void AutoGainState::set_para(const float *section)
     stepSamples = eqdrc::ms_to_samples(stepMs, sampleRate);
     if (meter != nullptr)
         meter->destroy();
-    meter = Ebur128State::create(bits, sampleRate, channels, windowMs, stepMs);
+    meter = Ebur128State::create(bitDepth, sampleRate, channels, windowMs, stepMs);
     currentGain = 1.0f;
     targetGain = 1.0f;
     // smoothedLufs is kept: the new meter's first read-out is smoothed against it.

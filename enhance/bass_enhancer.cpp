@@ -51,19 +51,19 @@ float BassEnhancerState::Cascade::run(int ch, float x)
     return eqdrc::biquad_step(c + eqdrc::kBiquadCoeffs, z + eqdrc::kBiquadState, y);
 }
 
-BassEnhancerState *BassEnhancerState::create(const float *section, int bits, int sampleRate, int channels,
+BassEnhancerState *BassEnhancerState::create(const float *section, int bitDepth, int sampleRate, int channels,
                                              int link)
 {
     // Per-channel values live in arrays of two: a third channel cannot be held.
     eqdrc::require_channels(eqdrc::site::kBassInitChannels, channels, eqdrc::kBassMaxChannels);
     auto *st = eqdrc::zeroed<BassEnhancerState>(1);
-    st->bits = bits;
+    st->bitDepth = bitDepth;
     st->sampleRate = sampleRate;
     st->channels = channels;
     st->link = link;
     st->read_section(section);
     eqdrc::BitDepthScale scale;
-    if (!eqdrc::scale_or_report(eqdrc::site::kBassInitBitDepth, bits, &scale))
+    if (!eqdrc::scale_or_report(eqdrc::site::kBassInitBitDepth, bitDepth, &scale))
         return nullptr;  // deliberate: the record is not freed on this path, and callers may rely on it
     st->fullScale = scale.fullScale;
     st->reservedConstants[0] = kReservedConstantA;

@@ -32,7 +32,7 @@ struct BassEnhancerState {
         float run(int ch, float x);
     };
 
-    int32_t bits;
+    int32_t bitDepth;
     int32_t sampleRate;
     int32_t channels;
     int32_t link;
@@ -56,7 +56,7 @@ struct BassEnhancerState {
     float fullScale;
 
     // More than two channels end the process; nullptr (state leaked) for a bad depth.
-    static BassEnhancerState *create(const float *section, int bits, int sampleRate, int channels, int link);
+    static BassEnhancerState *create(const float *section, int bitDepth, int sampleRate, int channels, int link);
     void process(const float *const *in, float *const *out, int frameLen);
     // Filters and DC blocker restart from rest.
     void set_para(const float *section);

@@ -45,19 +45,19 @@ float sum_in_order(float sum, const float *t, int n)
 
 }  // namespace
 
-DeEsserState *DeEsserState::create(const float *section, int bits, int sampleRate, int channels, int frameLen,
+DeEsserState *DeEsserState::create(const float *section, int bitDepth, int sampleRate, int channels, int frameLen,
                                    int link)
 {
     // Per-channel values live in arrays of two: a third channel cannot be held.
     eqdrc::require_channels(eqdrc::site::kDeEsserInitChannels, channels, eqdrc::kDeEsserMaxChannels);
     auto *st = eqdrc::zeroed<DeEsserState>(1);
-    st->bits = bits;
+    st->bitDepth = bitDepth;
     st->sampleRate = sampleRate;
     st->channels = channels;
     st->frameLen = frameLen;
     st->link = link;
     eqdrc::BitDepthScale scale;
-    if (!eqdrc::scale_or_report(eqdrc::site::kDeEsserInitBitDepth, bits, &scale))
+    if (!eqdrc::scale_or_report(eqdrc::site::kDeEsserInitBitDepth, bitDepth, &scale))
         return nullptr;  // deliberate: the record is not freed on this path, and callers may rely on it
     st->log10FullScale = scale.log10FullScale;
     st->fullScale = scale.fullScale;

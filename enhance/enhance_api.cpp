@@ -7,9 +7,9 @@
 
 extern "C" {
 
-AutoGainState *AutoGain_Init(const float *section, int bits, int sampleRate, int channels, int frameLen)
+AutoGainState *AutoGain_Init(const float *section, int bitDepth, int sampleRate, int channels, int frameLen)
 {
-    return AutoGainState::create(section, bits, sampleRate, channels, frameLen);
+    return AutoGainState::create(section, bitDepth, sampleRate, channels, frameLen);
 }
 
 void AutoGain_Process(AutoGainState *st, float **in, float **out, int frameLen)
@@ -34,9 +34,9 @@ int AutoGain_PrintPara(AutoGainState *st) { return st != nullptr ? st->print_par
 
 int AutoGain_Destroy(AutoGainState *st) { return eqdrc::destroy_handle(st); }
 
-BassEnhancerState *BassEnhancer_Init(const float *section, int bits, int sampleRate, int channels, int link)
+BassEnhancerState *BassEnhancer_Init(const float *section, int bitDepth, int sampleRate, int channels, int link)
 {
-    return BassEnhancerState::create(section, bits, sampleRate, channels, link);
+    return BassEnhancerState::create(section, bitDepth, sampleRate, channels, link);
 }
 
 void BassEnhancer_Process(BassEnhancerState *st, float **in, float **out, int frameLen)
@@ -61,9 +61,9 @@ int BassEnhancer_PrintPara(BassEnhancerState *st) { return st != nullptr ? st->p
 
 int BassEnhancer_Destroy(BassEnhancerState *st) { return eqdrc::destroy_handle(st); }
 
-ExciterState *Exciter_Init(const float *section, int bits, int sampleRate, int channels, int link)
+ExciterState *Exciter_Init(const float *section, int bitDepth, int sampleRate, int channels, int link)
 {
-    return ExciterState::create(section, bits, sampleRate, channels, link);
+    return ExciterState::create(section, bitDepth, sampleRate, channels, link);
 }
 
 void Exciter_Process(ExciterState *st, float **in, float **out, int frameLen)
@@ -88,9 +88,9 @@ int Exciter_PrintPara(ExciterState *st) { return st != nullptr ? st->print_para(
 
 int Exciter_Destroy(ExciterState *st) { return eqdrc::destroy_handle(st); }
 
-DeEsserState *DeEsser_Init(const float *section, int bits, int sampleRate, int channels, int frameLen, int link)
+DeEsserState *DeEsser_Init(const float *section, int bitDepth, int sampleRate, int channels, int frameLen, int link)
 {
-    return DeEsserState::create(section, bits, sampleRate, channels, frameLen, link);
+    return DeEsserState::create(section, bitDepth, sampleRate, channels, frameLen, link);
 }
 
 void DeEsser_Process(DeEsserState *st, float **in, float **out, int frameLen)

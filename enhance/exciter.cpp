@@ -16,18 +16,18 @@
 #include "filters/designer.h"
 #include "filters/paired_cascade.h"
 
-ExciterState *ExciterState::create(const float *section, int bits, int sampleRate, int channels, int link)
+ExciterState *ExciterState::create(const float *section, int bitDepth, int sampleRate, int channels, int link)
 {
     // Per-channel values live in arrays of two: a third channel cannot be held.
     eqdrc::require_channels(eqdrc::site::kExciterInitChannels, channels, eqdrc::kExciterMaxChannels);
     auto *st = eqdrc::zeroed<ExciterState>(1);
-    st->bits = bits;
+    st->bitDepth = bitDepth;
     st->sampleRate = sampleRate;
     st->channels = channels;
     st->link = link;
     st->read_section(section);
     eqdrc::BitDepthScale scale;
-    if (!eqdrc::scale_or_report(eqdrc::site::kExciterInitBitDepth, bits, &scale))
+    if (!eqdrc::scale_or_report(eqdrc::site::kExciterInitBitDepth, bitDepth, &scale))
         return nullptr;  // deliberate: the record is not freed on this path, and callers may rely on it
     st->fullScale = scale.fullScale;
     // channels < 1 is accepted (and then does nothing): its filters are allocated empty.

@@ -48,12 +48,12 @@ void print_banner()
 
 }  // namespace
 
-LevelDetectorState *LevelDetectorState::create(int bit_rate, int sampleRate, int channels, int frameLen)
+LevelDetectorState *LevelDetectorState::create(int bitDepth, int sampleRate, int channels, int frameLen)
 {
     auto *st = eqdrc::zeroed<LevelDetectorState>(1);
     st->sampleRate = sampleRate;
     st->channels = channels;
-    st->bit_rate = bit_rate;
+    st->bitDepth = bitDepth;
     st->frameLen = frameLen;
     st->ms_scale = 1.0f / (static_cast<float>(frameLen) + 1.0f);
     const float coef =
@@ -61,7 +61,7 @@ LevelDetectorState *LevelDetectorState::create(int bit_rate, int sampleRate, int
     st->rms_coef = coef;
     st->decay_coef = coef;
     st->hold_len = 0;
-    st->full_scale_db = bit_rate == 16 ? kFullScaleDb16 : bit_rate == 24 ? kFullScaleDb24 : kFullScaleDbOther;
+    st->full_scale_db = bitDepth == 16 ? kFullScaleDb16 : bitDepth == 24 ? kFullScaleDb24 : kFullScaleDbOther;
 
     st->hold_count = eqdrc::zeroed<int32_t>(kLevelBands);
     st->band_power = eqdrc::zeroed<float>(kLevelBands);

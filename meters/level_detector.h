@@ -18,7 +18,7 @@ constexpr int kLevelBandWords = 2 * kLevelBands;
 struct LevelDetectorState {
     int32_t sampleRate;
     int32_t channels;  // interleave stride
-    int32_t bit_rate;
+    int32_t bitDepth;
     int32_t frameLen;
     float ms_scale;  // 1 / (creation frameLen + 1), whatever length a call passes
     float rms_coef;
@@ -33,7 +33,7 @@ struct LevelDetectorState {
     float *band_coeffs;  // kLevelBands biquad records
     float *band_z;       // kLevelBands state pairs
 
-    static LevelDetectorState *create(int bit_rate, int sampleRate, int channels, int frameLen);
+    static LevelDetectorState *create(int bitDepth, int sampleRate, int channels, int frameLen);
     int process(const int16_t *pcm, int n);
     // Times in ms; a null band table keeps the bands.  Restarts the ballistics, keeps
     // the filter memories.

@@ -82,11 +82,11 @@ inline float weighted_energy(const float *c, float *z, float x)
 
 }  // namespace
 
-Ebur128State *Ebur128State::create(int bits, int sampleRate, int channels, int windowMs, int stepMs)
+Ebur128State *Ebur128State::create(int bitDepth, int sampleRate, int channels, int windowMs, int stepMs)
 {
     auto *m = eqdrc::zeroed<Ebur128State>(1);
-    m->bits = bits;
-    switch (bits) {
+    m->bitDepth = bitDepth;
+    switch (bitDepth) {
     case 16: m->fullScaleDivisor = 32768; break;
     case 24: m->fullScaleDivisor = 8388608; break;
     case 32: m->fullScaleDivisor = INT32_MIN; break;

@@ -25,7 +25,7 @@ inline int32_t ms_to_samples(int32_t ms, int32_t sampleRate)
 }  // namespace eqdrc
 
 struct Ebur128State {
-    int32_t bits;
+    int32_t bitDepth;
     int32_t fullScaleDivisor;  // 32-bit: INT32_MIN, its sign squares away
     int32_t sampleRate;
     int32_t channels;
@@ -46,7 +46,7 @@ struct Ebur128State {
     int32_t historyCount;
 
     // nullptr (after its message) for a bit depth other than 16, 24 or 32.
-    static Ebur128State *create(int bits, int sampleRate, int channels, int windowMs, int stepMs);
+    static Ebur128State *create(int bitDepth, int sampleRate, int channels, int windowMs, int stepMs);
     // Feeds one planar frame; evaluates at most one block.
     void add_frames(const float *const *in, int frameLen);
     // Gated loudness in LUFS of the stored blocks, or kNoLoudness.

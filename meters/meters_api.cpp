@@ -6,9 +6,9 @@
 
 extern "C" {
 
-Ebur128State *ebur128_init(int bits, int sampleRate, int channels, int windowMs, int stepMs)
+Ebur128State *ebur128_init(int bitDepth, int sampleRate, int channels, int windowMs, int stepMs)
 {
-    return Ebur128State::create(bits, sampleRate, channels, windowMs, stepMs);
+    return Ebur128State::create(bitDepth, sampleRate, channels, windowMs, stepMs);
 }
 
 int ebur128_addframes(Ebur128State *state, float **channels, int frameLen)
@@ -29,9 +29,9 @@ void ebur128_destroy(Ebur128State *state)
         state->destroy();
 }
 
-LevelDetectorState *LevelDetector_Init(int bit_rate, int sampleRate, int channels, int frameLen)
+LevelDetectorState *LevelDetector_Init(int bitDepth, int sampleRate, int channels, int frameLen)
 {
-    return LevelDetectorState::create(bit_rate, sampleRate, channels, frameLen);
+    return LevelDetectorState::create(bitDepth, sampleRate, channels, frameLen);
 }
 
 int LevelDetector_SetPara(LevelDetectorState *state, const float *bands, float rmstc, float hold_time,
