@@ -8,8 +8,6 @@
 
 #include "bench_util.h"
 #include "core/mathf.h"
-// The functions are hidden inside the shared library: build them in.
-#include "core/mathf.cpp"
 
 namespace {
 
