@@ -28,7 +28,7 @@ using eqdrc::kDrcSlotsPerChannel;
 constexpr const char *kCrossoverMessage = "There is something wrong with crossover, please check again\n\n";
 constexpr const char *kConsistencyMessage = "wrong param for MultiDRC, please check again\n\n";
 
-constexpr float kTableHeadroomDb = 4.0f;  // tables start this far below noise_threshold
+constexpr float kTableHeadroomDb = 4.0f;  // tables start this far below noiseThresholdDb
 constexpr float kTableTopDb = 0.0f;       // and end at full scale
 constexpr int kCrossoverModeOffset = 2;   // crossover band mode = band count - 2
 
@@ -138,30 +138,30 @@ void MultiBandDRCState::load_bands(const float *section, eqdrc::LogSite crossove
 void MultiBandDRCState::load_slot(int slot, const float *group)
 {
     using namespace eqdrc;
-    freq_start[slot] = group[kGroupFreqStart];
-    freq_end[slot] = group[kGroupFreqEnd];
-    gain_dB[slot] = group[kGroupGainDb];
-    drc_enable[slot] = to_int32(group[kGroupDrcEnable]);
-    compress_start[slot] = group[kGroupCompressStart];
-    expand_end[slot] = group[kGroupExpandEnd];
-    noise_threshold[slot] = group[kGroupNoiseThreshold];
-    max_gain[slot] = group[kGroupMaxGain];
-    max_peak[slot] = group[kGroupMaxPeak];
-    attack_time[slot] = to_int32(group[kGroupAttackMs]);
-    release_time[slot] = to_int32(group[kGroupReleaseMs]);
-    hold_time[slot] = to_int32(group[kGroupHoldMs]);
+    freqStartHz[slot] = group[kGroupFreqStart];
+    freqEndHz[slot] = group[kGroupFreqEnd];
+    gainDb[slot] = group[kGroupGainDb];
+    drcEnable[slot] = to_int32(group[kGroupDrcEnable]);
+    compressStartDb[slot] = group[kGroupCompressStart];
+    expandEndDb[slot] = group[kGroupExpandEnd];
+    noiseThresholdDb[slot] = group[kGroupNoiseThreshold];
+    maxGainDb[slot] = group[kGroupMaxGain];
+    maxPeakDb[slot] = group[kGroupMaxPeak];
+    attackMs[slot] = to_int32(group[kGroupAttackMs]);
+    releaseMs[slot] = to_int32(group[kGroupReleaseMs]);
+    holdMs[slot] = to_int32(group[kGroupHoldMs]);
 }
 
 void MultiBandDRCState::derive_slot(int slot)
 {
-    attackCoef[slot] = eqdrc::sample_decay(sampleRate, attack_time[slot]);
-    releaseCoef[slot] = eqdrc::sample_decay(sampleRate, release_time[slot]);
-    bandGain[slot] = eqdrc::mathf::powf(eqdrc::mathf::kTen, gain_dB[slot] / 20.0f);
+    attackCoef[slot] = eqdrc::sample_decay(sampleRate, attackMs[slot]);
+    releaseCoef[slot] = eqdrc::sample_decay(sampleRate, releaseMs[slot]);
+    bandGain[slot] = eqdrc::mathf::powf(eqdrc::mathf::kTen, gainDb[slot] / 20.0f);
 }
 
 eqdrc::CurveSettings MultiBandDRCState::curve_of(int slot) const
 {
-    return {compress_start[slot], expand_end[slot], noise_threshold[slot], max_gain[slot], max_peak[slot]};
+    return {compressStartDb[slot], expandEndDb[slot], noiseThresholdDb[slot], maxGainDb[slot], maxPeakDb[slot]};
 }
 
 // A curve against the rule (its NaN-fails form) is reported and used as given.
@@ -180,7 +180,7 @@ void MultiBandDRCState::build_tables()
     }
 }
 
-// Every band gets a table, dynamics on or not, from noise_threshold - 4 dB to 0 dBFS.
+// Every band gets a table, dynamics on or not, from noiseThresholdDb - 4 dB to 0 dBFS.
 void MultiBandDRCState::build_table(int c, int b)
 {
     const int slot = slot_of(c, b);
@@ -224,7 +224,7 @@ void MultiBandDRCState::process(const float *const *in, float *const *out, int f
                 // Make-up gain first: the detector sees the gained band.
                 const float x = buf[b] * bandGain[slot];
                 buf[b] = x;
-                if (drc_enable[slot] == 0)
+                if (drcEnable[slot] == 0)
                     continue;
                 const float e = eqdrc::follow_envelope(x, env[b], attackCoef[slot], releaseCoef[slot]);
                 const float level = band_level(e, log10FullScale);
@@ -268,7 +268,7 @@ void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int fr
         gain[b] = bandGain[slot];
         attack[b] = attackCoef[slot];
         release[b] = releaseCoef[slot];
-        on[b] = drc_enable[slot] != 0;
+        on[b] = drcEnable[slot] != 0;
     }
     const m32x4 bandLanes = eqdrc::mask(count >= 1, count >= 2, count >= 3, count >= 4);
     const m32x4 dynamic = eqdrc::mask(on[0], on[1], on[2], on[3]);
@@ -357,7 +357,7 @@ void MultiBandDRCState::set_para(const float *section)
     build_tables();
 }
 
-// gain_dB and drc_enable are not written back: the caller's words stay as they were.
+// gainDb and drcEnable are not written back: the caller's words stay as they were.
 void MultiBandDRCState::get_para(float *section) const
 {
     using namespace eqdrc;
@@ -375,16 +375,16 @@ void MultiBandDRCState::get_para(float *section) const
             }
             const int slot = slot_of(c, b);
             float *g = block + offset;
-            g[kGroupFreqStart] = freq_start[slot];
-            g[kGroupFreqEnd] = freq_end[slot];
-            g[kGroupCompressStart] = compress_start[slot];
-            g[kGroupExpandEnd] = expand_end[slot];
-            g[kGroupNoiseThreshold] = noise_threshold[slot];
-            g[kGroupMaxGain] = max_gain[slot];
-            g[kGroupMaxPeak] = max_peak[slot];
-            g[kGroupAttackMs] = static_cast<float>(attack_time[slot]);
-            g[kGroupReleaseMs] = static_cast<float>(release_time[slot]);
-            g[kGroupHoldMs] = static_cast<float>(hold_time[slot]);
+            g[kGroupFreqStart] = freqStartHz[slot];
+            g[kGroupFreqEnd] = freqEndHz[slot];
+            g[kGroupCompressStart] = compressStartDb[slot];
+            g[kGroupExpandEnd] = expandEndDb[slot];
+            g[kGroupNoiseThreshold] = noiseThresholdDb[slot];
+            g[kGroupMaxGain] = maxGainDb[slot];
+            g[kGroupMaxPeak] = maxPeakDb[slot];
+            g[kGroupAttackMs] = static_cast<float>(attackMs[slot]);
+            g[kGroupReleaseMs] = static_cast<float>(releaseMs[slot]);
+            g[kGroupHoldMs] = static_cast<float>(holdMs[slot]);
         }
     }
 }
@@ -399,18 +399,18 @@ int MultiBandDRCState::print_para() const
         for (int b = 0; b < bands; b++) {
             const int s = slot_of(c, b);
             out.heading(eqdrc::site::kDrcPrintBand, eqdrc::kDashes, "band", b);
-            out.value("freq_start", freq_start[s]);
-            out.value("freq_end", freq_end[s]);
-            out.value("gain_dB", gain_dB[s]);
-            out.value("drc_enable", drc_enable[s]);
-            out.value("compress_start", compress_start[s]);
-            out.value("expand_end", expand_end[s]);
-            out.value("noise_threshold", noise_threshold[s]);
-            out.value("max_gain", max_gain[s]);
-            out.value("max_peak", max_peak[s]);
-            out.value("attack_time", attack_time[s]);
-            out.value("release_time", release_time[s]);
-            out.value("hold_time", hold_time[s]);
+            out.value("freq_start", freqStartHz[s]);
+            out.value("freq_end", freqEndHz[s]);
+            out.value("gain_dB", gainDb[s]);
+            out.value("drc_enable", drcEnable[s]);
+            out.value("compress_start", compressStartDb[s]);
+            out.value("expand_end", expandEndDb[s]);
+            out.value("noise_threshold", noiseThresholdDb[s]);
+            out.value("max_gain", maxGainDb[s]);
+            out.value("max_peak", maxPeakDb[s]);
+            out.value("attack_time", attackMs[s]);
+            out.value("release_time", releaseMs[s]);
+            out.value("hold_time", holdMs[s]);
         }
     }
     return out.last();
@@ -430,15 +430,15 @@ void MultiBandDRCState::adjust_crossover(int ch, const float corners[eqdrc::kCro
         if (crossover[c] != nullptr)  // a channel never built has none
             crossover[c]->set_param(&crossoverParam);
         const int s = slot_of(c, 0);
-        freq_end[s] = corners[kCornerLowLp];
-        freq_start[s + 1] = corners[kCornerHighHp];
+        freqEndHz[s] = corners[kCornerLowLp];
+        freqStartHz[s + 1] = corners[kCornerHighHp];
         if (count > 2) {
-            freq_start[s + 2] = corners[kCornerBand2Hp];
-            freq_end[s + 2] = corners[kCornerBand2Lp];
+            freqStartHz[s + 2] = corners[kCornerBand2Hp];
+            freqEndHz[s + 2] = corners[kCornerBand2Lp];
         }
         if (count == 4) {
-            freq_start[s + 3] = corners[kCornerBand3Hp];
-            freq_end[s + 3] = corners[kCornerBand3Lp];
+            freqStartHz[s + 3] = corners[kCornerBand3Hp];
+            freqEndHz[s + 3] = corners[kCornerBand3Lp];
         }
     }
 }
@@ -463,16 +463,16 @@ void MultiBandDRCState::retune_band(int c, int band, const eqdrc::DrcBandSetting
     if (wideSlot < 0 || wideSlot >= kDrcSlots)
         return;  // no such slot: the write is dropped
     const int slot = static_cast<int>(wideSlot);
-    gain_dB[slot] = settings.gainDb;
-    drc_enable[slot] = settings.drcEnable;
-    compress_start[slot] = settings.curve.compressStartDb;
-    expand_end[slot] = settings.curve.expandEndDb;
-    noise_threshold[slot] = settings.curve.noiseThresholdDb;
-    max_gain[slot] = settings.curve.maxGainDb;
-    max_peak[slot] = settings.curve.maxPeakDb;
-    attack_time[slot] = eqdrc::to_int32(settings.attackMs);
-    release_time[slot] = eqdrc::to_int32(settings.releaseMs);
-    hold_time[slot] = eqdrc::to_int32(settings.holdMs);
+    gainDb[slot] = settings.gainDb;
+    drcEnable[slot] = settings.drcEnable;
+    compressStartDb[slot] = settings.curve.compressStartDb;
+    expandEndDb[slot] = settings.curve.expandEndDb;
+    noiseThresholdDb[slot] = settings.curve.noiseThresholdDb;
+    maxGainDb[slot] = settings.curve.maxGainDb;
+    maxPeakDb[slot] = settings.curve.maxPeakDb;
+    attackMs[slot] = eqdrc::to_int32(settings.attackMs);
+    releaseMs[slot] = eqdrc::to_int32(settings.releaseMs);
+    holdMs[slot] = eqdrc::to_int32(settings.holdMs);
     derive_slot(slot);
     check_slot(slot, eqdrc::site::kDrcAdjustCurve);
     // Only a band the channel has owns a table; a slot reached past the band count

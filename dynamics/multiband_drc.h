@@ -66,18 +66,18 @@ struct MultiBandDRCState {
     float bandScale[eqdrc::kDrcChannels];  // 1 / bandCount; kept for hosts, not used
 
     // Per slot.
-    float gain_dB[eqdrc::kDrcSlots];
-    int32_t drc_enable[eqdrc::kDrcSlots];
-    float freq_start[eqdrc::kDrcSlots];  // Hz
-    float freq_end[eqdrc::kDrcSlots];    // Hz
-    float compress_start[eqdrc::kDrcSlots];  // dB
-    float expand_end[eqdrc::kDrcSlots];
-    float noise_threshold[eqdrc::kDrcSlots];
-    float max_gain[eqdrc::kDrcSlots];
-    float max_peak[eqdrc::kDrcSlots];
-    int32_t attack_time[eqdrc::kDrcSlots];   // ms
-    int32_t release_time[eqdrc::kDrcSlots];  // ms
-    int32_t hold_time[eqdrc::kDrcSlots];     // ms; printed only
+    float gainDb[eqdrc::kDrcSlots];
+    int32_t drcEnable[eqdrc::kDrcSlots];
+    float freqStartHz[eqdrc::kDrcSlots];
+    float freqEndHz[eqdrc::kDrcSlots];
+    float compressStartDb[eqdrc::kDrcSlots];
+    float expandEndDb[eqdrc::kDrcSlots];
+    float noiseThresholdDb[eqdrc::kDrcSlots];
+    float maxGainDb[eqdrc::kDrcSlots];
+    float maxPeakDb[eqdrc::kDrcSlots];
+    int32_t attackMs[eqdrc::kDrcSlots];  // whole ms
+    int32_t releaseMs[eqdrc::kDrcSlots];
+    int32_t holdMs[eqdrc::kDrcSlots];  // printed only
     float attackCoef[eqdrc::kDrcSlots];
     float releaseCoef[eqdrc::kDrcSlots];
     float bandGain[eqdrc::kDrcSlots];  // linear make-up gain

@@ -55,23 +55,23 @@ LevelDetectorState *LevelDetectorState::create(int bitDepth, int sampleRate, int
     st->channels = channels;
     st->bitDepth = bitDepth;
     st->frameLen = frameLen;
-    st->ms_scale = 1.0f / (static_cast<float>(frameLen) + 1.0f);
+    st->msScale = 1.0f / (static_cast<float>(frameLen) + 1.0f);
     const float coef =
         eqdrc::one_pole_coefficient(eqdrc::frame_decay_int_denominator(frameLen, sampleRate, kDefaultTimeMs));
-    st->rms_coef = coef;
-    st->decay_coef = coef;
-    st->hold_len = 0;
-    st->full_scale_db = bitDepth == 16 ? kFullScaleDb16 : bitDepth == 24 ? kFullScaleDb24 : kFullScaleDbOther;
+    st->rmsCoef = coef;
+    st->decayCoef = coef;
+    st->holdSamples = 0;
+    st->fullScaleDb = bitDepth == 16 ? kFullScaleDb16 : bitDepth == 24 ? kFullScaleDb24 : kFullScaleDbOther;
 
-    st->hold_count = eqdrc::zeroed<int32_t>(kLevelBands);
-    st->band_power = eqdrc::zeroed<float>(kLevelBands);
-    st->band_level = eqdrc::zeroed<float>(kLevelBands);
-    st->band_freq = eqdrc::zeroed<float>(kLevelBands);
-    st->band_q = eqdrc::zeroed<float>(kLevelBands);
-    st->band_coeffs = eqdrc::zeroed<float>(kLevelBands * eqdrc::kBiquadCoeffs);
-    st->band_z = eqdrc::zeroed<float>(kLevelBands * eqdrc::kBiquadState);
-    std::memcpy(st->band_freq, kDefaultFreq, sizeof kDefaultFreq);
-    std::memcpy(st->band_q, kDefaultQ, sizeof kDefaultQ);
+    st->holdCounter = eqdrc::zeroed<int32_t>(kLevelBands);
+    st->bandPower = eqdrc::zeroed<float>(kLevelBands);
+    st->bandLevelDb = eqdrc::zeroed<float>(kLevelBands);
+    st->bandFreqHz = eqdrc::zeroed<float>(kLevelBands);
+    st->bandQ = eqdrc::zeroed<float>(kLevelBands);
+    st->bandCoeffs = eqdrc::zeroed<float>(kLevelBands * eqdrc::kBiquadCoeffs);
+    st->bandState = eqdrc::zeroed<float>(kLevelBands * eqdrc::kBiquadState);
+    std::memcpy(st->bandFreqHz, kDefaultFreq, sizeof kDefaultFreq);
+    std::memcpy(st->bandQ, kDefaultQ, sizeof kDefaultQ);
     st->design_bands();
 
     print_banner();
@@ -81,8 +81,8 @@ LevelDetectorState *LevelDetectorState::create(int bitDepth, int sampleRate, int
 void LevelDetectorState::design_bands()
 {
     for (int b = 0; b < kLevelBands; b++)
-        eqdrc::design_biquad(band_coeffs + b * eqdrc::kBiquadCoeffs, kBandType[b], static_cast<float>(sampleRate),
-                             band_freq[b], band_q[b], 0.0f);
+        eqdrc::design_biquad(bandCoeffs + b * eqdrc::kBiquadCoeffs, kBandType[b], static_cast<float>(sampleRate),
+                             bandFreqHz[b], bandQ[b], 0.0f);
 }
 
 int LevelDetectorState::process(const int16_t *pcm, int n)
@@ -96,27 +96,27 @@ int LevelDetectorState::process(const int16_t *pcm, int n)
         // The shared section's sums differ from -(y a1) + x b1 + z2 only in operand
         // order, which IEEE addition does not see.
         for (int b = 0; b < kLevelBands; b++) {
-            const float y = eqdrc::biquad_step(band_coeffs + b * eqdrc::kBiquadCoeffs,
-                                               band_z + b * eqdrc::kBiquadState, x);
+            const float y = eqdrc::biquad_step(bandCoeffs + b * eqdrc::kBiquadCoeffs,
+                                               bandState + b * eqdrc::kBiquadState, x);
             sums[b] = sums[b] + y * y;
         }
     }
 
     for (int b = 0; b < kLevelBands; b++) {
         // Mean power with the creation divisor, whatever n is.
-        const float p = sums[b] * ms_scale;
-        if (p > band_power[b]) {
-            band_power[b] = p * rms_coef + (1.0f - rms_coef) * band_power[b];
-            const int32_t held = eqdrc::wrapping_add(hold_count[b], n);
-            hold_count[b] = held < hold_len ? held : hold_len;
+        const float p = sums[b] * msScale;
+        if (p > bandPower[b]) {
+            bandPower[b] = p * rmsCoef + (1.0f - rmsCoef) * bandPower[b];
+            const int32_t held = eqdrc::wrapping_add(holdCounter[b], n);
+            holdCounter[b] = held < holdSamples ? held : holdSamples;
         } else {
-            hold_count[b] = eqdrc::wrapping_sub(hold_count[b], n);
-            if (hold_count[b] <= 0)
-                band_power[b] = p * decay_coef + (1.0f - decay_coef) * band_power[b];
-            if (hold_count[b] < 0)
-                hold_count[b] = 0;
+            holdCounter[b] = eqdrc::wrapping_sub(holdCounter[b], n);
+            if (holdCounter[b] <= 0)
+                bandPower[b] = p * decayCoef + (1.0f - decayCoef) * bandPower[b];
+            if (holdCounter[b] < 0)
+                holdCounter[b] = 0;
         }
-        band_level[b] = eqdrc::mathf::log10f(band_power[b] + 1.0f) * 10.0f - full_scale_db;
+        bandLevelDb[b] = eqdrc::mathf::log10f(bandPower[b] + 1.0f) * 10.0f - fullScaleDb;
     }
     return n;
 }
@@ -124,18 +124,18 @@ int LevelDetectorState::process(const int16_t *pcm, int n)
 int LevelDetectorState::set_para(const float *bands, float rmstc, float hold_time, float decay_time)
 {
     const float fs = static_cast<float>(sampleRate);
-    rms_coef = eqdrc::one_pole_coefficient(eqdrc::frame_decay_int_product(frameLen, sampleRate, rmstc));
-    hold_len = eqdrc::to_int32(fs * hold_time / 1000.0f);
-    decay_coef = eqdrc::one_pole_coefficient(eqdrc::frame_decay_int_product(frameLen, sampleRate, decay_time));
+    rmsCoef = eqdrc::one_pole_coefficient(eqdrc::frame_decay_int_product(frameLen, sampleRate, rmstc));
+    holdSamples = eqdrc::to_int32(fs * hold_time / 1000.0f);
+    decayCoef = eqdrc::one_pole_coefficient(eqdrc::frame_decay_int_product(frameLen, sampleRate, decay_time));
     eqdrc::log_line(eqdrc::site::kLevelDetectorSetPara, "rmstc is %f, hold_time is %f, decay_time %f\n",
                     static_cast<double>(rmstc), static_cast<double>(hold_time), static_cast<double>(decay_time));
 
-    std::memset(hold_count, 0, kLevelBands * sizeof(int32_t));
-    std::memset(band_power, 0, kLevelBands * sizeof(float));
+    std::memset(holdCounter, 0, kLevelBands * sizeof(int32_t));
+    std::memset(bandPower, 0, kLevelBands * sizeof(float));
     if (bands != nullptr) {
         for (int b = 0; b < kLevelBands; b++) {
-            band_freq[b] = bands[2 * b];
-            band_q[b] = bands[2 * b + 1];
+            bandFreqHz[b] = bands[2 * b];
+            bandQ[b] = bands[2 * b + 1];
         }
         design_bands();
     }
@@ -146,20 +146,20 @@ int LevelDetectorState::get_result(LevelDetectorResult *out) const
 {
     // Truncated toward zero, then the low 16 bits.
     for (int b = 0; b < kLevelBands; b++) {
-        out->freq[b] = static_cast<int16_t>(static_cast<uint16_t>(eqdrc::to_int32(band_freq[b])));
-        out->level[b] = static_cast<int16_t>(static_cast<uint16_t>(eqdrc::to_int32(band_level[b])));
+        out->freq[b] = static_cast<int16_t>(static_cast<uint16_t>(eqdrc::to_int32(bandFreqHz[b])));
+        out->level[b] = static_cast<int16_t>(static_cast<uint16_t>(eqdrc::to_int32(bandLevelDb[b])));
     }
     return frameLen;
 }
 
 void LevelDetectorState::destroy()
 {
-    std::free(hold_count);
-    std::free(band_power);
-    std::free(band_level);
-    std::free(band_freq);
-    std::free(band_q);
-    std::free(band_coeffs);
-    std::free(band_z);
+    std::free(holdCounter);
+    std::free(bandPower);
+    std::free(bandLevelDb);
+    std::free(bandFreqHz);
+    std::free(bandQ);
+    std::free(bandCoeffs);
+    std::free(bandState);
     std::free(this);
 }

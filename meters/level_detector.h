@@ -20,18 +20,18 @@ struct LevelDetectorState {
     int32_t channels;  // interleave stride
     int32_t bitDepth;
     int32_t frameLen;
-    float ms_scale;  // 1 / (creation frameLen + 1), whatever length a call passes
-    float rms_coef;
-    float decay_coef;
-    int32_t hold_len;  // samples
-    float full_scale_db;
-    int32_t *hold_count;
-    float *band_power;
-    float *band_level;  // dB re full scale
-    float *band_freq;   // Hz
-    float *band_q;
-    float *band_coeffs;  // kLevelBands biquad records
-    float *band_z;       // kLevelBands state pairs
+    float msScale;  // 1 / (creation frameLen + 1), whatever length a call passes
+    float rmsCoef;
+    float decayCoef;
+    int32_t holdSamples;  // samples
+    float fullScaleDb;
+    int32_t *holdCounter;
+    float *bandPower;
+    float *bandLevelDb;  // dB re full scale
+    float *bandFreqHz;   // Hz
+    float *bandQ;
+    float *bandCoeffs;  // kLevelBands biquad records
+    float *bandState;       // kLevelBands state pairs
 
     static LevelDetectorState *create(int bitDepth, int sampleRate, int channels, int frameLen);
     int process(const int16_t *pcm, int n);
