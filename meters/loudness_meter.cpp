@@ -82,7 +82,7 @@ inline float weighted_energy(const float *c, float *z, float x)
 
 }  // namespace
 
-Ebur128State *Ebur128State::create(int bitDepth, int sampleRate, int channels, int windowMs, int stepMs)
+Ebur128State *eqdrc::LoudnessMeter::create(int bitDepth, int sampleRate, int channels, int windowMs, int stepMs)
 {
     auto *m = eqdrc::zeroed<Ebur128State>(1);
     m->bitDepth = bitDepth;
@@ -122,7 +122,7 @@ Ebur128State *Ebur128State::create(int bitDepth, int sampleRate, int channels, i
 
 // channels x window samples.  A window of zero or fewer samples gives a ring without
 // slots, which is then neither read nor written (rather than indexed past its end).
-int32_t Ebur128State::ring_size() const
+int32_t eqdrc::LoudnessMeter::ring_size() const
 {
     if (channels <= 0 || windowSamples <= 0)
         return 0;
@@ -130,7 +130,7 @@ int32_t Ebur128State::ring_size() const
     return n > 0 ? n : 0;
 }
 
-void Ebur128State::add_frames(const float *const *in, int frameLen)
+void eqdrc::LoudnessMeter::add_frames(const float *const *in, int frameLen)
 {
     const int32_t ringSize = ring_size();
     // Channel 1's slots follow channel 0's: with room for both in the ring, neither
@@ -151,7 +151,7 @@ void Ebur128State::add_frames(const float *const *in, int frameLen)
 
 // Both channels' shelf and high-pass in lanes, a chunk at a time; then each channel's
 // energies enter its sum and its slots exactly as below.
-void Ebur128State::add_stereo_frames(const float *const *in, int frameLen)
+void eqdrc::LoudnessMeter::add_stereo_frames(const float *const *in, int frameLen)
 {
     constexpr int kChunk = 256;
     float scaled[2][kChunk], weighted[2][kChunk];
@@ -208,7 +208,7 @@ void Ebur128State::add_stereo_frames(const float *const *in, int frameLen)
     ringIndex = slot[1];
 }
 
-void Ebur128State::add_frames_by_channel(const float *const *in, int frameLen)
+void eqdrc::LoudnessMeter::add_frames_by_channel(const float *const *in, int frameLen)
 {
     const float divisor = static_cast<float>(fullScaleDivisor);
     const int32_t ringSize = ring_size();
@@ -236,7 +236,7 @@ void Ebur128State::add_frames_by_channel(const float *const *in, int frameLen)
     }
 }
 
-void Ebur128State::evaluate_block()
+void eqdrc::LoudnessMeter::evaluate_block()
 {
     float total = 0.0f;
     for (int ch = 0; ch < channels; ch++)
@@ -251,7 +251,7 @@ void Ebur128State::evaluate_block()
         historyCount++;
 }
 
-float Ebur128State::gated_loudness() const
+float eqdrc::LoudnessMeter::gated_loudness() const
 {
     const int32_t n = historyCount;
     if (n < 1)
@@ -274,7 +274,7 @@ float Ebur128State::gated_loudness() const
     return 10.0f * (eqdrc::mathf::logf(gated / static_cast<float>(count)) / kLn10) - kLoudnessOffset;
 }
 
-void Ebur128State::destroy()
+void eqdrc::LoudnessMeter::destroy()
 {
     std::free(energyRing);
     std::free(channelSums);

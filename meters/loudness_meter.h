@@ -22,9 +22,9 @@ inline int32_t ms_to_samples(int32_t ms, int32_t sampleRate)
     return wrapping_mul(ms, sampleRate) / 1000;
 }
 
-}  // namespace eqdrc
-
-struct Ebur128State {
+// The K-weighted loudness meter (the ebur128_ functions' state): a sliding energy window
+// of K-weighted samples, evaluated every step into a history of gated blocks.
+struct LoudnessMeter {
     int32_t bitDepth;
     int32_t fullScaleDivisor;  // 32-bit: INT32_MIN, its sign squares away
     int32_t sampleRate;
@@ -59,5 +59,10 @@ private:
     void add_frames_by_channel(const float *const *in, int frameLen);
     void evaluate_block();
 };
+
+}  // namespace eqdrc
+
+// The C interface's handle for a meter.
+struct Ebur128State : eqdrc::LoudnessMeter {};
 
 #endif
