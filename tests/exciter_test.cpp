@@ -95,17 +95,6 @@ TEST(ExciterMix, UndrivenSmallSignalIsTheInputHighPassedTwiceTimesOneAndAHalf)
     Exciter_Destroy(st);
 }
 
-TEST(ExciterMix, DriveGainIsTenToTwiceTheAmount)
-{
-    for (const auto &c : {std::pair<float, float>{0.0f, 1.0f}, {0.5f, 10.0f}, {1.0f, 100.0f}}) {
-        const Section sec{0.0f, c.first, 3000.0f, 0.5f};
-        ExciterState *st = Exciter_Init(sec.w, 16, kFs, 1, 0);
-        EXPECT_FLOAT_EQ(st->driveGain[0], c.second);
-        EXPECT_FLOAT_EQ(st->inverseDriveGain[0], 1.0f / c.second);
-        Exciter_Destroy(st);
-    }
-}
-
 TEST(ExciterClipper, BoundariesAndNaN)
 {
     EXPECT_EQ(ExciterState::soft_clip(1.0f), 1.0f);  // cubic branch, lands exactly on 1
