@@ -196,20 +196,4 @@ TEST(DeEsserRetune, ReadBackTouchesOnlyWordsFiveAndSix)
 
 // ---------------------------------------------------------------------------------
 
-TEST(DeEsserMisuse, NoChannelsDoNothing)
-{
-    const Section sec{kF0, -30.0f, -30.0f};
-    DeEsserState *st = DeEsser_Init(sec.w, 16, kFs, 0, kFrame, 0);
-    EXPECT_GT(st->attackCoef, 0.0f);
-    EXPECT_EQ(st->gain[0], 0.0f);
-    std::vector<float> back(10, 99.0f);
-    DeEsser_GetPara(st, back.data());
-    DeEsser_SetPara(st, sec.w);
-    EXPECT_EQ(back, std::vector<float>(10, 99.0f));
-    Planar buf(2, kFrame, 1000.0f);
-    DeEsser_Process(st, buf.ptrs(), buf.ptrs(), kFrame);
-    EXPECT_EQ(buf.data[0], std::vector<float>(kFrame, 1000.0f));
-    DeEsser_Destroy(st);
-}
-
 }  // namespace

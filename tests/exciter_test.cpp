@@ -162,22 +162,4 @@ TEST(ExciterRetune, LinkedReadBackWritesBothBlocksAndLeavesTheSpareWords)
 
 // ---------------------------------------------------------------------------------
 
-TEST(ExciterMisuse, NoChannelsOrEmptyFramesDoNothing)
-{
-    ExciterState *none = Exciter_Init(kReference.w, 16, kFs, 0, 0);
-    std::vector<float> back(10, 99.0f);
-    Exciter_GetPara(none, back.data());
-    EXPECT_EQ(back, std::vector<float>(10, 99.0f));
-    Planar buf(2, kFrame, 1000.0f);
-    Exciter_Process(none, buf.ptrs(), buf.ptrs(), kFrame);
-    Exciter_SetPara(none, kReference.w);
-    Exciter_Destroy(none);
-
-    ExciterState *st = Exciter_Init(kReference.w, 16, kFs, 2, 0);
-    Exciter_Process(st, buf.ptrs(), buf.ptrs(), 0);
-    Exciter_Process(st, buf.ptrs(), buf.ptrs(), -1);
-    EXPECT_EQ(buf.data[1], std::vector<float>(kFrame, 1000.0f));
-    Exciter_Destroy(st);
-}
-
 }  // namespace

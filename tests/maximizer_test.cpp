@@ -350,21 +350,6 @@ TEST(MaximizerPrint, OneChannelDefaults)
 
 // ---------------------------------------------------------------------------------
 
-TEST(MaximizerMisuse, NoChannelsBuildsAnEmptyRecord)
-{
-    MaximizerState *st = Maximizer_Init(nullptr, 16, kFs, 0, kFrame, 0);
-    ASSERT_NE(st, nullptr);
-    Agc_Process(st, nullptr, nullptr, kFrame);
-    Maximizer_Process(st, nullptr, nullptr, kFrame);
-    Maximizer_AdjustPara(st, 0, -5.0f, -1.0f, 10.0f);  // the arrays' own entry, no table
-    std::vector<float> back(144, 5.0f);
-    Maximizer_GetPara(st, back.data());
-    EXPECT_EQ(back, std::vector<float>(144, 5.0f));
-    const std::string err = eqdrc_test::capture_stderr([&] { Maximizer_PrintPara(st); });
-    EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 4);
-    EXPECT_EQ(Maximizer_Destroy(st), 0);
-}
-
 // Non-finite and absurd levels read the tables' end entries, never past them.
 TEST(MaximizerMisuse, NonFiniteSamplesStayInsideTheTables)
 {
