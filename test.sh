@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds and tests everything.  The first four variants must agree bit for bit:
+# Builds and tests everything.  The first four variants and scalar must agree bit for bit:
 #   release  -O2 build: unit tests, conformance vectors, and a C host built against an
 #            installed copy (through pkg-config and through find_package);
 #   debug    -O0 build: unit tests and conformance vectors;
