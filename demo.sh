@@ -26,7 +26,7 @@ cmake --build build -j"$(nproc)" --target quorvel_enh >/dev/null
 mkdir -p build/demo
 if [ -z "$in" ]; then
     in=build/demo/in.raw
-    [ -f "$in" ] || python3 tools/make_pcm.py "$in" 8
+    [ -f "$in" ] || python3 scripts/make_pcm.py "$in" 8
 fi
 build/quorvel_enh "$in" build/demo/out.raw tunings/reference.bin tunings/reference.bin build/demo/readback.bin 0
 # The test program writes whole 768-sample frames only and exits 0 regardless.

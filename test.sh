@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds and tests everything.  The first four variants must agree bit for bit:
+# Builds and tests everything.  The first four variants and scalar must agree bit for bit:
 #   release  -O2 build: unit tests, conformance vectors, and a C host built against an
 #            installed copy (through pkg-config and through find_package);
 #   debug    -O0 build: unit tests and conformance vectors;
@@ -8,8 +8,10 @@
 #            conformance vectors under qemu-user;
 #   armhf    32-bit ARM hard-float cross build (scalar lanes): unit tests and conformance
 #            vectors under qemu-user (not in the default list; about 5 minutes);
+#   scalar   -O2 build with the four-lane code as scalar lanes (EQDRC_SCALAR_LANES): unit
+#            tests and conformance vectors, the same bits as the vector form;
 #   fuzz     every libFuzzer target for 45 s (ASan+UBSan), failing on any finding;
-#   valgrind memcheck of quorvel_enh, only the required leaks suppressed (needs release);
+#   valgrind memcheck of quorvel_enh, only the deliberate leaks suppressed (needs release);
 #   python   the Python package's tests (python/tests) against build/;
 #   studio   WebAssembly build (studio/build.sh): conformance vectors under node, and the
 #            tuning studio in headless chromium against eqdrc (studio/tests/run.sh);
@@ -20,7 +22,7 @@
 #   mathf    our maths functions against this machine's libm on all 2^32 arguments
 #            (x86-64 glibc 2.36 only, about 5 minutes; not in the default list).
 # The conformance families checked are those listed in .ci/conformance-families.
-#   ./test.sh [VARIANT ...]      (default: release debug asan aarch64 fuzz valgrind python studio alsa tsan)
+#   ./test.sh [VARIANT ...]      (default: release debug asan aarch64 scalar fuzz valgrind python studio alsa tsan)
 set -euo pipefail
 cd "$(dirname "$0")"
 tools/ensure-deps.sh --with-cross
@@ -109,14 +111,21 @@ variant_armhf() {
     echo "(build-armhf: conformance in $((SECONDS - t0)) s)"
 }
 
+variant_scalar() {
+    echo "== scalar (lanes as plain arrays, -O2)"
+    build_and_test build-scalar -DCMAKE_BUILD_TYPE=Release -DEQDRC_SCALAR_LANES=ON -DEQDRC_BUILD_BENCH=OFF \
+        -DEQDRC_BUILD_TOOLS=OFF
+    conformance build-scalar
+}
+
 variant_fuzz() {
     echo "== fuzz (libFuzzer with ASan+UBSan, 45 s per target)"
-    tools/fuzz.sh 45
+    scripts/fuzz.sh 45
 }
 
 variant_valgrind() {
-    echo "== valgrind (memcheck of quorvel_enh; only the required leaks suppressed)"
-    tools/valgrind-check.sh build
+    echo "== valgrind (memcheck of quorvel_enh; only the deliberate leaks suppressed)"
+    scripts/valgrind-check.sh build
 }
 
 variant_alsa() {
@@ -136,7 +145,7 @@ variant_tsan() {
 
 variant_mathf() {
     echo "== mathf (our maths functions against this machine's libm, all 2^32 arguments)"
-    TIMEOUT=1800 tools/check-mathf.sh
+    TIMEOUT=1800 scripts/check-mathf.sh
 }
 
 variant_studio() {
@@ -167,7 +176,7 @@ variant_python() {
 }
 
 variants=("$@")
-[ ${#variants[@]} -gt 0 ] || variants=(release debug asan aarch64 fuzz valgrind python studio alsa tsan)
+[ ${#variants[@]} -gt 0 ] || variants=(release debug asan aarch64 scalar fuzz valgrind python studio alsa tsan)
 for v in "${variants[@]}"; do
     t0=$SECONDS
     "variant_$v"

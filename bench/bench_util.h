@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "chain/record.h"
+#include "core/record.h"
 
 namespace eqdrc_bench {
 

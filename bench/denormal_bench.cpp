@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "bench_util.h"
-#include "chain/record.h"
+#include "core/record.h"
 #include "tqaudio_eqdrc.h"
 
 #if defined(__SSE__)

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "bench_util.h"
-#include "chain/record.h"
+#include "core/record.h"
 #include "tqaudio_eqdrc.h"
 
 namespace {

@@ -7,9 +7,7 @@
 #include <vector>
 
 #include "bench_util.h"
-#include "chain/mathf.h"
-// The functions are hidden inside the shared library: build them in.
-#include "chain/mathf.cpp"
+#include "core/mathf.h"
 
 namespace {
 

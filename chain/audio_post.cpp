@@ -6,13 +6,13 @@
 #include <cstring>
 #include <strings.h>
 
-#include "chain/alloc.h"
-#include "chain/log.h"
-#include "chain/mathf.h"
-#include "chain/numeric.h"
-#include "chain/record.h"
-#include "chain/scale.h"
-#include "chain/stage_setup.h"
+#include "core/alloc.h"
+#include "core/log.h"
+#include "core/mathf.h"
+#include "core/numeric.h"
+#include "core/record.h"
+#include "core/scale.h"
+#include "core/stage_setup.h"
 #include "eq/equaliser.h"
 
 using namespace eqdrc;
@@ -24,23 +24,15 @@ constexpr int kEqRecordWords = kRecordWords - kSectionEq10;
 
 constexpr const char *kDumpVariable = "TQAUDIO_EQDRC_DUMP_CONF";
 
-// Log line numbers hosts and tests know these messages by.
-constexpr int kLineParamVersion = 130;
-constexpr int kLineInitVersion = 121;
-constexpr int kLineInitBitRate = 162;
-constexpr int kLineProcessFrameLen = 324;
-constexpr int kLineSetParaFrameLen = 402;
-constexpr int kLineSetParaVersion = 414;
 
 bool version_rejected(float word)
 {
     return std::fabs(static_cast<double>(word) - static_cast<double>(kToolVersion)) > kToolVersionTolerance;
 }
 
-void print_version_error(const char *function, int line, float word)
+void print_version_error(LogSite site, float word)
 {
-    log_line(function, line, "%s - The Version(%.f) of Tuning Tool is Wrong, you should use version %.2f!\n",
-             function, static_cast<double>(word), static_cast<double>(kToolVersion));
+    log_line(site, "%s - The Version(%.f) of Tuning Tool is Wrong, you should use version %.2f!\n", site.function, static_cast<double>(word), static_cast<double>(kToolVersion));
 }
 
 bool dump_requested()
@@ -75,10 +67,10 @@ AudioPostState *AudioPostState::create(const float *record, int frameLen)
     st->read_header(record);
 
     if (version_rejected(st->toolVersion)) {
-        print_version_error("AudioPost_Init", kLineInitVersion, st->toolVersion);
-        return nullptr;  // the state is not freed: long-standing behaviour hosts may count on
+        print_version_error(site::kInitVersion, st->toolVersion);
+        return nullptr;  // deliberate: the state is not freed on this path, and callers may rely on it
     }
-    log_line("AudioPost_Init", kLineParamVersion, "The Version of Parameter is %d.%d.%d\n",
+    log_line(site::kInitParamVersion, "The Version of Parameter is %d.%d.%d\n",
              to_int32(record[kWordParamVersion]), to_int32(record[kWordParamVersion + 1]),
              to_int32(record[kWordParamVersion + 2]));
     st->read_enables(record);
@@ -89,7 +81,7 @@ AudioPostState *AudioPostState::create(const float *record, int frameLen)
     st->read_pre_gains(record);
 
     BitDepthScale scale;
-    if (!scale_or_report("AudioPost_Init", kLineInitBitRate, st->bit_rate, &scale))
+    if (!scale_or_report(site::kInitBitDepth, st->bitDepth, &scale))
         return nullptr;  // state and gain arrays are not freed, as above
     st->fullScale = scale.chainFullScale;
 
@@ -110,7 +102,7 @@ AudioPostState *AudioPostState::create(const float *record, int frameLen)
 void AudioPostState::read_header(const float *record)
 {
     sampleRate = to_int32(record[kWordSampleRate]);
-    bit_rate = to_int32(record[kWordBitDepth]);
+    bitDepth = to_int32(record[kWordBitDepth]);
     channelLink = to_int32(record[kWordChannelLink]);
     channels = to_int32(record[kWordChannels]);
     toolVersion = record[kWordToolVersion];
@@ -123,7 +115,8 @@ void AudioPostState::read_enables(const float *record)
 }
 
 // Only the first word of each five-word group is read; with more than two unlinked
-// channels channel 2 reads the first word of the auto gain section, as the format has it.
+// channels channel 2 reads the first word of the auto gain section: the record's stride
+// leaves no room for a third pre-gain, and the word is read where the stride puts it.
 // A channel whose group would lie past the end of the record gets 0 dB instead of a
 // read outside the caller's array.
 void AudioPostState::read_pre_gains(const float *record)
@@ -148,7 +141,7 @@ const float *AudioPostState::eq_section_from(const float *record)
 void AudioPostState::sync_stages(const float *record, int frames, bool dump)
 {
     const int ch = indexed_channels();
-    const int fs = sampleRate, bits = bit_rate, link = channelLink;
+    const int fs = sampleRate, bits = bitDepth, link = channelLink;
     sync_stage(
         enable[kStageAutoGain], autoGain, record + kSectionAutoGain, dump,
         [=](const float *s) { return AutoGain_Init(s, bits, fs, ch, frames); }, AutoGain_SetPara, AutoGain_PrintPara);
@@ -176,10 +169,20 @@ void AudioPostState::sync_stages(const float *record, int frames, bool dump)
         Maximizer_PrintPara);
 }
 
+void AudioPostState::set_eq_section(const float *eqSection)
+{
+    if (enable[kStageEq10] == 0)
+        return;
+    if (eq10)
+        EQ10_SetPara(eq10, eqSection);
+    else
+        eq10 = EQ10_Init(eqSection, bitDepth, sampleRate, indexed_channels(), frameLen, channelLink);
+}
+
 int AudioPostState::process(const int16_t *in, int16_t *out, int swFrmLen)
 {
     if (swFrmLen != frameLen) {
-        log_line("AudioPost_Process", kLineProcessFrameLen, "error, swFrmLen:%d != frameLen:%d\n\n", swFrmLen,
+        log_line(site::kProcessFrameLen, "error, swFrmLen:%d != frameLen:%d\n\n", swFrmLen,
                  frameLen);
         fatal_exit();
     }
@@ -219,7 +222,7 @@ int AudioPostState::process(const int16_t *in, int16_t *out, int swFrmLen)
         Maximizer_Process(maximizer, b, b, swFrmLen);
 
     // Clamp to [-1 - FS, FS] (NaN goes to FS), truncate, keep the low 16 bits: 24- and
-    // 32-bit records wrap here, as devices have always heard them.
+    // 32-bit records wrap here: the output is 16-bit whatever depth the stages measured in.
     const float low = -1.0f - fullScale;
     const float high = fullScale;
     auto to_output = [low, high](float v) {
@@ -249,14 +252,14 @@ int AudioPostState::process(const int16_t *in, int16_t *out, int swFrmLen)
 int AudioPostState::set_para(const float *record, int swFrmLen)
 {
     if (swFrmLen != frameLen) {
-        log_line("AudioPost_SetPara", kLineSetParaFrameLen, "error, swFrmLen is wrong!\n\n");
+        log_line(site::kSetParaFrameLen, "error, swFrmLen is wrong!\n\n");
         fatal_exit();
     }
     // The header fields are taken before the version test, so even a rejected record
     // leaves them replaced.
     read_header(record);
     if (version_rejected(toolVersion)) {
-        print_version_error("AudioPost_SetPara", kLineSetParaVersion, toolVersion);
+        print_version_error(site::kSetParaVersion, toolVersion);
         return -1;
     }
     read_enables(record);
@@ -268,7 +271,7 @@ int AudioPostState::set_para(const float *record, int swFrmLen)
 int AudioPostState::get_para(float *record) const
 {
     record[kWordSampleRate] = static_cast<float>(sampleRate);
-    record[kWordBitDepth] = static_cast<float>(bit_rate);
+    record[kWordBitDepth] = static_cast<float>(bitDepth);
     record[kWordChannelLink] = static_cast<float>(channelLink);
     record[kWordChannels] = static_cast<float>(channels);
     record[kWordToolVersion] = toolVersion;

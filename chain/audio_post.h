@@ -22,7 +22,7 @@ enum ChainStage : int {
 struct AudioPostState {
     int32_t frameLen;
     int32_t sampleRate;
-    int32_t bit_rate;
+    int32_t bitDepth;
     int32_t channelLink;
     int32_t channels;
     float toolVersion;
@@ -51,6 +51,9 @@ struct AudioPostState {
     int process(const int16_t *in, int16_t *out, int swFrmLen);
     int set_para(const float *record, int swFrmLen);
     int get_para(float *record) const;
+    // AudioPost_EQ10_SetPara: with the equaliser enabled, retunes it from `eqSection`,
+    // or creates it when it does not exist yet.
+    void set_eq_section(const float *eqSection);
     void destroy();
 
     // The Agc runs on the maximizer's state, which is built when either is enabled.

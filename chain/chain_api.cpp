@@ -1,11 +1,7 @@
 // The chain's C entry points: argument checks, messages, then the chain object.
-#include <cstdio>
-#include <cstdlib>
-
-#include "chain/alloc.h"
 #include "chain/audio_post.h"
-#include "chain/log.h"
-#include "chain/record.h"
+#include "chain/record_file.h"
+#include "core/log.h"
 
 using namespace eqdrc;
 
@@ -15,16 +11,20 @@ using namespace eqdrc;
 
 namespace {
 
+// What every chain entry point gives for a null chain.  The calls below with a message
+// for it print that first; the pass-throughs return it without one.
+constexpr int kNullChain = -1;
+
 constexpr float kReleaseVersion = 2.0f;
 constexpr const char *kProductLabel = "EQ/DRC";
 
 void dump_version()
 {
     static const char kRule[] = "---------------------------------------------------------\n";
-    log_line("dump_version", 47, "%s", kRule);
-    log_line("dump_version", 48, "%s version: %s\n", kProductLabel, "tqaudio_effect_eqdrc-" EQDRC_BUILD_VERSION);
-    log_line("dump_version", 49, "%s building: %s\n", kProductLabel, __DATE__ " " __TIME__);
-    log_line("dump_version", 50, "%s", kRule);
+    log_line(site::kBannerRuleTop, "%s", kRule);
+    log_line(site::kBannerVersion, "%s version: %s\n", kProductLabel, "tqaudio_effect_eqdrc-" EQDRC_BUILD_VERSION);
+    log_line(site::kBannerBuilding, "%s building: %s\n", kProductLabel, __DATE__ " " __TIME__);
+    log_line(site::kBannerRuleBottom, "%s", kRule);
 }
 
 }  // namespace
@@ -34,10 +34,10 @@ extern "C" {
 AudioPostState *AudioPost_Init(const float *pfPara, int frameLen)
 {
     dump_version();
-    log_line("AudioPost_Init", 95, "TQ_AudioEffect-RELEASE-VERSION %.2f, RELEASE DATE %s, %s\n\n",
+    log_line(site::kInitRelease, "TQ_AudioEffect-RELEASE-VERSION %.2f, RELEASE DATE %s, %s\n\n",
              static_cast<double>(kReleaseVersion), __DATE__, __TIME__);
     if (pfPara == nullptr) {
-        log_line("AudioPost_Init", 99, "error (%s) - Param is NULL\n\n", "AudioPost_Init");
+        log_line(site::kInitNullRecord, "error (%s) - Param is NULL\n\n", site::kInitNullRecord.function);
         return nullptr;
     }
     return AudioPostState::create(pfPara, frameLen);
@@ -45,40 +45,23 @@ AudioPostState *AudioPost_Init(const float *pfPara, int frameLen)
 
 AudioPostState *AudioPost_InitByPath(const char *pfParaPath, int frameLen)
 {
-    static const char kFn[] = "AudioPost_InitByPath";
     if (pfParaPath == nullptr) {
-        log_line(kFn, 224, "error (%s) - pfParaPath is NULL\n\n", kFn);
+        log_line(site::kInitByPathNull, "error (%s) - pfParaPath is NULL\n\n", site::kInitByPathNull.function);
         return nullptr;
     }
-    FILE *f = std::fopen(pfParaPath, "rb");
-    if (f == nullptr) {
-        log_line(kFn, 230, "error (%s) - fopen pfParaPath: %s failed\n\n", kFn, pfParaPath);
+    const RecordFile file = RecordFile::read(pfParaPath);
+    if (file.words == nullptr)
         return nullptr;
-    }
-    auto *record = zeroed<float>(kRecordWords);
-    if (record == nullptr) {
-        log_line(kFn, 236, "error (%s) - alloc pfPara failed\n\n", kFn);
-        std::fclose(f);
-        return nullptr;
-    }
-    if (std::fread(record, sizeof(float), kRecordWords, f) < static_cast<size_t>(kRecordWords)) {
-        log_line(kFn, 242, "error (%s) - fread pfPara failed\n\n", kFn);
-        std::free(record);
-        std::fclose(f);
-        return nullptr;
-    }
-    std::fclose(f);
-    AudioPostState *st = AudioPost_Init(record, frameLen);
-    std::free(record);
-    log_line(kFn, 251, "%s - success\n\n", kFn);  // printed whatever AudioPost_Init returned
+    AudioPostState *st = AudioPost_Init(file.words, frameLen);
+    log_line(site::kInitByPathDone, "%s - success\n\n", site::kInitByPathDone.function);  // printed whatever AudioPost_Init returned
     return st;
 }
 
 int AudioPost_Destroy(AudioPostState *st)
 {
     if (st == nullptr) {
-        log_line("AudioPost_Destroy", 257, "error (%s) - st_ is NULL\n\n", "AudioPost_Destroy");
-        return -1;
+        log_line(site::kDestroyNull, "error (%s) - st_ is NULL\n\n", site::kDestroyNull.function);
+        return kNullChain;
     }
     st->destroy();
     return 0;
@@ -88,8 +71,8 @@ int AudioPost_Process(AudioPostState *st, const int16_t *in, int16_t *out, int r
 {
     (void)reserved;
     if (st == nullptr) {
-        log_line("AudioPost_Process", 315, "error, st is NULL!\n\n");
-        return -1;
+        log_line(site::kProcessNull, "error, st is NULL!\n\n");
+        return kNullChain;
     }
     return st->process(in, out, swFrmLen);
 }
@@ -97,8 +80,8 @@ int AudioPost_Process(AudioPostState *st, const int16_t *in, int16_t *out, int r
 int AudioPost_SetPara(AudioPostState *st, const float *pfPara, int swFrmLen)
 {
     if (pfPara == nullptr || st == nullptr) {
-        log_line("AudioPost_SetPara", 395, "error, st or pfPara is NULL!\n\n");
-        return -1;
+        log_line(site::kSetParaNull, "error, st or pfPara is NULL!\n\n");
+        return kNullChain;
     }
     return st->set_para(pfPara, swFrmLen);
 }
@@ -106,28 +89,26 @@ int AudioPost_SetPara(AudioPostState *st, const float *pfPara, int swFrmLen)
 int AudioPost_GetPara(AudioPostState *st, float *pfPara)
 {
     if (st == nullptr) {
-        log_line("AudioPost_GetPara", 505, "error, EQ_DRC doesn't init!\n\n");
-        return -1;
+        log_line(site::kGetParaNull, "error, EQ_DRC doesn't init!\n\n");
+        return kNullChain;
     }
     return st->get_para(pfPara);
 }
 
 int AudioPost_EQ10_SetPara(AudioPostState *st, const float *eqSection)
 {
-    if (st->enable[kStageEq10] == 0)
-        return 0;
-    if (st->eq10)
-        EQ10_SetPara(st->eq10, eqSection);
-    else
-        st->eq10 = EQ10_Init(eqSection, st->bit_rate, st->sampleRate, st->indexed_channels(), st->frameLen,
-                             st->channelLink);
+    if (st == nullptr)
+        return kNullChain;
+    st->set_eq_section(eqSection);
     return 0;
 }
 
 int AudioPost_EQ10_GetPara(AudioPostState *st, float *eqSection)
 {
+    if (st == nullptr)
+        return kNullChain;
     if (st->eq10 == nullptr) {
-        log_line("AudioPost_EQ10_GetPara", 578, "error, EQ10 doesn't init!\n\n");
+        log_line(site::kEqGetParaMissing, "error, EQ10 doesn't init!\n\n");
         fatal_exit();
     }
     EQ10_GetPara(st->eq10, eqSection);
@@ -136,6 +117,8 @@ int AudioPost_EQ10_GetPara(AudioPostState *st, float *eqSection)
 
 int AudioPost_EQ10_GetData(AudioPostState *st, float **inFrames, float **outFrames)
 {
+    if (st == nullptr)
+        return kNullChain;
     // Without an equaliser there is nothing to copy (its handle would be null).
     if (st->eq10)
         EQ10_GetData(st->eq10, inFrames, outFrames);
@@ -145,9 +128,11 @@ int AudioPost_EQ10_GetData(AudioPostState *st, float **inFrames, float **outFram
 int AudioPost_MultiBandDRC_Crossover_AdjustPara(AudioPostState *st, int ch, float lowEnd, float highStart,
                                                 float mid1Start, float mid1End, float mid2Start, float mid2End)
 {
-    static const char kFn[] = "AudioPost_MultiBandDRC_Crossover_AdjustPara";
+    if (st == nullptr)
+        return kNullChain;
     if (st->multiBandDrc == nullptr) {
-        log_line(kFn, 599, "error (%s), MBDRC doesn't init!\n\n", kFn);
+        log_line(site::kCrossoverAdjustMissing, "error (%s), MBDRC doesn't init!\n\n",
+                 site::kCrossoverAdjustMissing.function);
         fatal_exit();
     }
     MultiBandDRC_Crossover_AdjustPara(st->multiBandDrc, ch, lowEnd, highStart, mid1Start, mid1End, mid2Start,
@@ -160,9 +145,10 @@ int AudioPost_MultiBandDRC_DRC_AdjustPara(AudioPostState *st, int ch, int band, 
                                           float max_gain, float max_peak, float attack_time, float release_time,
                                           float hold_time)
 {
-    static const char kFn[] = "AudioPost_MultiBandDRC_DRC_AdjustPara";
+    if (st == nullptr)
+        return kNullChain;
     if (st->multiBandDrc == nullptr) {
-        log_line(kFn, 612, "error (%s), MBDRC doesn't init!\n\n", kFn);
+        log_line(site::kDrcAdjustMissing, "error (%s), MBDRC doesn't init!\n\n", site::kDrcAdjustMissing.function);
         fatal_exit();
     }
     MultiBandDRC_DRC_AdjustPara(st->multiBandDrc, ch, band, drc_enable, gain_dB, compress_start, expand_end,
@@ -172,8 +158,10 @@ int AudioPost_MultiBandDRC_DRC_AdjustPara(AudioPostState *st, int ch, int band, 
 
 int AudioPost_Maximizer_AdjustPara(AudioPostState *st, int channel, float max_threshold, float ceiling, float release)
 {
+    if (st == nullptr)
+        return kNullChain;
     if (st->maximizer == nullptr) {
-        log_line("AudioPost_Maximizer_AdjustPara", 625, "error, Maximizer doesn't init!\n\n");
+        log_line(site::kMaximizerAdjustMissing, "error, Maximizer doesn't init!\n\n");
         fatal_exit();
     }
     Maximizer_AdjustPara(st->maximizer, channel, max_threshold, ceiling, release);
@@ -184,9 +172,11 @@ int AudioPost_Agc_AdjustPara(AudioPostState *st, int channel, float compress_sta
                              float noise_threshold, float max_gain, float max_peak, float attack_time,
                              float release_time, float hold_time)
 {
+    if (st == nullptr)
+        return kNullChain;
     // The Agc lives on the maximizer's state.
     if (st->maximizer == nullptr) {
-        log_line("AudioPost_Agc_AdjustPara", 638, "error, Agc doesn't init!\n\n");
+        log_line(site::kAgcAdjustMissing, "error, Agc doesn't init!\n\n");
         fatal_exit();
     }
     Agc_AdjustPara(st->maximizer, channel, compress_start, expand_end, noise_threshold, max_gain, max_peak,

@@ -6,13 +6,16 @@
 #include <cstring>
 #include <limits>
 
-#include "chain/alloc.h"
-#include "chain/log.h"
-#include "chain/mathf.h"
-#include "chain/numeric.h"
-#include "chain/record.h"
-#include "chain/scale.h"
-#include "chain/stage_setup.h"
+#include "core/alloc.h"
+#include "core/log.h"
+#include "core/print_out.h"
+#include "core/mathf.h"
+#include "core/numeric.h"
+#include "core/record.h"
+#include "core/scale.h"
+#include "core/stage_setup.h"
+#include "core/time_constant.h"
+#include "dynamics/smoothing.h"
 #include "filters/gain_table.h"
 
 namespace {
@@ -22,31 +25,12 @@ using eqdrc::kDrcChannels;
 using eqdrc::kDrcSlots;
 using eqdrc::kDrcSlotsPerChannel;
 
-// Message line numbers, per function.
-constexpr int kTooManyChannelsLine = 78;
-constexpr int kBitDepthLine = 106;
-constexpr int kInitCrossoverLine = 147;
-constexpr int kInitConsistencyLine = 171;
-constexpr int kSetParaCrossoverLine = 368;
-constexpr int kSetParaConsistencyLine = 391;
-constexpr int kGetParaCrossoverLine = 440;
-constexpr int kBandBoundLine = 535;
-constexpr int kAdjustConsistencyLine = 600;
-
 constexpr const char *kCrossoverMessage = "There is something wrong with crossover, please check again\n\n";
 constexpr const char *kConsistencyMessage = "wrong param for MultiDRC, please check again\n\n";
 
-constexpr float kMsPerSecond = 1000.0f;
-constexpr float kTableHeadroomDb = 4.0f;  // tables start this far below noise_threshold
+constexpr float kTableHeadroomDb = 4.0f;  // tables start this far below noiseThresholdDb
 constexpr float kTableTopDb = 0.0f;       // and end at full scale
 constexpr int kCrossoverModeOffset = 2;   // crossover band mode = band count - 2
-
-// One-pole smoothing factor per sample for a time in ms (0 ms: 0, the value follows
-// at once).
-float time_coef(int32_t sampleRate, int32_t ms)
-{
-    return eqdrc::mathf::expf(-kMsPerSecond / static_cast<float>(eqdrc::wrapping_mul(sampleRate, ms)));
-}
 
 int slot_of(int c, int b) { return kDrcSlotsPerChannel * c + b; }
 
@@ -73,15 +57,15 @@ bool known_channel(int ch) { return ch >= 0 && ch < kDrcChannels; }
 MultiBandDRCState *MultiBandDRCState::create(const float *section, int bitDepth, int sampleRate, int channels,
                                              int link)
 {
-    eqdrc::require_channels("MultiBandDRC_Init", kTooManyChannelsLine, channels, kDrcChannels);
+    eqdrc::require_channels(eqdrc::site::kDrcInitChannels, channels, kDrcChannels);
     auto *st = eqdrc::zeroed<MultiBandDRCState>(1);
     st->bitDepth = bitDepth;
     st->sampleRate = sampleRate;
     st->channels = channels;
     st->link = link;
     eqdrc::BitDepthScale scale;
-    if (!eqdrc::scale_or_report("MultiBandDRC_Init", kBitDepthLine, bitDepth, &scale))
-        return nullptr;  // the state is left allocated: a required leak of this path
+    if (!eqdrc::scale_or_report(eqdrc::site::kDrcInitBitDepth, bitDepth, &scale))
+        return nullptr;  // deliberate: the record is not freed on this path, and callers may rely on it
     st->log10FullScale = scale.log10FullScale;
     if (section == nullptr)
         return st;
@@ -94,7 +78,7 @@ MultiBandDRCState *MultiBandDRCState::create(const float *section, int bitDepth,
         st->fill_crossover_param(block, count);
         st->crossover[c] = CrossoverState::create(sampleRate, 1, &st->crossoverParam);
     }
-    st->load_bands(section, "MultiBandDRC_Init", kInitCrossoverLine, kInitConsistencyLine);
+    st->load_bands(section, eqdrc::site::kDrcInitCrossover, eqdrc::site::kDrcInitCurve);
     st->build_tables();
     return st;
 }
@@ -130,8 +114,7 @@ void MultiBandDRCState::fill_crossover_param(const float *block, int count)
 // Band slots of every channel from their groups, in channel order: a channel with more
 // than four bands fills the next channel's first slots with its low group, and that
 // channel then overwrites them.
-void MultiBandDRCState::load_bands(const float *section, const char *function, int crossoverLine,
-                                   int consistencyLine)
+void MultiBandDRCState::load_bands(const float *section, eqdrc::LogSite crossoverSite, eqdrc::LogSite curveSite)
 {
     for (int c = 0; c < channels; c++) {
         const float *block = eqdrc::channel_block(section, c, link, eqdrc::kDrcBlockWords);
@@ -141,13 +124,13 @@ void MultiBandDRCState::load_bands(const float *section, const char *function, i
             if (b < kDrcSlotsPerChannel) {
                 offset = eqdrc::kDrcGroupOffset[b];
             } else {
-                eqdrc::log_line(function, crossoverLine, "%s", kCrossoverMessage);
+                eqdrc::log_line(crossoverSite, "%s", kCrossoverMessage);
                 offset = eqdrc::kDrcLowGroup;
             }
             const int slot = slot_of(c, b);
             load_slot(slot, block + offset);
             derive_slot(slot);
-            check_slot(slot, function, consistencyLine);
+            check_slot(slot, curveSite);
         }
     }
 }
@@ -155,35 +138,37 @@ void MultiBandDRCState::load_bands(const float *section, const char *function, i
 void MultiBandDRCState::load_slot(int slot, const float *group)
 {
     using namespace eqdrc;
-    freq_start[slot] = group[kGroupFreqStart];
-    freq_end[slot] = group[kGroupFreqEnd];
-    gain_dB[slot] = group[kGroupGainDb];
-    drc_enable[slot] = to_int32(group[kGroupDrcEnable]);
-    compress_start[slot] = group[kGroupCompressStart];
-    expand_end[slot] = group[kGroupExpandEnd];
-    noise_threshold[slot] = group[kGroupNoiseThreshold];
-    max_gain[slot] = group[kGroupMaxGain];
-    max_peak[slot] = group[kGroupMaxPeak];
-    attack_time[slot] = to_int32(group[kGroupAttackMs]);
-    release_time[slot] = to_int32(group[kGroupReleaseMs]);
-    hold_time[slot] = to_int32(group[kGroupHoldMs]);
+    freqStartHz[slot] = group[kGroupFreqStart];
+    freqEndHz[slot] = group[kGroupFreqEnd];
+    gainDb[slot] = group[kGroupGainDb];
+    drcEnable[slot] = to_int32(group[kGroupDrcEnable]);
+    compressStartDb[slot] = group[kGroupCompressStart];
+    expandEndDb[slot] = group[kGroupExpandEnd];
+    noiseThresholdDb[slot] = group[kGroupNoiseThreshold];
+    maxGainDb[slot] = group[kGroupMaxGain];
+    maxPeakDb[slot] = group[kGroupMaxPeak];
+    attackMs[slot] = to_int32(group[kGroupAttackMs]);
+    releaseMs[slot] = to_int32(group[kGroupReleaseMs]);
+    holdMs[slot] = to_int32(group[kGroupHoldMs]);
 }
 
 void MultiBandDRCState::derive_slot(int slot)
 {
-    attackCoef[slot] = time_coef(sampleRate, attack_time[slot]);
-    releaseCoef[slot] = time_coef(sampleRate, release_time[slot]);
-    bandGain[slot] = eqdrc::mathf::powf(eqdrc::mathf::kTen, gain_dB[slot] / 20.0f);
+    attackCoef[slot] = eqdrc::sample_decay(sampleRate, attackMs[slot]);
+    releaseCoef[slot] = eqdrc::sample_decay(sampleRate, releaseMs[slot]);
+    bandGain[slot] = eqdrc::mathf::powf(eqdrc::mathf::kTen, gainDb[slot] / 20.0f);
 }
 
-// noise_threshold <= expand_end <= compress_start and compress_start + max_gain <=
-// max_peak keep the curve monotonic; a violation is reported and used as given.
-void MultiBandDRCState::check_slot(int slot, const char *function, int line) const
+eqdrc::CurveSettings MultiBandDRCState::curve_of(int slot) const
 {
-    const bool consistent = noise_threshold[slot] <= expand_end[slot] && expand_end[slot] <= compress_start[slot] &&
-                            compress_start[slot] + max_gain[slot] <= max_peak[slot];
-    if (!consistent)
-        eqdrc::log_line(function, line, "%s", kConsistencyMessage);
+    return {compressStartDb[slot], expandEndDb[slot], noiseThresholdDb[slot], maxGainDb[slot], maxPeakDb[slot]};
+}
+
+// A curve against the rule (its NaN-fails form) is reported and used as given.
+void MultiBandDRCState::check_slot(int slot, eqdrc::LogSite site) const
+{
+    if (!curve_of(slot).consistent_nan_fails())
+        eqdrc::log_line(site, "%s", kConsistencyMessage);
 }
 
 void MultiBandDRCState::build_tables()
@@ -195,18 +180,16 @@ void MultiBandDRCState::build_tables()
     }
 }
 
-// Every band gets a table, dynamics on or not, from noise_threshold - 4 dB to 0 dBFS.
+// Every band gets a table, dynamics on or not, from noiseThresholdDb - 4 dB to 0 dBFS.
 void MultiBandDRCState::build_table(int c, int b)
 {
     const int slot = slot_of(c, b);
     if (tables[c][b] == nullptr)
         tables[c][b] = eqdrc::zeroed<float>(eqdrc::kGainTableSize);
-    const float nt = noise_threshold[slot], ee = expand_end[slot], cs = compress_start[slot];
-    const float mg = max_gain[slot], mp = max_peak[slot];
+    const eqdrc::CurveSettings curve = curve_of(slot);
     const eqdrc::GainTableGrid grid = eqdrc::build_gain_table(
-        tables[c][b], nt - kTableHeadroomDb, kTableTopDb,
-        [=](float x) { return eqdrc::expander_compressor_curve(eqdrc::kGainCurveKnee, x, nt, ee, cs, mg, mp); },
-        eqdrc::GainFloorTest::kFloat);
+        tables[c][b], curve.noiseThresholdDb - kTableHeadroomDb, kTableTopDb,
+        [&curve](float x) { return curve.level_db(x); }, eqdrc::GainFloorTest::kFloat);
     tableStart[slot] = grid.x0;
     tableScale[slot] = grid.scale;
     if (levelIndex[slot] == nullptr)
@@ -241,20 +224,13 @@ void MultiBandDRCState::process(const float *const *in, float *const *out, int f
                 // Make-up gain first: the detector sees the gained band.
                 const float x = buf[b] * bandGain[slot];
                 buf[b] = x;
-                if (drc_enable[slot] == 0)
+                if (drcEnable[slot] == 0)
                     continue;
-                // The signed sample picks the coefficient, so a negative sample always
-                // releases; kept for identical output.
-                const float envPrev = env[b];
-                const float k = x > envPrev ? attackCoef[slot] : releaseCoef[slot];
-                const float e = (1.0f - k) * fabsf(x) + k * envPrev;
+                const float e = eqdrc::follow_envelope(x, env[b], attackCoef[slot], releaseCoef[slot]);
                 const float level = band_level(e, log10FullScale);
                 const float target =
                     eqdrc::gain_table_lookup(eqdrc::kGainTableLast, table[b], level, tableStart[slot], tableScale[slot]);
-                // A rising gain follows the attack time, a falling one the release time.
-                const float gainPrev = smoothed[b];
-                const float k2 = target > gainPrev ? attackCoef[slot] : releaseCoef[slot];
-                const float g = k2 * gainPrev + (1.0f - k2) * target;
+                const float g = eqdrc::smooth_gain(target, smoothed[b], attackCoef[slot], releaseCoef[slot]);
                 buf[b] = x * g;
                 env[b] = e;
                 smoothed[b] = g;
@@ -292,11 +268,10 @@ void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int fr
         gain[b] = bandGain[slot];
         attack[b] = attackCoef[slot];
         release[b] = releaseCoef[slot];
-        on[b] = drc_enable[slot] != 0;
+        on[b] = drcEnable[slot] != 0;
     }
     const m32x4 bandLanes = eqdrc::mask(count >= 1, count >= 2, count >= 3, count >= 4);
     const m32x4 dynamic = eqdrc::mask(on[0], on[1], on[2], on[3]);
-    const f32x4 one = eqdrc::splat(1.0f);
     f32x4 env = eqdrc::load(envelope[c]), smoothed = eqdrc::load(smoothedGain[c]);
     f32x4 buf = eqdrc::load(bandBuf[c]);
     // The current entry's detector interval [low, high) and gain per lane; NaN bounds
@@ -308,8 +283,7 @@ void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int fr
     for (int n = 0; n < frameLen; n++) {
         const f32x4 bands = xover.step(in[n]);
         const f32x4 x = bands * gain;
-        const f32x4 k = eqdrc::select(eqdrc::greater(x, env), attack, release);
-        const f32x4 e = (one - k) * eqdrc::abs(x) + k * env;
+        const f32x4 e = eqdrc::follow_envelope(x, env, attack, release);
         const m32x4 moved = (eqdrc::greater_equal(e, high) | ~eqdrc::greater_equal(e, low)) & dynamic;
         if (eqdrc::any(moved)) {
             for (int b = 0; b < count; b++) {
@@ -331,8 +305,7 @@ void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int fr
                 }
             }
         }
-        const f32x4 k2 = eqdrc::select(eqdrc::greater(target, smoothed), attack, release);
-        const f32x4 g = k2 * smoothed + (one - k2) * target;
+        const f32x4 g = eqdrc::smooth_gain(target, smoothed, attack, release);
         buf = eqdrc::select(bandLanes, eqdrc::select(dynamic, x * g, x), bands);
         env = eqdrc::select(dynamic, e, env);
         smoothed = eqdrc::select(dynamic, g, smoothed);
@@ -380,11 +353,11 @@ void MultiBandDRCState::set_para(const float *section)
             // stays inside it.
         }
     }
-    load_bands(section, "MultiBandDRC_SetPara", kSetParaCrossoverLine, kSetParaConsistencyLine);
+    load_bands(section, eqdrc::site::kDrcSetParaCrossover, eqdrc::site::kDrcSetParaCurve);
     build_tables();
 }
 
-// gain_dB and drc_enable are not written back: the caller's words stay as they were.
+// gainDb and drcEnable are not written back: the caller's words stay as they were.
 void MultiBandDRCState::get_para(float *section) const
 {
     using namespace eqdrc;
@@ -397,53 +370,50 @@ void MultiBandDRCState::get_para(float *section) const
             if (b < kDrcSlotsPerChannel) {
                 offset = kDrcGroupOffset[b];
             } else {
-                log_line("MultiBandDRC_GetPara", kGetParaCrossoverLine, "%s", kCrossoverMessage);
+                log_line(eqdrc::site::kDrcGetParaCrossover, "%s", kCrossoverMessage);
                 offset = kDrcLowGroup;
             }
             const int slot = slot_of(c, b);
             float *g = block + offset;
-            g[kGroupFreqStart] = freq_start[slot];
-            g[kGroupFreqEnd] = freq_end[slot];
-            g[kGroupCompressStart] = compress_start[slot];
-            g[kGroupExpandEnd] = expand_end[slot];
-            g[kGroupNoiseThreshold] = noise_threshold[slot];
-            g[kGroupMaxGain] = max_gain[slot];
-            g[kGroupMaxPeak] = max_peak[slot];
-            g[kGroupAttackMs] = static_cast<float>(attack_time[slot]);
-            g[kGroupReleaseMs] = static_cast<float>(release_time[slot]);
-            g[kGroupHoldMs] = static_cast<float>(hold_time[slot]);
+            g[kGroupFreqStart] = freqStartHz[slot];
+            g[kGroupFreqEnd] = freqEndHz[slot];
+            g[kGroupCompressStart] = compressStartDb[slot];
+            g[kGroupExpandEnd] = expandEndDb[slot];
+            g[kGroupNoiseThreshold] = noiseThresholdDb[slot];
+            g[kGroupMaxGain] = maxGainDb[slot];
+            g[kGroupMaxPeak] = maxPeakDb[slot];
+            g[kGroupAttackMs] = static_cast<float>(attackMs[slot]);
+            g[kGroupReleaseMs] = static_cast<float>(releaseMs[slot]);
+            g[kGroupHoldMs] = static_cast<float>(holdMs[slot]);
         }
     }
 }
 
 int MultiBandDRCState::print_para() const
 {
-    static const char kFn[] = "MultiBandDRC_PrintPara";
-    using eqdrc::log_line;
-    int r = log_line(kFn, 460, "MultiBandDRC Param\n");
-    r = log_line(kFn, 461, "=====================\n");
+    eqdrc::PrintOut out(eqdrc::site::kDrcPrintTitle, "MultiBandDRC Param\n");
     for (int c = 0; c < channels; c++) {
-        r = log_line(kFn, 463, "==== channel:%i ====\n", c);
-        r = log_line(kFn, 464, "crossover_band:%i\n", bandCount[c]);
+        out.heading(eqdrc::site::kDrcPrintChannel, eqdrc::kEquals, "channel", c);
+        out.value("crossover_band", bandCount[c]);
         const int bands = bands_with_slots(c);
         for (int b = 0; b < bands; b++) {
             const int s = slot_of(c, b);
-            r = log_line(kFn, 467, "---- band:%i ----\n", b);
-            r = log_line(kFn, 468, "freq_start:%.2f\n", static_cast<double>(freq_start[s]));
-            r = log_line(kFn, 469, "freq_end:%.2f\n", static_cast<double>(freq_end[s]));
-            r = log_line(kFn, 470, "gain_dB:%.2f\n", static_cast<double>(gain_dB[s]));
-            r = log_line(kFn, 471, "drc_enable:%i\n", drc_enable[s]);
-            r = log_line(kFn, 472, "compress_start:%.2f\n", static_cast<double>(compress_start[s]));
-            r = log_line(kFn, 473, "expand_end:%.2f\n", static_cast<double>(expand_end[s]));
-            r = log_line(kFn, 474, "noise_threshold:%.2f\n", static_cast<double>(noise_threshold[s]));
-            r = log_line(kFn, 475, "max_gain:%.2f\n", static_cast<double>(max_gain[s]));
-            r = log_line(kFn, 476, "max_peak:%.2f\n", static_cast<double>(max_peak[s]));
-            r = log_line(kFn, 477, "attack_time:%i\n", attack_time[s]);
-            r = log_line(kFn, 478, "release_time:%i\n", release_time[s]);
-            r = log_line(kFn, 479, "hold_time:%i\n", hold_time[s]);
+            out.heading(eqdrc::site::kDrcPrintBand, eqdrc::kDashes, "band", b);
+            out.value("freq_start", freqStartHz[s]);
+            out.value("freq_end", freqEndHz[s]);
+            out.value("gain_dB", gainDb[s]);
+            out.value("drc_enable", drcEnable[s]);
+            out.value("compress_start", compressStartDb[s]);
+            out.value("expand_end", expandEndDb[s]);
+            out.value("noise_threshold", noiseThresholdDb[s]);
+            out.value("max_gain", maxGainDb[s]);
+            out.value("max_peak", maxPeakDb[s]);
+            out.value("attack_time", attackMs[s]);
+            out.value("release_time", releaseMs[s]);
+            out.value("hold_time", holdMs[s]);
         }
     }
-    return r;
+    return out.last();
 }
 
 // Linked channels all take the corners; the given channel's band count decides which
@@ -460,15 +430,15 @@ void MultiBandDRCState::adjust_crossover(int ch, const float corners[eqdrc::kCro
         if (crossover[c] != nullptr)  // a channel never built has none
             crossover[c]->set_param(&crossoverParam);
         const int s = slot_of(c, 0);
-        freq_end[s] = corners[kCornerLowLp];
-        freq_start[s + 1] = corners[kCornerHighHp];
+        freqEndHz[s] = corners[kCornerLowLp];
+        freqStartHz[s + 1] = corners[kCornerHighHp];
         if (count > 2) {
-            freq_start[s + 2] = corners[kCornerBand2Hp];
-            freq_end[s + 2] = corners[kCornerBand2Lp];
+            freqStartHz[s + 2] = corners[kCornerBand2Hp];
+            freqEndHz[s + 2] = corners[kCornerBand2Lp];
         }
         if (count == 4) {
-            freq_start[s + 3] = corners[kCornerBand3Hp];
-            freq_end[s + 3] = corners[kCornerBand3Lp];
+            freqStartHz[s + 3] = corners[kCornerBand3Hp];
+            freqEndHz[s + 3] = corners[kCornerBand3Lp];
         }
     }
 }
@@ -478,7 +448,7 @@ void MultiBandDRCState::adjust_band(int ch, int band, const eqdrc::DrcBandSettin
     // Only a warning: the band is written all the same (it may be a slot of the next
     // channel).
     if (!known_channel(ch) || band >= bandCount[ch])
-        eqdrc::log_line("MultiBandDRC_DRC_AdjustPara", kBandBoundLine, "i_band out of bound\n");
+        eqdrc::log_line(eqdrc::site::kDrcAdjustBand, "i_band out of bound\n");
     if (link) {
         for (int c = 0; c < channels; c++)
             retune_band(c, band, settings);
@@ -493,18 +463,18 @@ void MultiBandDRCState::retune_band(int c, int band, const eqdrc::DrcBandSetting
     if (wideSlot < 0 || wideSlot >= kDrcSlots)
         return;  // no such slot: the write is dropped
     const int slot = static_cast<int>(wideSlot);
-    gain_dB[slot] = settings.gainDb;
-    drc_enable[slot] = settings.drcEnable;
-    compress_start[slot] = settings.compressStart;
-    expand_end[slot] = settings.expandEnd;
-    noise_threshold[slot] = settings.noiseThreshold;
-    max_gain[slot] = settings.maxGain;
-    max_peak[slot] = settings.maxPeak;
-    attack_time[slot] = eqdrc::to_int32(settings.attackMs);
-    release_time[slot] = eqdrc::to_int32(settings.releaseMs);
-    hold_time[slot] = eqdrc::to_int32(settings.holdMs);
+    gainDb[slot] = settings.gainDb;
+    drcEnable[slot] = settings.drcEnable;
+    compressStartDb[slot] = settings.curve.compressStartDb;
+    expandEndDb[slot] = settings.curve.expandEndDb;
+    noiseThresholdDb[slot] = settings.curve.noiseThresholdDb;
+    maxGainDb[slot] = settings.curve.maxGainDb;
+    maxPeakDb[slot] = settings.curve.maxPeakDb;
+    attackMs[slot] = eqdrc::to_int32(settings.attackMs);
+    releaseMs[slot] = eqdrc::to_int32(settings.releaseMs);
+    holdMs[slot] = eqdrc::to_int32(settings.holdMs);
     derive_slot(slot);
-    check_slot(slot, "MultiBandDRC_DRC_AdjustPara", kAdjustConsistencyLine);
+    check_slot(slot, eqdrc::site::kDrcAdjustCurve);
     // Only a band the channel has owns a table; a slot reached past the band count
     // changes that slot's settings but no table.
     if (known_channel(c) && band >= 0 && band < bands_with_slots(c))

@@ -6,7 +6,9 @@
 
 #include <cstdint>
 
+#include "core/log_sites.h"
 #include "filters/crossover.h"
+#include "filters/gain_table.h"
 #include "filters/level_index.h"
 #include "tqaudio_eqdrc.h"
 
@@ -47,11 +49,7 @@ constexpr int kGroupHoldMs = 11;
 struct DrcBandSettings {
     int32_t drcEnable;
     float gainDb;
-    float compressStart;
-    float expandEnd;
-    float noiseThreshold;
-    float maxGain;
-    float maxPeak;
+    CurveSettings curve;
     float attackMs;
     float releaseMs;
     float holdMs;
@@ -68,18 +66,18 @@ struct MultiBandDRCState {
     float bandScale[eqdrc::kDrcChannels];  // 1 / bandCount; kept for hosts, not used
 
     // Per slot.
-    float gain_dB[eqdrc::kDrcSlots];
-    int32_t drc_enable[eqdrc::kDrcSlots];
-    float freq_start[eqdrc::kDrcSlots];  // Hz
-    float freq_end[eqdrc::kDrcSlots];    // Hz
-    float compress_start[eqdrc::kDrcSlots];  // dB
-    float expand_end[eqdrc::kDrcSlots];
-    float noise_threshold[eqdrc::kDrcSlots];
-    float max_gain[eqdrc::kDrcSlots];
-    float max_peak[eqdrc::kDrcSlots];
-    int32_t attack_time[eqdrc::kDrcSlots];   // ms
-    int32_t release_time[eqdrc::kDrcSlots];  // ms
-    int32_t hold_time[eqdrc::kDrcSlots];     // ms; printed only
+    float gainDb[eqdrc::kDrcSlots];
+    int32_t drcEnable[eqdrc::kDrcSlots];
+    float freqStartHz[eqdrc::kDrcSlots];
+    float freqEndHz[eqdrc::kDrcSlots];
+    float compressStartDb[eqdrc::kDrcSlots];
+    float expandEndDb[eqdrc::kDrcSlots];
+    float noiseThresholdDb[eqdrc::kDrcSlots];
+    float maxGainDb[eqdrc::kDrcSlots];
+    float maxPeakDb[eqdrc::kDrcSlots];
+    int32_t attackMs[eqdrc::kDrcSlots];  // whole ms
+    int32_t releaseMs[eqdrc::kDrcSlots];
+    int32_t holdMs[eqdrc::kDrcSlots];  // printed only
     float attackCoef[eqdrc::kDrcSlots];
     float releaseCoef[eqdrc::kDrcSlots];
     float bandGain[eqdrc::kDrcSlots];  // linear make-up gain
@@ -114,10 +112,11 @@ struct MultiBandDRCState {
 private:
     int bands_with_slots(int c) const;
     void fill_crossover_param(const float *block, int count);
-    void load_bands(const float *section, const char *function, int crossoverLine, int consistencyLine);
+    void load_bands(const float *section, eqdrc::LogSite crossoverSite, eqdrc::LogSite curveSite);
     void load_slot(int slot, const float *group);
     void derive_slot(int slot);
-    void check_slot(int slot, const char *function, int line) const;
+    eqdrc::CurveSettings curve_of(int slot) const;
+    void check_slot(int slot, eqdrc::LogSite site) const;
     void build_tables();
     void build_table(int c, int b);
     void process_lanes(int c, const float *in, float *out, int frameLen);

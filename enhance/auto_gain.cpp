@@ -4,53 +4,52 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "chain/alloc.h"
-#include "chain/log.h"
-#include "chain/mathf.h"
-#include "chain/numeric.h"
-#include "chain/scale.h"
-#include "chain/stage_setup.h"
+#include "core/alloc.h"
+#include "core/log.h"
+#include "core/print_out.h"
+#include "core/mathf.h"
+#include "core/numeric.h"
+#include "core/scale.h"
+#include "core/stage_setup.h"
+#include "core/time_constant.h"
+#include "dynamics/frame_peak.h"
+#include "dynamics/gain_ramp.h"
+#include "dynamics/smoothing.h"
 #include "filters/lanes.h"
 #include "filters/paired_cascade.h"
 
 namespace {
 
-constexpr int kBitRateWrongLine = 92;
-constexpr int kFrameTooLongLine = 119;
-constexpr int kPrintLine = 225;  // title; the parameter lines follow on 226..231
-
 constexpr float kMaxGainDb = 20.0f;  // the target gain never exceeds +20 dB
 constexpr double kNoLoudnessTolerance = 1e-8;
 constexpr double kPeakFloor = 1e-8;  // keeps the headroom finite on a silent frame
 
-// Once-per-frame one-pole factor for a 10 %-90 % time of `ms`; the numerator is formed
-// in int32 before it becomes a float.
+// Once-per-frame one-pole factor for a 10 %-90 % time of `ms`.
 float frame_coefficient(int32_t frameLen, int32_t sampleRate, float ms)
 {
-    const int32_t num = eqdrc::wrapping_mul(-eqdrc::kTimeConstantFactor, frameLen);
-    return 1.0f - eqdrc::mathf::expf(static_cast<float>(num) / (static_cast<float>(sampleRate) * ms));
+    return eqdrc::one_pole_coefficient(eqdrc::frame_decay_int_product(frameLen, sampleRate, ms));
 }
 
 }  // namespace
 
-AutoGainState *AutoGainState::create(const float *section, int bits, int sampleRate, int channels, int frameLen)
+AutoGainState *AutoGainState::create(const float *section, int bitDepth, int sampleRate, int channels, int frameLen)
 {
     auto *st = eqdrc::zeroed<AutoGainState>(1);
     st->sampleRate = sampleRate;
     st->channels = channels;
-    st->bits = bits;
+    st->bitDepth = bitDepth;
     st->frameLen = frameLen;
     st->read_section(section);
     st->compute_coefficients();
     st->stepSamples = eqdrc::ms_to_samples(st->stepMs, sampleRate);
-    st->meter = Ebur128State::create(bits, sampleRate, channels, st->windowMs, st->stepMs);
+    st->meter = Ebur128State::create(bitDepth, sampleRate, channels, st->windowMs, st->stepMs);
     st->currentGain = 1.0f;
     st->targetGain = 1.0f;
     st->smoothedLufs = 0.0f;
     eqdrc::BitDepthScale scale;
-    // Checked last, after the meter has printed the same message.  Deliberate leak:
-    // this path has never freed the record.
-    if (!eqdrc::scale_or_report("AutoGain_Init", kBitRateWrongLine, bits, &scale))
+    // Checked last, after the meter has printed the same message.  Deliberate: the
+    // record is not freed on this path, and callers may rely on it.
+    if (!eqdrc::scale_or_report(eqdrc::site::kAutoGainInitBitDepth, bitDepth, &scale))
         return nullptr;
     st->fullScale = scale.fullScale;
     return st;
@@ -89,7 +88,7 @@ bool blocks_of_four_safe(const float *const *in, const float *const *out, int n)
 void AutoGainState::process(const float *const *in, float *const *out, int n)
 {
     if (stepSamples < n) {
-        eqdrc::log_line("AutoGain_Process", kFrameTooLongLine, "frameLen is greater than steps! 0\n\n");
+        eqdrc::log_line(eqdrc::site::kAutoGainFrameTooLong, "frameLen is greater than steps! 0\n\n");
         eqdrc::fatal_exit();
     }
 
@@ -110,8 +109,7 @@ void AutoGainState::process(const float *const *in, float *const *out, int n)
     if (maxGain < targetGain)
         targetGain = maxGain;
     const float gt = targetGain;
-    const float c = currentGain < gt ? attackCoef : releaseCoef;
-    const float next = c * gt + (1.0f - c) * currentGain;
+    const float next = eqdrc::one_pole_step(currentGain, gt, currentGain < gt ? attackCoef : releaseCoef);
     // Spread over the creation frame length: a shorter frame stops short of `next`.
     const float step = (next - currentGain) / static_cast<float>(frameLen);
 
@@ -143,7 +141,7 @@ void AutoGainState::read_loudness()
         targetGain = 1.0f;
         return;
     }
-    smoothedLufs = attackCoef * lufs + (1.0f - attackCoef) * smoothedLufs;
+    smoothedLufs = eqdrc::one_pole_step(smoothedLufs, lufs, attackCoef);
     const float d = targetLufs - smoothedLufs;
     using eqdrc::mathf::kTen;
     // No lower bound: a programme louder than the target is attenuated as far as needed.
@@ -162,7 +160,7 @@ void AutoGainState::set_para(const float *section)
     stepSamples = eqdrc::ms_to_samples(stepMs, sampleRate);
     if (meter != nullptr)
         meter->destroy();
-    meter = Ebur128State::create(bits, sampleRate, channels, windowMs, stepMs);
+    meter = Ebur128State::create(bitDepth, sampleRate, channels, windowMs, stepMs);
     currentGain = 1.0f;
     targetGain = 1.0f;
     // smoothedLufs is kept: the new meter's first read-out is smoothed against it.
@@ -179,15 +177,13 @@ void AutoGainState::get_para(float *section) const
 
 int AutoGainState::print_para() const
 {
-    const char *fn = "AutoGain_PrintPara";
-    int n = eqdrc::log_line(fn, kPrintLine, "AutoGain Param\n");
-    n += eqdrc::log_line(fn, kPrintLine + 1, "=====================\n");
-    n += eqdrc::log_line(fn, kPrintLine + 2, "target_i_dB:%.2f\n", static_cast<double>(targetLufs));
-    n += eqdrc::log_line(fn, kPrintLine + 3, "attack_time:%.2f\n", static_cast<double>(attackMs));
-    n += eqdrc::log_line(fn, kPrintLine + 4, "release_time:%.2f\n", static_cast<double>(releaseMs));
-    n += eqdrc::log_line(fn, kPrintLine + 5, "r128_wins:%i\n", windowMs);
-    n += eqdrc::log_line(fn, kPrintLine + 6, "r128_steps:%i\n", stepMs);
-    return n;
+    eqdrc::PrintOut out(eqdrc::site::kAutoGainPrintTitle, "AutoGain Param\n");
+    out.value("target_i_dB", targetLufs);
+    out.value("attack_time", attackMs);
+    out.value("release_time", releaseMs);
+    out.value("r128_wins", windowMs);
+    out.value("r128_steps", stepMs);
+    return out.total();
 }
 
 void AutoGainState::destroy()

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "enhance/loudness_meter.h"
+#include "meters/loudness_meter.h"
 #include "tqaudio_eqdrc.h"
 
 namespace eqdrc {
@@ -32,7 +32,7 @@ struct AutoGainState {
     int32_t countdown;  // samples until the next loudness read-out
     int32_t sampleRate;
     int32_t channels;
-    int32_t bits;
+    int32_t bitDepth;
     int32_t frameLen;  // creation frame length, the ramp's divisor
     Ebur128State *meter;
     int32_t windowMs;
@@ -41,7 +41,7 @@ struct AutoGainState {
     float fullScale;
 
     // nullptr (after two messages, the meter's and this one) for a bad bit depth.
-    static AutoGainState *create(const float *section, int bits, int sampleRate, int channels, int frameLen);
+    static AutoGainState *create(const float *section, int bitDepth, int sampleRate, int channels, int frameLen);
     // Ends the process when frameLen is longer than the meter's step.
     void process(const float *const *in, float *const *out, int frameLen);
     // A changed window or step restarts the meter and both gains.

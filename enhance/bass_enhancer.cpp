@@ -5,50 +5,35 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "chain/alloc.h"
-#include "chain/log.h"
-#include "chain/mathf.h"
-#include "chain/numeric.h"
-#include "chain/record.h"
-#include "chain/scale.h"
-#include "chain/stage_setup.h"
+#include "core/alloc.h"
+#include "core/log.h"
+#include "core/print_out.h"
+#include "core/mathf.h"
+#include "core/numeric.h"
+#include "core/record.h"
+#include "core/scale.h"
+#include "core/stage_setup.h"
 #include "filters/biquad.h"
 #include "filters/designer.h"
 #include "filters/paired_cascade.h"
 
 namespace {
 
-constexpr int kTooManyChannelsLine = 139;
-constexpr int kBitRateWrongLine = 174;
-constexpr int kPrintTitleLine = 375;
-constexpr int kPrintRuleLine = 376;
-constexpr int kPrintChannelLine = 378;  // the six parameter lines follow on 379..384
-
-constexpr int kLegacyConstantA = 10;
-constexpr int kLegacyConstantB = 4;
+constexpr int kReservedConstantA = 10;
+constexpr int kReservedConstantB = 4;
 
 constexpr int kSections = 2;  // every filter is two identical cascaded sections
 constexpr int kCoeffsPerChannel = kSections * eqdrc::kBiquadCoeffs;
 constexpr int kStatePerChannel = kSections * eqdrc::kBiquadState;
 
 constexpr float kHarmonicBandTop = 3.0f;  // harmonic band is freq .. 3 x freq
-constexpr float kDriveScale = 12.0f;
-constexpr float kBlendPivot = 10.5f;
-constexpr float kShaperGain = 23.64f;  // bit pattern 0x41BD1EB8
 constexpr float kDcBlockerTime = 0.1f;
-// Below this a value is treated as zero: keeps square roots real and the recursive
-// DC blocker out of the denormal range.
-constexpr float kFlush = 1e-8f;
+// The DC blocker's memories flush to zero below the shaper's flush level, which keeps
+// the recursion out of the denormal range.
+constexpr float kFlush = eqdrc::kBassFlush;
 constexpr float kFloorOnThreshold = 0.5f;
 // Both channels run together in blocks of this many samples (scratch on the stack).
 constexpr int kPairBlock = 256;
-
-// sqrt(|v|), or 0 when |v| is at most the flush level.
-inline float sqrt_flushed(float v)
-{
-    const float a = fabsf(v);
-    return a > kFlush ? sqrtf(a) : 0.0f;
-}
 
 using Cascade = BassEnhancerState::Cascade;
 constexpr Cascade BassEnhancerState::*kFilters[] = {
@@ -66,23 +51,23 @@ float BassEnhancerState::Cascade::run(int ch, float x)
     return eqdrc::biquad_step(c + eqdrc::kBiquadCoeffs, z + eqdrc::kBiquadState, y);
 }
 
-BassEnhancerState *BassEnhancerState::create(const float *section, int bits, int sampleRate, int channels,
+BassEnhancerState *BassEnhancerState::create(const float *section, int bitDepth, int sampleRate, int channels,
                                              int link)
 {
     // Per-channel values live in arrays of two: a third channel cannot be held.
-    eqdrc::require_channels("BassEnhancer_Init", kTooManyChannelsLine, channels, eqdrc::kBassMaxChannels);
+    eqdrc::require_channels(eqdrc::site::kBassInitChannels, channels, eqdrc::kBassMaxChannels);
     auto *st = eqdrc::zeroed<BassEnhancerState>(1);
-    st->bits = bits;
+    st->bitDepth = bitDepth;
     st->sampleRate = sampleRate;
     st->channels = channels;
     st->link = link;
     st->read_section(section);
     eqdrc::BitDepthScale scale;
-    if (!eqdrc::scale_or_report("BassEnhancer_Init", kBitRateWrongLine, bits, &scale))
-        return nullptr;  // deliberate leak: this path has never freed the record
+    if (!eqdrc::scale_or_report(eqdrc::site::kBassInitBitDepth, bitDepth, &scale))
+        return nullptr;  // deliberate: the record is not freed on this path, and callers may rely on it
     st->fullScale = scale.fullScale;
-    st->legacyConstants[0] = kLegacyConstantA;
-    st->legacyConstants[1] = kLegacyConstantB;
+    st->reservedConstants[0] = kReservedConstantA;
+    st->reservedConstants[1] = kReservedConstantB;
     // channels < 1 is accepted (and then does nothing): its filters are allocated empty.
     for (auto filter : kFilters) {
         (st->*filter).coeffs = eqdrc::zeroed<float>(eqdrc::count_of(channels) * kCoeffsPerChannel);
@@ -131,24 +116,7 @@ void BassEnhancerState::design()
             std::memcpy(c + eqdrc::kBiquadCoeffs, c, sizeof(float) * eqdrc::kBiquadCoeffs);
         }
 
-        // Shaper constants.  drive 0 or blend 10.5 give infinities or NaN: left as they come.
-        const float k = kDriveScale / drive[ch];
-        const float m = (k / (kBlendPivot - blend[ch])) * kShaperGain;
-        const float t = fabsf((k + k) * k - 1.0f);
-        const float r = t > kFlush ? sqrtf(t) : 0.0f;
-        const float a = r + 1.0f;
-        shaperA[ch] = a;
-        shaperB[ch] = (2.0f - a) * 0.5f;
-        shaperE[ch] = ((k * k - a) + 1.0f) * 0.5f;
-        const float q = sqrt_flushed(2.0f * r - 2.0f * k * k);
-        const float u = a / q;  // q == 0 gives an infinite u: no guard
-        const float s = 1.0f + u * u;
-        const float rootS = s > kFlush ? sqrtf(s) : 0.0f;
-        shaperP[ch] = (2.0f * u * m) / rootS;
-        shaperD[ch] = -m / rootS;
-        shaperF[ch] = m * m / s;
-        const float rr = sqrt_flushed(2.0f * shaperP[ch] + 4.0f * shaperF[ch] - 1.0f);
-        shaperScale[ch] = 2.0f / (2.0f * shaperD[ch] + rr + 1.0f);
+        shaper[ch] = eqdrc::BassShaper::design(drive[ch], blend[ch]);
         dcPole[ch] = (fs * kDcBlockerTime) / (fs * kDcBlockerTime + 1.0f);
     }
 }
@@ -168,8 +136,8 @@ void BassEnhancerState::process(const float *const *in, float *const *out, int f
         return;
     }
     for (int ch = 0; ch < channels; ch++) {
-        const float a = shaperA[ch], b = shaperB[ch], p = shaperP[ch], d = shaperD[ch];
-        const float e = shaperE[ch], f = shaperF[ch], g = dcPole[ch], h = shaperScale[ch];
+        const eqdrc::BassShaper &shape = shaper[ch];
+        const float g = dcPole[ch];
         const float amount = amountLinear[ch];
         const bool floorOn = floor_on(ch);
         float prevIn = dcPrevIn[ch];
@@ -179,12 +147,7 @@ void BassEnhancerState::process(const float *const *in, float *const *out, int f
             const float lo = splitLow.run(ch, x);
             const float hi = splitHigh.run(ch, x);
 
-            // Asymmetric square-root shaper; a NaN takes the negative branch.
-            float w;
-            if (lo >= 0.0f)
-                w = (sqrt_flushed(e + (a - lo) * lo) + b) * h;
-            else
-                w = -(h * (d + sqrt_flushed(f - (lo + p) * lo)));
+            const float w = shape.shape(lo);
 
             const float dc = (w - prevIn + prevOut) * g;
             prevIn = fabsf(w) <= kFlush ? 0.0f : w;
@@ -224,10 +187,12 @@ void BassEnhancerState::process_pair(const float *const in[2], float *const out[
         }
     }
     // Shaper constants in lanes 0 and 1.
-    const f32x4 a = eqdrc::lanes(shaperA[0], shaperA[1], 0.0f, 0.0f), b = eqdrc::lanes(shaperB[0], shaperB[1], 0.0f, 0.0f);
-    const f32x4 p = eqdrc::lanes(shaperP[0], shaperP[1], 0.0f, 0.0f), d = eqdrc::lanes(shaperD[0], shaperD[1], 0.0f, 0.0f);
-    const f32x4 e = eqdrc::lanes(shaperE[0], shaperE[1], 0.0f, 0.0f), f = eqdrc::lanes(shaperF[0], shaperF[1], 0.0f, 0.0f);
-    const f32x4 g = eqdrc::lanes(dcPole[0], dcPole[1], 0.0f, 0.0f), h = eqdrc::lanes(shaperScale[0], shaperScale[1], 0.0f, 0.0f);
+    auto pair = [this](float eqdrc::BassShaper::*c) { return eqdrc::lanes(shaper[0].*c, shaper[1].*c, 0.0f, 0.0f); };
+    const f32x4 a = pair(&eqdrc::BassShaper::a), b = pair(&eqdrc::BassShaper::b);
+    const f32x4 p = pair(&eqdrc::BassShaper::p), d = pair(&eqdrc::BassShaper::d);
+    const f32x4 e = pair(&eqdrc::BassShaper::e), f = pair(&eqdrc::BassShaper::f);
+    const f32x4 h = pair(&eqdrc::BassShaper::scale);
+    const f32x4 g = eqdrc::lanes(dcPole[0], dcPole[1], 0.0f, 0.0f);
     const f32x4 scale = splat(fullScale), flush = splat(kFlush), zero = splat(0.0f);
     f32x4 prevIn = eqdrc::lanes(dcPrevIn[0], dcPrevIn[1], 0.0f, 0.0f);
     f32x4 prevOut = eqdrc::lanes(dcPrevOut[0], dcPrevOut[1], 0.0f, 0.0f);
@@ -235,7 +200,7 @@ void BassEnhancerState::process_pair(const float *const in[2], float *const out[
         const f32x4 x = eqdrc::lanes(in[0][i], in[1][i], in[0][i], in[1][i]) / scale;
         const f32x4 bands = eqdrc::biquad_step(split[1], z1[1], z2[1], eqdrc::biquad_step(split[0], z1[0], z2[0], x));
         const f32x4 lo = eqdrc::lanes(bands[0], bands[1], bands[0], bands[1]);
-        // Both shaper branches, their square-root arguments side by side: rising in
+        // BassShaper::shape, both branches, their square-root arguments side by side: rising in
         // lanes 0 and 1, falling in lanes 2 and 3.
         const f32x4 rising = e + (a - lo) * lo, falling = f - (lo + p) * lo;
         const f32x4 arg = eqdrc::abs(eqdrc::lanes(rising[0], rising[1], falling[0], falling[1]));
@@ -314,20 +279,17 @@ void BassEnhancerState::get_para(float *section) const
 
 int BassEnhancerState::print_para() const
 {
-    const char *fn = "BassEnhancer_PrintPara";
-    int n = eqdrc::log_line(fn, kPrintTitleLine, "BassEnhancer Param\n");
-    n += eqdrc::log_line(fn, kPrintRuleLine, "=====================\n");
+    eqdrc::PrintOut out(eqdrc::site::kBassPrintTitle, "BassEnhancer Param\n");
     for (int ch = 0; ch < channels; ch++) {
-        const int l = kPrintChannelLine;
-        n += eqdrc::log_line(fn, l, "==== channel:%i ====\n", ch);
-        n += eqdrc::log_line(fn, l + 1, "amount_dB:%.2f\n", static_cast<double>(amountDb[ch]));
-        n += eqdrc::log_line(fn, l + 2, "drive:%.2f\n", static_cast<double>(drive[ch]));
-        n += eqdrc::log_line(fn, l + 3, "blend:%.2f\n", static_cast<double>(blend[ch]));
-        n += eqdrc::log_line(fn, l + 4, "freq:%.2f\n", static_cast<double>(freqHz[ch]));
-        n += eqdrc::log_line(fn, l + 5, "floor_active:%i\n", floorActive[ch]);
-        n += eqdrc::log_line(fn, l + 6, "floor:%.2f\n", static_cast<double>(floorHz[ch]));
+        out.heading(eqdrc::site::kBassPrintChannel, eqdrc::kEquals, "channel", ch);
+        out.value("amount_dB", amountDb[ch]);
+        out.value("drive", drive[ch]);
+        out.value("blend", blend[ch]);
+        out.value("freq", freqHz[ch]);
+        out.value("floor_active", floorActive[ch]);
+        out.value("floor", floorHz[ch]);
     }
-    return n;
+    return out.total();
 }
 
 void BassEnhancerState::destroy()

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "enhance/bass_shaper.h"
 #include "tqaudio_eqdrc.h"
 
 namespace eqdrc {
@@ -31,11 +32,11 @@ struct BassEnhancerState {
         float run(int ch, float x);
     };
 
-    int32_t bits;
+    int32_t bitDepth;
     int32_t sampleRate;
     int32_t channels;
     int32_t link;
-    int32_t legacyConstants[2];  // 10 and 4; part of the record, nothing reads them
+    int32_t reservedConstants[2];  // 10 and 4, set at creation for hosts that inspect the record; the stage does not read them
     Cascade splitLow;            // Butterworth low-pass at freq
     Cascade splitHigh;           // Butterworth high-pass at freq
     Cascade harmonicLow;         // Butterworth low-pass at 3 x freq
@@ -48,21 +49,14 @@ struct BassEnhancerState {
     float freqHz[2];
     int32_t floorActive[2];
     float floorHz[2];
-    // Waveshaper constants, from drive and blend.
-    float shaperA[2];
-    float shaperB[2];
-    float shaperP[2];
-    float shaperD[2];
-    float shaperE[2];
-    float shaperF[2];
-    float dcPole[2];       // G of the DC blocker after the shaper
-    float shaperScale[2];  // H
+    eqdrc::BassShaper shaper[2];  // from drive and blend
+    float dcPole[2];              // G of the DC blocker after the shaper
     float dcPrevIn[2];
     float dcPrevOut[2];
     float fullScale;
 
     // More than two channels end the process; nullptr (state leaked) for a bad depth.
-    static BassEnhancerState *create(const float *section, int bits, int sampleRate, int channels, int link);
+    static BassEnhancerState *create(const float *section, int bitDepth, int sampleRate, int channels, int link);
     void process(const float *const *in, float *const *out, int frameLen);
     // Filters and DC blocker restart from rest.
     void set_para(const float *section);

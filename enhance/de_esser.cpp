@@ -3,23 +3,20 @@
 
 #include <cstdlib>
 
-#include "chain/alloc.h"
-#include "chain/log.h"
-#include "chain/mathf.h"
-#include "chain/record.h"
-#include "chain/scale.h"
-#include "chain/stage_setup.h"
+#include "core/alloc.h"
+#include "core/log.h"
+#include "core/print_out.h"
+#include "core/mathf.h"
+#include "core/record.h"
+#include "core/scale.h"
+#include "core/stage_setup.h"
+#include "core/time_constant.h"
 #include "filters/biquad.h"
+#include "dynamics/gain_ramp.h"
 #include "filters/lanes.h"
 #include "filters/paired_cascade.h"
 
 namespace {
-
-constexpr int kTooManyChannelsLine = 57;
-constexpr int kBitRateWrongLine = 86;
-constexpr int kPrintTitleLine = 270;
-constexpr int kPrintRuleLine = 271;
-constexpr int kPrintChannelLine = 274;  // f0 and threshold follow on 275 and 276
 
 constexpr float kReleaseMs = 200.0f;
 constexpr float kAttackMs = 100.0f;
@@ -28,13 +25,6 @@ constexpr double kTwoPi = 6.283185307179586;
 constexpr float kHalfLn2 = 0.3465736f;  // bit pattern 0x3EB17218
 constexpr int kReadBackWordA = 5;  // the only section words the read-back touches
 constexpr int kReadBackWordB = 6;
-
-// Once-per-frame decay factor for a time of `ms`, formed in float.
-float frame_decay(int32_t frameLen, int32_t sampleRate, float ms)
-{
-    const float num = static_cast<float>(frameLen) * -static_cast<float>(eqdrc::kTimeConstantFactor);
-    return eqdrc::mathf::expf(num / (static_cast<float>(sampleRate) * ms));
-}
 
 // sum + t[0] + t[4] + ... + t[4(n - 1)], added one after the other; unrolled only to
 // spare the loop its counting.
@@ -55,27 +45,27 @@ float sum_in_order(float sum, const float *t, int n)
 
 }  // namespace
 
-DeEsserState *DeEsserState::create(const float *section, int bits, int sampleRate, int channels, int frameLen,
+DeEsserState *DeEsserState::create(const float *section, int bitDepth, int sampleRate, int channels, int frameLen,
                                    int link)
 {
     // Per-channel values live in arrays of two: a third channel cannot be held.
-    eqdrc::require_channels("DeEsser_Init", kTooManyChannelsLine, channels, eqdrc::kDeEsserMaxChannels);
+    eqdrc::require_channels(eqdrc::site::kDeEsserInitChannels, channels, eqdrc::kDeEsserMaxChannels);
     auto *st = eqdrc::zeroed<DeEsserState>(1);
-    st->bits = bits;
+    st->bitDepth = bitDepth;
     st->sampleRate = sampleRate;
     st->channels = channels;
     st->frameLen = frameLen;
     st->link = link;
     eqdrc::BitDepthScale scale;
-    if (!eqdrc::scale_or_report("DeEsser_Init", kBitRateWrongLine, bits, &scale))
-        return nullptr;  // deliberate leak: this path has never freed the record
+    if (!eqdrc::scale_or_report(eqdrc::site::kDeEsserInitBitDepth, bitDepth, &scale))
+        return nullptr;  // deliberate: the record is not freed on this path, and callers may rely on it
     st->log10FullScale = scale.log10FullScale;
     st->fullScale = scale.fullScale;
     st->read_section(section);
     st->releaseMs = kReleaseMs;
     st->attackMs = kAttackMs;
-    st->releaseCoef = frame_decay(frameLen, sampleRate, st->releaseMs);
-    st->attackCoef = frame_decay(frameLen, sampleRate, st->attackMs);
+    st->releaseCoef = eqdrc::frame_decay_float_product(frameLen, sampleRate, st->releaseMs);
+    st->attackCoef = eqdrc::frame_decay_float_product(frameLen, sampleRate, st->attackMs);
     st->width = kWidth;
     for (int ch = 0; ch < channels; ch++) {
         st->design(ch, AlphaForm::kCreation);
@@ -251,15 +241,13 @@ void DeEsserState::get_para(float *section) const
 
 int DeEsserState::print_para() const
 {
-    const char *fn = "DeEsser_PrintPara";
-    int n = eqdrc::log_line(fn, kPrintTitleLine, "DeEsser Param\n");
-    n += eqdrc::log_line(fn, kPrintRuleLine, "=====================\n");
+    eqdrc::PrintOut out(eqdrc::site::kDeEsserPrintTitle, "DeEsser Param\n");
     for (int ch = 0; ch < channels; ch++) {
-        n += eqdrc::log_line(fn, kPrintChannelLine, "---- channel:%i ----\n", ch);
-        n += eqdrc::log_line(fn, kPrintChannelLine + 1, "f0:%.2f\n", static_cast<double>(f0Hz[ch]));
-        n += eqdrc::log_line(fn, kPrintChannelLine + 2, "threshold:%.2f\n", static_cast<double>(thresholdDb[ch]));
+        out.heading(eqdrc::site::kDeEsserPrintChannel, eqdrc::kDashes, "channel", ch);
+        out.value("f0", f0Hz[ch]);
+        out.value("threshold", thresholdDb[ch]);
     }
-    return n;
+    return out.total();
 }
 
 void DeEsserState::destroy() { std::free(this); }

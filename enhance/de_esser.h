@@ -23,7 +23,7 @@ constexpr int kDeEsserPairFrames = 1024;
 
 // One allocation: everything is held inline.
 struct DeEsserState {
-    int32_t bits;
+    int32_t bitDepth;
     int32_t sampleRate;
     int32_t channels;
     int32_t frameLen;  // creation frame length, the ramp's divisor
@@ -45,7 +45,7 @@ struct DeEsserState {
     float inverseFrameLen;
 
     // More than two channels end the process; nullptr (record leaked) for a bad depth.
-    static DeEsserState *create(const float *section, int bits, int sampleRate, int channels, int frameLen,
+    static DeEsserState *create(const float *section, int bitDepth, int sampleRate, int channels, int frameLen,
                                 int link);
     void process(const float *const *in, float *const *out, int frameLen);
     // Filters and gains restart; times and coefficients stay.

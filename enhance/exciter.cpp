@@ -5,39 +5,30 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "chain/alloc.h"
-#include "chain/log.h"
-#include "chain/mathf.h"
-#include "chain/record.h"
-#include "chain/scale.h"
-#include "chain/stage_setup.h"
+#include "core/alloc.h"
+#include "core/log.h"
+#include "core/print_out.h"
+#include "core/mathf.h"
+#include "core/record.h"
+#include "core/scale.h"
+#include "core/stage_setup.h"
 #include "filters/biquad.h"
 #include "filters/designer.h"
 #include "filters/paired_cascade.h"
 
-namespace {
-
-constexpr int kTooManyChannelsLine = 37;
-constexpr int kBitRateWrongLine = 71;
-constexpr int kPrintTitleLine = 195;
-constexpr int kPrintRuleLine = 196;
-constexpr int kPrintChannelLine = 198;  // the four parameter lines follow on 199..202
-
-}  // namespace
-
-ExciterState *ExciterState::create(const float *section, int bits, int sampleRate, int channels, int link)
+ExciterState *ExciterState::create(const float *section, int bitDepth, int sampleRate, int channels, int link)
 {
     // Per-channel values live in arrays of two: a third channel cannot be held.
-    eqdrc::require_channels("Exciter_Init", kTooManyChannelsLine, channels, eqdrc::kExciterMaxChannels);
+    eqdrc::require_channels(eqdrc::site::kExciterInitChannels, channels, eqdrc::kExciterMaxChannels);
     auto *st = eqdrc::zeroed<ExciterState>(1);
-    st->bits = bits;
+    st->bitDepth = bitDepth;
     st->sampleRate = sampleRate;
     st->channels = channels;
     st->link = link;
     st->read_section(section);
     eqdrc::BitDepthScale scale;
-    if (!eqdrc::scale_or_report("Exciter_Init", kBitRateWrongLine, bits, &scale))
-        return nullptr;  // deliberate leak: this path has never freed the record
+    if (!eqdrc::scale_or_report(eqdrc::site::kExciterInitBitDepth, bitDepth, &scale))
+        return nullptr;  // deliberate: the record is not freed on this path, and callers may rely on it
     st->fullScale = scale.fullScale;
     // channels < 1 is accepted (and then does nothing): its filters are allocated empty.
     const size_t ch = eqdrc::count_of(channels);
@@ -183,18 +174,15 @@ void ExciterState::get_para(float *section) const
 
 int ExciterState::print_para() const
 {
-    const char *fn = "Exciter_PrintPara";
-    int n = eqdrc::log_line(fn, kPrintTitleLine, "Exciter Param\n");
-    n += eqdrc::log_line(fn, kPrintRuleLine, "=====================\n");
+    eqdrc::PrintOut out(eqdrc::site::kExciterPrintTitle, "Exciter Param\n");
     for (int ch = 0; ch < channels; ch++) {
-        const int l = kPrintChannelLine;
-        n += eqdrc::log_line(fn, l, "==== channel:%i ====\n", ch);
-        n += eqdrc::log_line(fn, l + 1, "even_harmonics:%.2f\n", static_cast<double>(evenHarmonics[ch]));
-        n += eqdrc::log_line(fn, l + 2, "distortion_amount:%.2f\n", static_cast<double>(distortionAmount[ch]));
-        n += eqdrc::log_line(fn, l + 3, "Cutoff:%.2f\n", static_cast<double>(cutoffHz[ch]));
-        n += eqdrc::log_line(fn, l + 4, "mix:%.2f\n", static_cast<double>(mix[ch]));
+        out.heading(eqdrc::site::kExciterPrintChannel, eqdrc::kEquals, "channel", ch);
+        out.value("even_harmonics", evenHarmonics[ch]);
+        out.value("distortion_amount", distortionAmount[ch]);
+        out.value("Cutoff", cutoffHz[ch]);
+        out.value("mix", mix[ch]);
     }
-    return n;
+    return out.total();
 }
 
 void ExciterState::destroy()

@@ -23,7 +23,7 @@ constexpr int kExciterMaxChannels = 2;
 }  // namespace eqdrc
 
 struct ExciterState {
-    int32_t bits;
+    int32_t bitDepth;
     int32_t sampleRate;
     int32_t channels;
     int32_t link;
@@ -40,7 +40,7 @@ struct ExciterState {
     float fullScale;
 
     // More than two channels end the process; nullptr (state leaked) for a bad depth.
-    static ExciterState *create(const float *section, int bits, int sampleRate, int channels, int link);
+    static ExciterState *create(const float *section, int bitDepth, int sampleRate, int channels, int link);
     void process(const float *const *in, float *const *out, int frameLen);
     // Filters restart from rest.
     void set_para(const float *section);

@@ -1,9 +1,6 @@
 // C entry points of the ten-band equaliser.
+#include "core/handle.h"
 #include "eq/equaliser.h"
-
-namespace {
-constexpr int kNullHandle = -3;
-}
 
 extern "C" {
 
@@ -38,12 +35,6 @@ void EQ10_GetData(EQ10State *st, float **inFrames, float **outFrames)
 
 int EQ10_PrintPara(EQ10State *st) { return st != nullptr ? st->print_para() : 0; }
 
-int EQ10_Destroy(EQ10State *st)
-{
-    if (st == nullptr)
-        return kNullHandle;
-    st->destroy();
-    return 0;
-}
+int EQ10_Destroy(EQ10State *st) { return eqdrc::destroy_handle(st); }
 
 }  // extern "C"

@@ -4,10 +4,11 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "chain/alloc.h"
-#include "chain/log.h"
-#include "chain/numeric.h"
-#include "chain/record.h"
+#include "core/alloc.h"
+#include "core/log.h"
+#include "core/print_out.h"
+#include "core/numeric.h"
+#include "core/record.h"
 #include "filters/biquad.h"
 #include "filters/designer.h"
 #include "filters/paired_cascade.h"
@@ -21,15 +22,6 @@ using eqdrc::kEqBands;
 using eqdrc::kEqBandWords;
 using eqdrc::kEqChannelWords;
 using eqdrc::zeroed;
-
-// Line numbers of the parameter print-out.
-constexpr int kPrintTitleLine = 262;
-constexpr int kPrintRuleLine = 263;
-constexpr int kPrintChannelLine = 266;
-constexpr int kPrintTypeLine = 270;
-constexpr int kPrintFcLine = 272;
-constexpr int kPrintQLine = 273;
-constexpr int kPrintBoostLine = 274;
 
 // One section over a whole buffer in place, its memories held in registers for the
 // buffer.  (b1*x - a1*y) + z2 is the order the tunings were verified with.
@@ -239,11 +231,9 @@ void EQ10State::get_data(float *const *inFrames, float *const *outFrames) const
 
 int EQ10State::print_para() const
 {
-    const char *fn = "EQ10_PrintPara";
-    int n = eqdrc::log_line(fn, kPrintTitleLine, "EQ Param\n");
-    n = eqdrc::log_line(fn, kPrintRuleLine, "=====================\n");
+    eqdrc::PrintOut out(eqdrc::site::kEqPrintTitle, "EQ Param\n");
     for (int c = 0; c < channels; c++) {
-        n = eqdrc::log_line(fn, kPrintChannelLine, "==== channel:%i ====\n", c);
+        out.heading(eqdrc::site::kEqPrintChannel, eqdrc::kEquals, "channel", c);
         for (int b = 0; b < kEqBands; b++) {
             const int i = kEqBands * c + b;
             // Only bands switched on with exactly 1 are listed, though other non-zero
@@ -251,14 +241,16 @@ int EQ10State::print_para() const
             if (enable[i] != 1)
                 continue;
             const char *label = eqdrc::filter_type_label(filterTypes[i]);
+            out.skip_to(eqdrc::site::kEqPrintType);
             if (label != nullptr)
-                n = eqdrc::log_line(fn, kPrintTypeLine, "filterTypes:%s\n", label);
-            n = eqdrc::log_line(fn, kPrintFcLine, "fc:%.2f\n", static_cast<double>(fc[i]));
-            n = eqdrc::log_line(fn, kPrintQLine, "Q:%.2f\n", static_cast<double>(Q[i]));
-            n = eqdrc::log_line(fn, kPrintBoostLine, "boost:%.2f\n", static_cast<double>(boost[i]));
+                out.text("filterTypes", label);
+            out.skip_to(eqdrc::site::kEqPrintFc);
+            out.value("fc", fc[i]);
+            out.value("Q", Q[i]);
+            out.value("boost", boost[i]);
         }
     }
-    return n;
+    return out.last();
 }
 
 void EQ10State::destroy()

@@ -1,51 +1,37 @@
-// The exported biquad: the sample function and a small object owning its blocks.
+// The exported biquad object: a small record owning its coefficient and state blocks.
 #include "filters/biquad.h"
 
 #include <cstdlib>
 #include <cstring>
 
-#include "tqaudio_eqdrc.h"
+#include "core/alloc.h"
 
+namespace eqdrc {
 namespace {
-constexpr int kObjectStateWords = 4;  // two used; the block has always been four wide
+constexpr int kObjectStateWords = 4;  // two used; the block is four wide so hosts may keep spare state
 }
 
-extern "C" {
-
-float update_biquad_filter(const float *coeffs, float *state, float x) { return eqdrc::biquad_step(coeffs, state, x); }
-
-BiquadState *biquad_init(void)
+BiquadState *biquad_object_create()
 {
-    auto *b = static_cast<BiquadState *>(std::calloc(1, sizeof(BiquadState)));
-    b->coeffs = static_cast<float *>(std::calloc(eqdrc::kBiquadCoeffs, sizeof(float)));
-    b->state = static_cast<float *>(std::calloc(kObjectStateWords, sizeof(float)));
+    auto *b = zeroed<BiquadState>(1);
+    b->coeffs = zeroed<float>(kBiquadCoeffs);
+    b->state = zeroed<float>(kObjectStateWords);
     return b;
 }
 
-int biquad_destroy(BiquadState *b)
+void biquad_object_free(BiquadState *b)
 {
-    if (b == nullptr)
-        return 0;
     std::free(b->coeffs);
     b->coeffs = nullptr;
     std::free(b->state);
     std::free(b);
-    return 0;
 }
 
-void biquad_reset(BiquadState *b) { std::memset(b->state, 0, kObjectStateWords * sizeof(float)); }
+void biquad_object_reset(BiquadState *b) { std::memset(b->state, 0, kObjectStateWords * sizeof(float)); }
 
-int biquad_setCoefficients(BiquadState *b, const float coeffs[5])
+void biquad_object_set(BiquadState *b, const float *coeffs)
 {
-    std::memcpy(b->coeffs, coeffs, eqdrc::kBiquadCoeffs * sizeof(float));
-    return 0;
+    std::memcpy(b->coeffs, coeffs, kBiquadCoeffs * sizeof(float));
 }
 
-float biquad_processAudioSample(BiquadState *b, float x) { return eqdrc::biquad_step(b->coeffs, b->state, x); }
-
-float biquad_1st_processAudioSample(BiquadState *b, float x)
-{
-    return eqdrc::biquad_first_order_step(b->coeffs, b->state, x);
-}
-
-}  // extern "C"
+}  // namespace eqdrc

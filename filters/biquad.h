@@ -3,6 +3,7 @@
 #define EQDRC_FILTERS_BIQUAD_H
 
 #include "filters/lanes.h"
+#include "tqaudio_eqdrc.h"
 
 namespace eqdrc {
 
@@ -52,6 +53,12 @@ inline f32x4 biquad_step(const BiquadLanes &c, f32x4 &z1, f32x4 &z2, f32x4 x)
     z2 = c.b2 * x - c.a2 * y;
     return y;
 }
+
+// The exported biquad object (biquad_init and friends): zeroed blocks, freed together.
+BiquadState *biquad_object_create();
+void biquad_object_free(BiquadState *b);
+void biquad_object_reset(BiquadState *b);
+void biquad_object_set(BiquadState *b, const float *coeffs);
 
 }  // namespace eqdrc
 

@@ -5,15 +5,12 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "chain/alloc.h"
-#include "chain/log.h"
+#include "core/alloc.h"
+#include "core/log.h"
 #include "filters/designer.h"
 
 namespace eqdrc {
 namespace {
-
-constexpr int kParamAllocLine = 59;
-constexpr int kNullHandle = -3;
 
 constexpr int32_t kDefaultBandMode = 0;
 constexpr float kDefaultCorners[kCrossoverCorners] = {250.0f, 3000.0f, 250.0f, 1000.0f, 1000.0f, 3000.0f};
@@ -114,6 +111,17 @@ void crossover_default_param(CrossoverParam *param)
     std::memcpy(param->freq, kDefaultCorners, sizeof param->freq);
 }
 
+CrossoverParam *new_default_param()
+{
+    auto *param = static_cast<CrossoverParam *>(std::malloc(sizeof(CrossoverParam)));
+    if (param == nullptr) {
+        log_line(site::kCrossoverParamAlloc, "CrossoverParam malloc error \n\n");
+        return nullptr;
+    }
+    crossover_default_param(param);
+    return param;
+}
+
 }  // namespace eqdrc
 
 CrossoverState *CrossoverState::create(int sampleRate, int channels, const CrossoverParam *param)
@@ -196,43 +204,3 @@ void CrossoverState::destroy()
     band3Lp.release();
     std::free(this);
 }
-
-extern "C" {
-
-CrossoverParam *Filters_Crossover_paramInit(void)
-{
-    auto *param = static_cast<CrossoverParam *>(std::malloc(sizeof(CrossoverParam)));
-    if (param == nullptr) {
-        eqdrc::log_line("Filters_Crossover_paramInit", eqdrc::kParamAllocLine, "CrossoverParam malloc error \n\n");
-        return nullptr;
-    }
-    eqdrc::crossover_default_param(param);
-    return param;
-}
-
-CrossoverState *Filters_Crossover_filterInit(int sampleRate, int channels, const CrossoverParam *param)
-{
-    return CrossoverState::create(sampleRate, channels, param);
-}
-
-void Filters_Crossover_filterSetParam(CrossoverState *st, const CrossoverParam *param)
-{
-    if (st != nullptr && param != nullptr)
-        st->set_param(param);
-}
-
-void Filters_Crossover_filterProcess(CrossoverState *st, const float *in, float *out)
-{
-    if (st != nullptr)
-        st->process(in, out);
-}
-
-int Filters_Crossover_filterDestroy(CrossoverState *st)
-{
-    if (st == nullptr)
-        return eqdrc::kNullHandle;
-    st->destroy();
-    return 0;
-}
-
-}  // extern "C"

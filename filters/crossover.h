@@ -25,6 +25,9 @@ constexpr int crossover_bands(int bandMode) { return 2 + (bandMode > 0) + (bandM
 
 // Fills a record with the default corners and two bands.
 void crossover_default_param(CrossoverParam *param);
+// A new record with the defaults (malloc'd, the caller frees it), or null after the
+// allocation-failure message.
+CrossoverParam *new_default_param();
 
 // One fourth-order Linkwitz-Riley filter for every channel: two identical cascaded
 // Butterworth sections per channel.

@@ -4,8 +4,8 @@
 
 #include <cmath>
 
-#include "chain/log.h"
-#include "chain/mathf.h"
+#include "core/log.h"
+#include "core/mathf.h"
 #include "tqaudio_eqdrc.h"
 
 namespace eqdrc {
@@ -19,7 +19,6 @@ constexpr float kMinQ = 0.01f;
 constexpr float kMaxQ = 16.0f;
 constexpr float kMaxSlope = 2.0f;
 constexpr float kMaxOctaves = 11.0f;
-constexpr int kUnknownTypeLine = 147;
 
 float clamp_q(float q, float upper)
 {
@@ -149,14 +148,9 @@ void design_biquad(float c[5], int type, float fs, float fc, float q, float gain
     case kButterworthLP: design_butterworth(c, false, w0, gainDb); break;
     case kButterworthHP: design_butterworth(c, true, w0, gainDb); break;
     default:
-        log_line("filter_calculateCoeffs", kUnknownTypeLine, "ErrorXXX: You should choose a filter type!\n\n");
+        log_line(site::kDesignerUnknownType, "ErrorXXX: You should choose a filter type!\n\n");
         fatal_exit();
     }
 }
 
 }  // namespace eqdrc
-
-extern "C" void filter_calculateCoeffs(float coeffs[5], int type, float fs, float fc, float q, float gainDb)
-{
-    eqdrc::design_biquad(coeffs, type, fs, fc, q, gainDb);
-}

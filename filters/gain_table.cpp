@@ -1,6 +1,6 @@
 #include "filters/gain_table.h"
 
-#include "chain/numeric.h"
+#include "core/numeric.h"
 #include "tqaudio_eqdrc.h"
 
 namespace eqdrc {
@@ -59,20 +59,3 @@ float gain_table_lookup(int last, const float *table, float level, float x0, flo
 }
 
 }  // namespace eqdrc
-
-extern "C" {
-
-float table_caculate(int knee, float x, float noise_threshold, float expand_end, float compress_start, float max_gain,
-                     float max_peak)
-{
-    return eqdrc::expander_compressor_curve(knee, x, noise_threshold, expand_end, compress_start, max_gain, max_peak);
-}
-
-float max_table_caculate(int knee, float x, float threshold) { return eqdrc::limiter_curve(knee, x, threshold); }
-
-float table_search(int last_index, const float *table, float level, float x0, float scale)
-{
-    return eqdrc::gain_table_lookup(last_index, table, level, x0, scale);
-}
-
-}  // extern "C"

@@ -4,7 +4,7 @@
 
 #include <cmath>
 
-#include "chain/mathf.h"
+#include "core/mathf.h"
 
 namespace eqdrc {
 
@@ -16,6 +16,40 @@ constexpr float kGainFloor = 0.001f;                 // -60 dB: the deepest atte
 // Expander / constant gain / compressor curve (dB in, dB out).
 float expander_compressor_curve(int knee, float x, float noiseThreshold, float expandEnd, float compressStart,
                                 float maxGain, float maxPeak);
+
+// The corners of an expander / constant gain / compressor curve, in the order tuning
+// sections and adjust calls hold them.
+struct CurveSettings {
+    float compressStartDb;
+    float expandEndDb;
+    float noiseThresholdDb;
+    float maxGainDb;
+    float maxPeakDb;
+
+    // The curve's output level in dB for `x` dB in.
+    float level_db(float x) const
+    {
+        return expander_compressor_curve(kGainCurveKnee, x, noiseThresholdDb, expandEndDb, compressStartDb,
+                                         maxGainDb, maxPeakDb);
+    }
+
+    // The consistency rule: the curve rises through expansion, flat boost and compression
+    // in that order (noise <= expand end <= compress start) and compressStart + maxGain
+    // stays at or below maxPeak.  Its two forms differ only for NaN:
+    // every comparison must hold, so a NaN anywhere fails (the multi-band compressor's);
+    bool consistent_nan_fails() const
+    {
+        return noiseThresholdDb <= expandEndDb && expandEndDb <= compressStartDb &&
+               compressStartDb + maxGainDb <= maxPeakDb;
+    }
+    // no comparison may show a violation, so a NaN anywhere passes (the AGC's).
+    bool consistent_nan_passes() const
+    {
+        return !(noiseThresholdDb > expandEndDb || expandEndDb > compressStartDb ||
+                 maxPeakDb < compressStartDb + maxGainDb);
+    }
+};
+
 // Limiter curve (dB in, dB out).
 float limiter_curve(int knee, float x, float threshold);
 // Nearest entry for `level` (dB); below the grid entry 0, above it entry `last`.

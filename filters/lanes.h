@@ -174,17 +174,6 @@ inline f32x4 sqrt(f32x4 a)
 
 inline f32x4 splat(float x) { return lanes(x, x, x, x); }
 
-// The next four values of the ramp `a = a + step`, added one after the other; `a` is
-// left on the last.
-inline f32x4 ramp_lanes(float &a, float step)
-{
-    const float a0 = a + step;
-    const float a1 = a0 + step;
-    const float a2 = a1 + step;
-    a = a2 + step;
-    return lanes(a0, a1, a2, a);
-}
-
 // Unaligned loads and stores of four consecutive floats.
 inline f32x4 load(const float *p)
 {
@@ -195,41 +184,12 @@ inline f32x4 load(const float *p)
 
 inline void store(float *p, f32x4 v) { std::memcpy(p, &v, sizeof v); }
 
-// The running peak after x[0..n): `if (|x[i]| > peak) peak = |x[i]|` in turn.  Being the
-// largest magnitude (a NaN is never taken), it is found four samples at a time.  With
-// `meanSquare`, also adds |x[i]|^2 / frames to it, one term after the other.
-inline float running_peak(const float *x, int n, float peak, float frames, float *meanSquare)
+// A loop that reads x[i] before it writes y[i] gives the same as one that reads a block
+// of x ahead of its writes, unless y starts inside x past its first element.
+inline bool reads_stay_ahead(const float *x, const float *y, int n)
 {
-    int i = 0;
-    if (n >= kLanes) {
-        f32x4 lanePeak = splat(peak);
-        const f32x4 frameCount = splat(frames);
-        float sum = meanSquare ? *meanSquare : 0.0f;
-        for (; i + kLanes <= n; i += kLanes) {
-            const f32x4 mag = abs(load(x + i));
-            if (meanSquare) {
-                const f32x4 t = mag * mag / frameCount;
-                sum = sum + t[0];
-                sum = sum + t[1];
-                sum = sum + t[2];
-                sum = sum + t[3];
-            }
-            lanePeak = select(greater(mag, lanePeak), mag, lanePeak);
-        }
-        for (int lane = 0; lane < kLanes; lane++)
-            if (lanePeak[lane] > peak)
-                peak = lanePeak[lane];
-        if (meanSquare)
-            *meanSquare = sum;
-    }
-    for (; i < n; i++) {
-        const float mag = std::fabs(x[i]);
-        if (meanSquare)
-            *meanSquare = *meanSquare + mag * mag / frames;
-        if (mag > peak)
-            peak = mag;
-    }
-    return peak;
+    const uintptr_t xi = reinterpret_cast<uintptr_t>(x), yi = reinterpret_cast<uintptr_t>(y);
+    return !(yi > xi && yi < xi + static_cast<uintptr_t>(n) * sizeof(float));
 }
 
 }  // namespace eqdrc

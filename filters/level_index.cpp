@@ -1,7 +1,7 @@
 // Breakpoints of a detector's gain-table entries.
 #include "filters/level_index.h"
 
-#include "chain/numeric.h"
+#include "core/numeric.h"
 
 #include <cstdint>
 #include <cstring>

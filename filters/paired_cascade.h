@@ -21,14 +21,6 @@ inline bool channels_independent(const float *const *in, const float *const *out
     return o >= i + bytes || i >= o + bytes;
 }
 
-// A loop that reads x[i] before it writes y[i] gives the same as one that reads a block
-// of x ahead of its writes, unless y starts inside x past its first element.
-inline bool reads_stay_ahead(const float *x, const float *y, int n)
-{
-    const uintptr_t xi = reinterpret_cast<uintptr_t>(x), yi = reinterpret_cast<uintptr_t>(y);
-    return !(yi > xi && yi < xi + static_cast<uintptr_t>(n) * sizeof(float));
-}
-
 constexpr int kMaxCascadeSections = 10;
 
 // Where the sections live: section k of channel c has its five coefficients at

@@ -129,7 +129,8 @@ EQDRC_API int AudioPost_SetPara(AudioPostState *st, const float *pfPara, int swF
 EQDRC_API int AudioPost_GetPara(AudioPostState *st, float *pfPara);
 
 /** Replace the equaliser's 100-word section (record words 100..199); does nothing
- *  while the equaliser is disabled, creates it on first use.  @return 0. */
+ *  while the equaliser is disabled, creates it on first use.  @return 0, or -1
+ *  (without a message) for a null chain, as every pass-through below. */
 EQDRC_API int AudioPost_EQ10_SetPara(AudioPostState *st, const float *eqSection);
 
 /** Read the equaliser's section back.  Ends the process (-1) when the equaliser was
@@ -470,7 +471,7 @@ EQDRC_API DeEsserState *DeEsser_Init(const float *section, int bits, int sampleR
 EQDRC_API void DeEsser_Process(DeEsserState *st, float **in, float **out, int frameLen);
 /** Retune; filters and gain restart. */
 EQDRC_API void DeEsser_SetPara(DeEsserState *st, const float *section);
-/** Read back (words 5 and 6 only, as the stage has always done). */
+/** Read back words 5 and 6 only: the others are the caller's to keep. */
 EQDRC_API void DeEsser_GetPara(DeEsserState *st, float *section);
 EQDRC_API int DeEsser_PrintPara(DeEsserState *st);
 EQDRC_API int DeEsser_Destroy(DeEsserState *st);

@@ -95,17 +95,6 @@ TEST(ExciterMix, UndrivenSmallSignalIsTheInputHighPassedTwiceTimesOneAndAHalf)
     Exciter_Destroy(st);
 }
 
-TEST(ExciterMix, DriveGainIsTenToTwiceTheAmount)
-{
-    for (const auto &c : {std::pair<float, float>{0.0f, 1.0f}, {0.5f, 10.0f}, {1.0f, 100.0f}}) {
-        const Section sec{0.0f, c.first, 3000.0f, 0.5f};
-        ExciterState *st = Exciter_Init(sec.w, 16, kFs, 1, 0);
-        EXPECT_FLOAT_EQ(st->driveGain[0], c.second);
-        EXPECT_FLOAT_EQ(st->inverseDriveGain[0], 1.0f / c.second);
-        Exciter_Destroy(st);
-    }
-}
-
 TEST(ExciterClipper, BoundariesAndNaN)
 {
     EXPECT_EQ(ExciterState::soft_clip(1.0f), 1.0f);  // cubic branch, lands exactly on 1
@@ -172,23 +161,5 @@ TEST(ExciterRetune, LinkedReadBackWritesBothBlocksAndLeavesTheSpareWords)
 }
 
 // ---------------------------------------------------------------------------------
-
-TEST(ExciterMisuse, NoChannelsOrEmptyFramesDoNothing)
-{
-    ExciterState *none = Exciter_Init(kReference.w, 16, kFs, 0, 0);
-    std::vector<float> back(10, 99.0f);
-    Exciter_GetPara(none, back.data());
-    EXPECT_EQ(back, std::vector<float>(10, 99.0f));
-    Planar buf(2, kFrame, 1000.0f);
-    Exciter_Process(none, buf.ptrs(), buf.ptrs(), kFrame);
-    Exciter_SetPara(none, kReference.w);
-    Exciter_Destroy(none);
-
-    ExciterState *st = Exciter_Init(kReference.w, 16, kFs, 2, 0);
-    Exciter_Process(st, buf.ptrs(), buf.ptrs(), 0);
-    Exciter_Process(st, buf.ptrs(), buf.ptrs(), -1);
-    EXPECT_EQ(buf.data[1], std::vector<float>(kFrame, 1000.0f));
-    Exciter_Destroy(st);
-}
 
 }  // namespace

@@ -4,7 +4,7 @@
 #include <regex>
 #include <vector>
 
-#include "dynamics/level_detector.h"
+#include "meters/level_detector.h"
 #include "support/test_support.h"
 
 namespace {
@@ -50,7 +50,7 @@ int loudest_band(const LevelDetectorState *st)
 {
     int best = 0;
     for (int b = 1; b < eqdrc::kLevelBands; b++)
-        if (st->band_level[b] > st->band_level[best])
+        if (st->bandLevelDb[b] > st->bandLevelDb[best])
             best = b;
     return best;
 }
@@ -73,7 +73,7 @@ TEST_P(LevelDetectorBands, ToneIsLoudestInItsBand)
     Feeder(1).run(st, 2000, c.freq, 16384.0f);
     EXPECT_EQ(loudest_band(st), c.band);
     if (c.band >= 1 && c.band <= 8)
-        EXPECT_NEAR(st->band_level[c.band], -9.03 - 10.0 * std::log10((kFrame + 1.0) / kFrame), 0.05);
+        EXPECT_NEAR(st->bandLevelDb[c.band], -9.03 - 10.0 * std::log10((kFrame + 1.0) / kFrame), 0.05);
     LevelDetector_Destroy(st);
 }
 
@@ -104,7 +104,7 @@ TEST(LevelDetectorBandsSetup, OnlyTheFirstInterleavedChannelIsMeasured)
     Feeder(1).run(mono, 500, 1000.0f, 8000.0f);
     Feeder(2).run(stereo, 500, 1000.0f, 8000.0f, kFrame, 30000);  // loud DC on the right
     for (int b = 0; b < eqdrc::kLevelBands; b++)
-        EXPECT_TRUE(eqdrc_test::same_bits(mono->band_level[b], stereo->band_level[b])) << "band " << b;
+        EXPECT_TRUE(eqdrc_test::same_bits(mono->bandLevelDb[b], stereo->bandLevelDb[b])) << "band " << b;
     LevelDetector_Destroy(mono);
     LevelDetector_Destroy(stereo);
 }
@@ -130,13 +130,13 @@ TEST(LevelDetectorBallistics, RiseAndDecayFollowTheirTimeConstants)
     quiet_set(st, nullptr, 300.0f, 0.0f, 500.0f);
     Feeder feed(1);
     feed.run(st, 300, 1000.0f, 16384.0f);
-    const float afterRise = st->band_level[5];
+    const float afterRise = st->bandLevelDb[5];
     feed.run(st, 3000, 1000.0f, 16384.0f);
-    const float steady = st->band_level[5];
+    const float steady = st->bandLevelDb[5];
     EXPECT_NEAR(afterRise - steady, 10.0 * std::log10(1.0 - std::exp(-2.2)), 0.05);
 
     feed.run(st, 500, 1000.0f, 0.0f);
-    EXPECT_NEAR(st->band_level[5] - steady, -22.0 / std::log(10.0), 0.1);
+    EXPECT_NEAR(st->bandLevelDb[5] - steady, -22.0 / std::log(10.0), 0.1);
     LevelDetector_Destroy(st);
 }
 
@@ -147,16 +147,16 @@ TEST(LevelDetectorBallistics, HoldDelaysTheDecayByTheHoldTime)
         quiet_set(st, nullptr, 50.0f, holdMs, 200.0f);
         Feeder feed(1);
         feed.run(st, 1000, 1000.0f, 16384.0f);
-        EXPECT_EQ(st->hold_count[5], st->hold_len);
-        const float held = st->band_level[5];
+        EXPECT_EQ(st->holdCounter[5], st->holdSamples);
+        const float held = st->bandLevelDb[5];
         // Each silent frame uses 10 ms of hold; the frame that exhausts it decays.
         const int heldFrames = static_cast<int>(holdMs / 10.0f) - 1;
         for (int f = 0; f < heldFrames; f++) {
             feed.run(st, 10, 1000.0f, 0.0f);
-            EXPECT_EQ(st->band_level[5], held) << "hold " << holdMs << " frame " << f;
+            EXPECT_EQ(st->bandLevelDb[5], held) << "hold " << holdMs << " frame " << f;
         }
         feed.run(st, 10, 1000.0f, 0.0f);
-        EXPECT_LT(st->band_level[5], held - 0.3f) << "hold " << holdMs;
+        EXPECT_LT(st->bandLevelDb[5], held - 0.3f) << "hold " << holdMs;
         LevelDetector_Destroy(st);
     }
 }
@@ -169,7 +169,7 @@ TEST(LevelDetectorBallistics, LongerCallsStillDivideByTheCreationLength)
     quiet_set(twice, nullptr, 1.0f, 0.0f, 1.0f);
     Feeder(1).run(single, 500, 1000.0f, 8000.0f, kFrame);
     Feeder(1).run(twice, 500, 1000.0f, 8000.0f, 2 * kFrame);
-    EXPECT_NEAR(twice->band_level[5] - single->band_level[5], 10.0 * std::log10(2.0), 0.05);
+    EXPECT_NEAR(twice->bandLevelDb[5] - single->bandLevelDb[5], 10.0 * std::log10(2.0), 0.05);
     LevelDetector_Destroy(single);
     LevelDetector_Destroy(twice);
 }
@@ -181,18 +181,18 @@ TEST(LevelDetectorRetune, NullBandTableChangesOnlyTimesAndClearsBallistics)
     LevelDetectorState *st = quiet_init();
     Feeder feed(1);
     feed.run(st, 500, 1000.0f, 16384.0f);
-    std::vector<float> coeffs(st->band_coeffs, st->band_coeffs + eqdrc::kLevelBands * 5);
-    const float z1 = st->band_z[10];
+    std::vector<float> coeffs(st->bandCoeffs, st->bandCoeffs + eqdrc::kLevelBands * 5);
+    const float z1 = st->bandState[10];
     const std::string err = eqdrc_test::capture_stderr(
         [&] { EXPECT_EQ(LevelDetector_SetPara(st, nullptr, 100.0f, 20.5f, 300.0f), kFrame); });
     EXPECT_EQ(err, "LOG (LevelDetector_SetPara(): ,245), rmstc is 100.000000, hold_time is 20.500000, "
                    "decay_time 300.000000\n");
-    EXPECT_EQ(st->hold_len, 984);  // 20.5 ms at 48 kHz, truncated
-    EXPECT_TRUE(eqdrc_test::same_bits(std::vector<float>(st->band_coeffs, st->band_coeffs + 50), coeffs));
-    EXPECT_EQ(st->band_z[10], z1);  // filter memories kept
+    EXPECT_EQ(st->holdSamples, 984);  // 20.5 ms at 48 kHz, truncated
+    EXPECT_TRUE(eqdrc_test::same_bits(std::vector<float>(st->bandCoeffs, st->bandCoeffs + 50), coeffs));
+    EXPECT_EQ(st->bandState[10], z1);  // filter memories kept
     for (int b = 0; b < eqdrc::kLevelBands; b++) {
-        EXPECT_EQ(st->band_power[b], 0.0f);
-        EXPECT_EQ(st->hold_count[b], 0);
+        EXPECT_EQ(st->bandPower[b], 0.0f);
+        EXPECT_EQ(st->holdCounter[b], 0);
     }
     LevelDetectorResult res;
     LevelDetector_GetRes(st, &res);
@@ -212,8 +212,8 @@ TEST(LevelDetectorRetune, ResultTruncatesTowardZeroAndKeepsTheLowSixteenBits)
     bands[0] = 40000.9f;  // far above the int16 range
     bands[2] = 123.9f;
     quiet_set(st, bands, 200.0f, 0.0f, 200.0f);
-    st->band_level[3] = -9.9f;
-    st->band_level[4] = 70000.0f;
+    st->bandLevelDb[3] = -9.9f;
+    st->bandLevelDb[4] = 70000.0f;
     LevelDetectorResult res;
     EXPECT_EQ(LevelDetector_GetRes(st, &res), kFrame);
     EXPECT_EQ(res.freq[0], static_cast<int16_t>(40000 - 65536));
@@ -236,7 +236,7 @@ TEST(LevelDetectorMemorySafety, DegenerateStridesLengthsAndTimesStayInsideBuffer
         for (int frameLen : {kFrame, 0, -1, -480}) {
             LevelDetectorState *st = quiet_init(16, channels, frameLen);
             quiet_set(st, nullptr, nan, nan, -5.0f);
-            EXPECT_EQ(st->hold_len, 0);
+            EXPECT_EQ(st->holdSamples, 0);
             std::vector<int16_t> pcm(kFrame, 1000);
             EXPECT_EQ(LevelDetector_Process(st, pcm.data(), kFrame), kFrame);
             EXPECT_EQ(LevelDetector_Process(st, pcm.data(), -7), -7);

@@ -1,7 +1,5 @@
 // Breakpoint search for gain-table entries: the proof that it picks the entry the
 // detector's own logarithm would, for every detector value.
-//
-// The units under test are internal to the library, so they are compiled in here.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -9,9 +7,10 @@
 #include <cstring>
 #include <limits>
 
-#include "chain/mathf.cpp"
-#include "filters/gain_table.cpp"
-#include "filters/level_index.cpp"
+#include "core/mathf.h"
+#include "core/numeric.h"
+#include "filters/gain_table.h"
+#include "filters/level_index.h"
 
 namespace {
 

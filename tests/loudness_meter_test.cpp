@@ -3,7 +3,7 @@
 #include <cmath>
 #include <vector>
 
-#include "enhance/loudness_meter.h"
+#include "meters/loudness_meter.h"
 #include "support/test_support.h"
 
 namespace {

@@ -1,9 +1,8 @@
 // eqdrc::mathf: special values, the inputs where the reference's rounding is not the
 // correct one, the fused re-evaluation, symmetry, and agreement with the platform's
 // libm where that is the reference (x86-64 glibc 2.36 on a CPU with FMA).
-#include "chain/mathf.h"
-// The functions are hidden inside the shared library: build them in.
-#include "chain/mathf.cpp"
+#include "core/mathf.h"
+#include "core/numeric.h"
 
 #include <gtest/gtest.h>
 
@@ -213,29 +212,18 @@ TEST(MathfReference, FollowsTheReferenceWhereItIsNotCorrectlyRounded)
 }
 
 // Near a float rounding midpoint the separately rounded multiply-adds land on the
-// other side; the fused re-evaluation must then decide.
+// other side; the fused re-evaluation must then decide, and give the reference's bits.
 TEST(MathfReference, FusedEvaluationDecidesNextToAMidpoint)
 {
     struct Hard {
         uint32_t x, reference;
     };
     for (const Hard &h : {Hard{0x4202422fu, 0x56fc9f1cu}, Hard{0xc27c65d9u, 0x11fa2993u}}) {
-        double r;
-        const double separate = mf::exp_of<mf::Separate>(flt(h.x), &r);
-        EXPECT_TRUE(mf::near_float_midpoint(separate));
-        EXPECT_NE(bits(static_cast<float>(separate)), h.reference);
         EXPECT_EQ(bits(mf::expf(flt(h.x))), h.reference);
         // sinhf(x) = e^x / 2 here: it goes through the same expf.
         if (flt(h.x) > 22.0f)
             EXPECT_EQ(bits(mf::sinhf(flt(h.x))), bits(0.5f * flt(h.reference)));
     }
-    // The midpoint test itself: halfway between 1 and the next float, not a quarter of
-    // the way; every subnormal result is redone.
-    EXPECT_TRUE(mf::near_float_midpoint(1.0 + 0x1p-24));
-    EXPECT_TRUE(mf::near_float_midpoint(-(1.0 + 0x1p-24)));
-    EXPECT_FALSE(mf::near_float_midpoint(1.0 + 0x1p-25));
-    EXPECT_FALSE(mf::near_float_midpoint(1.0));
-    EXPECT_TRUE(mf::near_float_midpoint(0x1p-127));
 }
 
 // A spread of arguments over every binade: strided through all 2^32 patterns.

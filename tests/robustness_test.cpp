@@ -223,6 +223,58 @@ TEST(HostileSignals, EveryStageSurvivesEveryValue)
     });
 }
 
+// A stage built for no channels, or given an empty or negative frame, touches neither
+// the samples nor the caller's section: every per-channel loop runs zero times.
+template <class State, class Process, class GetPara, class SetPara, class Destroy>
+void expect_inert(const float *section, std::function<State *(int channels)> create, Process process,
+                  GetPara getPara, SetPara setPara, Destroy destroy)
+{
+    State *none = create(0);
+    ASSERT_NE(none, nullptr);
+    std::vector<float> back(200, 99.0f);
+    getPara(none, back.data());
+    setPara(none, section);
+    EXPECT_EQ(back, std::vector<float>(200, 99.0f));
+    Planar buf(2, kFrame, 1000.0f);
+    process(none, buf.ptrs(), buf.ptrs(), kFrame);
+    EXPECT_EQ(destroy(none), 0);
+
+    State *two = create(2);
+    process(two, buf.ptrs(), buf.ptrs(), 0);
+    process(two, buf.ptrs(), buf.ptrs(), -3);
+    EXPECT_EQ(buf.data[0], std::vector<float>(kFrame, 1000.0f));
+    EXPECT_EQ(buf.data[1], std::vector<float>(kFrame, 1000.0f));
+    destroy(two);
+}
+
+TEST(HostileSizes, NoChannelsAndEmptyFramesLeaveEverythingAlone)
+{
+    const std::vector<float> rec = reference_record();
+    const float *bass = rec.data() + 60, *exciter = rec.data() + 80, *deEsser = rec.data() + 90;
+    const float *maximizer = rec.data() + 400;
+    expect_inert<BassEnhancerState>(
+        bass, [&](int ch) { return BassEnhancer_Init(bass, 16, kFs, ch, 0); }, BassEnhancer_Process,
+        BassEnhancer_GetPara, BassEnhancer_SetPara, BassEnhancer_Destroy);
+    expect_inert<ExciterState>(
+        exciter, [&](int ch) { return Exciter_Init(exciter, 16, kFs, ch, 0); }, Exciter_Process, Exciter_GetPara,
+        Exciter_SetPara, Exciter_Destroy);
+    expect_inert<DeEsserState>(
+        deEsser, [&](int ch) { return DeEsser_Init(deEsser, 16, kFs, ch, kFrame, 0); }, DeEsser_Process,
+        DeEsser_GetPara, DeEsser_SetPara, DeEsser_Destroy);
+    for (auto process : {Agc_Process, Maximizer_Process})
+        expect_inert<MaximizerState>(
+            maximizer, [&](int ch) { return Maximizer_Init(maximizer, 16, kFs, ch, kFrame, 0); }, process,
+            Maximizer_GetPara, Maximizer_SetPara, Maximizer_Destroy);
+
+    // The built-in tuning for no channels: adjusting channel 0 writes the arrays' own
+    // entry and builds no table; the print-out is the two titles and rules.
+    MaximizerState *empty = Maximizer_Init(nullptr, 16, kFs, 0, kFrame, 0);
+    Maximizer_AdjustPara(empty, 0, -5.0f, -1.0f, 10.0f);
+    const std::string err = eqdrc_test::capture_stderr([&] { Maximizer_PrintPara(empty); });
+    EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 4);
+    Maximizer_Destroy(empty);
+}
+
 // The limiter and the AGC measure a frame by its peak, which a NaN sample cannot raise:
 // a NaN frame moves their gains exactly as a silent frame does, so the next real frame
 // comes out bit for bit as after silence.
@@ -238,8 +290,8 @@ TEST(HostileSignals, NaNFrameMovesDynamicsGainsAsSilence)
         fill(p, first);
         Agc_Process(st, p.ptrs(), p.ptrs(), kFrame);
         Maximizer_Process(st, p.ptrs(), p.ptrs(), kFrame);
-        std::vector<float> gains = {st->agc_cur_gain[0], st->agc_cur_gain[1], st->max_cur_gain[0],
-                                    st->max_cur_gain[1]};
+        std::vector<float> gains = {st->agc.gains.gain[0], st->agc.gains.gain[1], st->limiter.gains.gain[0],
+                                    st->limiter.gains.gain[1]};
         fill_sine(p, kFrame);
         Agc_Process(st, p.ptrs(), p.ptrs(), kFrame);
         Maximizer_Process(st, p.ptrs(), p.ptrs(), kFrame);

@@ -23,8 +23,8 @@ struct ToolRun {
 ToolRun run_tool(const std::string &args)
 {
     const std::string so = temp_path("tool.stdout");
-    // A rejected record ends the program with its partly built chain still allocated, as
-    // it always has; the leak checker would turn that exit status into its own.
+    // A rejected record ends the program with its partly built chain still allocated, on
+    // purpose; the leak checker would turn that exit status into its own.
     std::string cmd = "ASAN_OPTIONS=detect_leaks=0 " + std::string(EQDRC_TEST_RUNNER) + " " + EQDRC_QUORVEL_ENH + " " + args + " >" + so + " 2>/dev/null";
     int st = std::system(cmd.c_str());
     ToolRun r{WIFEXITED(st) ? WEXITSTATUS(st) : -1, read_file(so)};

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build, the tests and the demo need, when missing.
 #   tools/ensure-deps.sh [--with-cross]     (also the aarch64 cross compiler and qemu-user)
-#   tools/ensure-deps.sh --with-sox         (also sox, for tools/compare-sox.sh)
+#   tools/ensure-deps.sh --with-sox         (also sox, for scripts/compare-sox.sh)
 #   tools/ensure-deps.sh --with-armhf       (also the 32-bit ARM cross compiler and qemu-user)
 set -euo pipefail
 need=()
@@ -34,7 +34,7 @@ compgen -G "/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-*.a" >/dev/
 # the eqdrc tool's fuzz targets: clang 16 compiles the tool's sources
 have clang++-16 || need+=(clang-16 libclang-rt-16-dev)
 have valgrind || need+=(valgrind)
-# the exhaustive maths check (tools/check-mathf.sh) classifies differences with MPFR
+# the exhaustive maths check (scripts/check-mathf.sh) classifies differences with MPFR
 [ -f /usr/include/mpfr.h ] || need+=(libmpfr-dev)
 # the Python bindings' tests and pictures (python/; test.sh python)
 py=/usr/bin/python3; [ -x "$py" ] || py=python3
@@ -53,7 +53,7 @@ have emcc || need+=(emscripten)
 have node || need+=(nodejs)
 have npm || need+=(npm)
 have chromium || need+=(chromium)
-if [ "${1:-}" = --with-sox ]; then  # optional: tools/compare-sox.sh
+if [ "${1:-}" = --with-sox ]; then  # optional: scripts/compare-sox.sh
     have sox || need+=(sox)
 fi
 if [ "${1:-}" = --with-cross ]; then  # the aarch64 test variant

@@ -14,11 +14,11 @@
 #include <cstring>
 
 #include "chain/audio_post.h"
-#include "chain/numeric.h"
-#include "chain/record.h"
+#include "core/numeric.h"
+#include "core/record.h"
 #include "dynamics/maximizer.h"
 #include "enhance/auto_gain.h"
-#include "enhance/loudness_meter.h"
+#include "meters/loudness_meter.h"
 #include "eq/equaliser.h"
 
 namespace eqdrc_fuzz {

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "dynamics/level_detector.h"
+#include "meters/level_detector.h"
 #include "filters/crossover.h"
 #include "filters/gain_table.h"
 #include "fuzz_support.h"

@@ -36,7 +36,7 @@ float amplitude(double dbfs, double fullScale = 32768.0);
 double rms_db(const float *x, int n, double fullScale = 32768.0);
 
 // Runs `body` with the leak checker off: for the creation failures that leave their
-// partly built record allocated, as the library always has.
+// partly built record allocated on purpose.
 template <class F>
 auto with_required_leak(F body);
 

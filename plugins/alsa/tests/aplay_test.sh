@@ -18,7 +18,7 @@ if [ -n "$sanitized" ]; then
 fi
 
 # Two seconds of music-like stereo, and the same as mono.
-"$py" "$src/tools/make_pcm.py" "$work/music.raw" 2
+"$py" "$src/scripts/make_pcm.py" "$work/music.raw" 2
 "$py" - "$work" <<'PY'
 import array, sys, wave
 work = sys.argv[1]

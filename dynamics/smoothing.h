@@ -1,0 +1,51 @@
+// The one-pole smoothers the gain stages share: the per-frame gain step, and the
+// compressor's per-sample envelope follower and gain smoother, each in a scalar form and
+// a four-lane form doing the same operations in the same order.
+#ifndef EQDRC_DYNAMICS_SMOOTHING_H
+#define EQDRC_DYNAMICS_SMOOTHING_H
+
+#include <cmath>
+
+#include "filters/lanes.h"
+
+namespace eqdrc {
+
+// `coefficient` of the way from `prev` to `target` (a 1 - decay coefficient, as
+// one_pole_coefficient gives).  The AGC, the auto gain's gain and its loudness.
+inline float one_pole_step(float prev, float target, float coefficient)
+{
+    return coefficient * target + (1.0f - coefficient) * prev;
+}
+
+// Peak envelope follower with per-sample decays: the attack decay while the signed
+// sample lies above the envelope, the release decay otherwise (so a negative sample
+// always releases).
+inline float follow_envelope(float x, float env, float attackDecay, float releaseDecay)
+{
+    const float k = x > env ? attackDecay : releaseDecay;
+    return (1.0f - k) * std::fabs(x) + k * env;
+}
+
+inline f32x4 follow_envelope(f32x4 x, f32x4 env, f32x4 attackDecay, f32x4 releaseDecay)
+{
+    const f32x4 k = select(greater(x, env), attackDecay, releaseDecay);
+    return (splat(1.0f) - k) * abs(x) + k * env;
+}
+
+// Gain smoother with per-sample decays: a gain rising towards its target follows the
+// attack decay, a falling one the release decay.
+inline float smooth_gain(float target, float gain, float attackDecay, float releaseDecay)
+{
+    const float k = target > gain ? attackDecay : releaseDecay;
+    return k * gain + (1.0f - k) * target;
+}
+
+inline f32x4 smooth_gain(f32x4 target, f32x4 gain, f32x4 attackDecay, f32x4 releaseDecay)
+{
+    const f32x4 k = select(greater(target, gain), attackDecay, releaseDecay);
+    return k * gain + (splat(1.0f) - k) * target;
+}
+
+}  // namespace eqdrc
+
+#endif

@@ -1,0 +1,54 @@
+// The bass enhancer's waveshaper: an asymmetric curve made of two circular arcs, whose
+// even and odd harmonics of the low band stand in for the bass a small loudspeaker
+// cannot reproduce.
+//
+// For an input y (the low band, in units of full scale):
+//   y >= 0:  w = ( sqrt(E + (A - y) y) + B) H    the upper half of a circle centred at
+//            y = A/2 with radius^2 = E + A^2/4: rises steeply from y = 0 and levels off
+//            towards the top of the circle, a soft saturation of positive half-waves;
+//   y < 0:   w = -H (D + sqrt(F - (y + P) y))    an arc of a circle centred at y = -P/2,
+//            radius^2 = F + P^2/4, which passes through w = 0 at y = 0 (D = -sqrt(F)
+//            for a positive m below).
+// The two halves bend differently, so the shaper adds even harmonics as well as odd
+// ones; the offset it leaves at y = 0, (sqrt(E) + B) H, is removed by the DC blocker
+// after it.  Square roots of arguments at or below 1e-8 in magnitude give 0, and an
+// argument's sign is dropped, so the curve stays real and out of the denormal range.
+#ifndef EQDRC_ENHANCE_BASS_SHAPER_H
+#define EQDRC_ENHANCE_BASS_SHAPER_H
+
+#include <cmath>
+
+namespace eqdrc {
+
+// Below this a square-root argument or a DC-blocker memory counts as 0.
+constexpr float kBassFlush = 1e-8f;
+
+// sqrt(|v|), or 0 when |v| is at most the flush level.
+inline float sqrt_flushed(float v)
+{
+    const float a = std::fabs(v);
+    return a > kBassFlush ? std::sqrt(a) : 0.0f;
+}
+
+struct BassShaper {
+    float a, b, p, d, e, f;  // the arcs' constants, in the record's order
+    float scale;             // H, the output scale of both arcs
+
+    // From the stage's drive and blend: k = 12 / drive sets the positive arc's width,
+    // m = k / (10.5 - blend) × 23.64 the negative arc's.  Drive 0 or blend 10.5 give
+    // infinities or NaN, which are left as they come.
+    static BassShaper design(float drive, float blend);
+
+    // A NaN takes the negative branch.  (BassEnhancerState::process_pair evaluates both
+    // branches in lanes with the same operations.)
+    float shape(float y) const
+    {
+        if (y >= 0.0f)
+            return (sqrt_flushed(e + (a - y) * y) + b) * scale;
+        return -(scale * (d + sqrt_flushed(f - (y + p) * y)));
+    }
+};
+
+}  // namespace eqdrc
+
+#endif

@@ -1,0 +1,252 @@
+// The fast paths are the slow paths: every lane (SIMD) form must give the bits of the
+// one-sample-at-a-time form it replaces, over random parameters and awkward signals
+// (NaN, infinities, signed zeros, subnormals), in place and not.
+//
+// Stages whose channels are independent run their stereo frames in lanes and a mono
+// state sample by sample, so a stereo state must equal two mono states.  Where the
+// channels interact (AGC, limiter, auto gain, de-esser, loudness meter) or the lanes run
+// inside one channel (compressor), the lane helpers they are built from are compared
+// with their scalar forms here, and the whole library is built once more with scalar
+// lanes in CI (./test.sh scalar) against the conformance vectors.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <vector>
+
+#include "dynamics/frame_peak.h"
+#include "dynamics/gain_ramp.h"
+#include "dynamics/smoothing.h"
+#include "filters/biquad.h"
+#include "filters/lanes.h"
+#include "support/test_support.h"
+#include "tqaudio_eqdrc.h"
+
+namespace {
+
+using eqdrc_test::same_bits;
+
+constexpr int kFs = 48000;
+constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+constexpr float kInf = std::numeric_limits<float>::infinity();
+
+struct Random {
+    uint32_t s;
+    uint32_t next() { return s = s * 1664525u + 1013904223u; }
+    float uniform(float lo, float hi) { return lo + (hi - lo) * static_cast<float>(next() >> 8) / 16777216.0f; }
+    int below(int n) { return static_cast<int>((next() >> 8) % static_cast<uint32_t>(n)); }
+};
+
+// Programme-like samples with, now and then, a NaN of either sign, an infinity, a
+// signed zero, a subnormal or full scale.
+std::vector<float> awkward(int n, Random &r, bool specials = true)
+{
+    const float odd[] = {kNaN, -kNaN, kInf, -kInf, -0.0f, 0.0f, 1e-40f, -3e-39f, 32767.0f, -32768.5f, 1.0000001f};
+    std::vector<float> x(static_cast<size_t>(n));
+    for (float &v : x)
+        v = specials && r.below(64) == 0 ? odd[r.below(sizeof odd / sizeof odd[0])] : r.uniform(-20000.0f, 20000.0f);
+    return x;
+}
+
+// A stage's creation, frame and tear-down for one parameter section.
+struct StageOps {
+    void *(*create)(const float *section, int channels);
+    void (*process)(void *st, float **in, float **out, int n);
+    int (*destroy)(void *st);
+    int channelWords;  // a channel block's stride in the section
+};
+
+// Runs `frames` frames through a stereo state and through one mono state per channel
+// (each given its own channel block), in place or into separate buffers, and requires
+// the same bits from both.
+void expect_stereo_equals_mono(const StageOps &ops, const std::vector<float> &section, Random &r, int frameLen,
+                               bool inPlace, const char *what)
+{
+    void *stereo = ops.create(section.data(), 2);
+    void *mono[2] = {ops.create(section.data(), 1), ops.create(section.data() + ops.channelWords, 1)};
+    for (int frame = 0; frame < 3; frame++) {
+        std::vector<float> in[2] = {awkward(frameLen, r, frame > 0), awkward(frameLen, r, frame > 0)};
+        std::vector<float> lanes[2] = {in[0], in[1]}, scalar[2] = {in[0], in[1]};
+        std::vector<float> laneOut[2] = {std::vector<float>(frameLen), std::vector<float>(frameLen)};
+        float *li[2] = {lanes[0].data(), lanes[1].data()};
+        float *lo[2] = {laneOut[0].data(), laneOut[1].data()};
+        ops.process(stereo, li, inPlace ? li : lo, frameLen);
+        for (int c = 0; c < 2; c++) {
+            std::vector<float> out(frameLen);
+            float *si[1] = {scalar[c].data()};
+            float *so[1] = {out.data()};
+            ops.process(mono[c], si, inPlace ? si : so, frameLen);
+            const std::vector<float> &got = inPlace ? lanes[c] : laneOut[c];
+            const std::vector<float> &want = inPlace ? scalar[c] : out;
+            ASSERT_TRUE(same_bits(got, want)) << what << ": frame " << frame << ", channel " << c;
+        }
+    }
+    ops.destroy(stereo);
+    ops.destroy(mono[0]);
+    ops.destroy(mono[1]);
+}
+
+const StageOps kEqualiser = {
+    [](const float *s, int ch) -> void * { return EQ10_Init(s, 16, kFs, ch, 256, 0); },
+    [](void *st, float **in, float **out, int n) { EQ10_Process(static_cast<EQ10State *>(st), in, out, n); },
+    [](void *st) { return EQ10_Destroy(static_cast<EQ10State *>(st)); }, 50};
+
+const StageOps kBass = {
+    [](const float *s, int ch) -> void * { return BassEnhancer_Init(s, 16, kFs, ch, 0); },
+    [](void *st, float **in, float **out, int n) {
+        BassEnhancer_Process(static_cast<BassEnhancerState *>(st), in, out, n);
+    },
+    [](void *st) { return BassEnhancer_Destroy(static_cast<BassEnhancerState *>(st)); }, 10};
+
+const StageOps kExciter = {
+    [](const float *s, int ch) -> void * { return Exciter_Init(s, 16, kFs, ch, 0); },
+    [](void *st, float **in, float **out, int n) { Exciter_Process(static_cast<ExciterState *>(st), in, out, n); },
+    [](void *st) { return Exciter_Destroy(static_cast<ExciterState *>(st)); }, 5};
+
+TEST(LanePaths, StereoStagesEqualTwoMonoStages)
+{
+    Random r{7};
+    for (int round = 0; round < 12; round++) {
+        const int frameLen = round % 3 == 0 ? 768 : 1 + r.below(300);
+        const bool inPlace = round % 2 == 0;
+
+        std::vector<float> eq(100, 0.0f);
+        for (int b = 0; b < 20; b++) {
+            float *w = eq.data() + 5 * b;
+            w[0] = r.below(4) != 0 ? 1.0f : 0.0f;
+            w[1] = static_cast<float>(r.below(8));
+            w[2] = r.uniform(20.0f, 20000.0f);
+            w[3] = r.uniform(0.3f, 4.0f);
+            w[4] = r.uniform(-12.0f, 12.0f);
+        }
+        expect_stereo_equals_mono(kEqualiser, eq, r, frameLen, inPlace, "equaliser");
+
+        std::vector<float> bass(20, 0.0f);
+        const float floorActive = static_cast<float>(r.below(2));
+        for (int c = 0; c < 2; c++) {
+            float *w = bass.data() + 10 * c;
+            w[0] = r.uniform(-6.0f, 9.0f);
+            w[1] = r.uniform(0.5f, 10.0f);
+            w[2] = r.uniform(0.0f, 10.0f);
+            w[3] = r.uniform(40.0f, 200.0f);
+            w[4] = floorActive;  // the pair form runs when both floors agree
+            w[5] = r.uniform(15.0f, 60.0f);
+        }
+        expect_stereo_equals_mono(kBass, bass, r, frameLen, inPlace, "bass enhancer");
+
+        std::vector<float> exciter(10, 0.0f);
+        for (int c = 0; c < 2; c++) {
+            float *w = exciter.data() + 5 * c;
+            w[0] = r.uniform(0.0f, 0.5f);
+            w[1] = r.uniform(0.0f, 1.0f);
+            w[2] = r.uniform(1000.0f, 12000.0f);
+            w[3] = r.uniform(0.0f, 1.0f);
+        }
+        expect_stereo_equals_mono(kExciter, exciter, r, frameLen, inPlace, "exciter");
+    }
+}
+
+// ---------------------------------------------------------------------------------
+// The lane helpers against their scalar forms.
+
+eqdrc::f32x4 lanes_of(const float *v) { return eqdrc::lanes(v[0], v[1], v[2], v[3]); }
+
+float awkward_value(Random &r)
+{
+    const float odd[] = {kNaN, kInf, -kInf, -0.0f, 0.0f, 1e-40f, -3e-39f, 1.0f, 0.999f};
+    return r.below(6) == 0 ? odd[r.below(sizeof odd / sizeof odd[0])] : r.uniform(-2.0f, 2.0f);
+}
+
+TEST(LanePaths, SmoothersAndBiquadEqualTheirScalarForms)
+{
+    Random r{11};
+    for (int i = 0; i < 20000; i++) {
+        float x[4], env[4], attack[4], release[4], z1[4], z2[4], c[5];
+        for (int k = 0; k < 4; k++) {
+            x[k] = awkward_value(r);
+            env[k] = awkward_value(r);
+            attack[k] = r.uniform(0.0f, 1.0f);
+            release[k] = r.uniform(0.0f, 1.0f);
+            z1[k] = awkward_value(r);
+            z2[k] = awkward_value(r);
+        }
+        for (float &v : c)
+            v = r.uniform(-2.0f, 2.0f);
+        const eqdrc::f32x4 e = eqdrc::follow_envelope(lanes_of(x), lanes_of(env), lanes_of(attack), lanes_of(release));
+        const eqdrc::f32x4 g = eqdrc::smooth_gain(lanes_of(x), lanes_of(env), lanes_of(attack), lanes_of(release));
+        eqdrc::BiquadLanes bl;
+        for (int k = 0; k < 4; k++)
+            bl.set(k, c);
+        eqdrc::f32x4 lz1 = lanes_of(z1), lz2 = lanes_of(z2);
+        const eqdrc::f32x4 y = eqdrc::biquad_step(bl, lz1, lz2, lanes_of(x));
+        for (int k = 0; k < 4; k++) {
+            ASSERT_TRUE(same_bits(e[k], eqdrc::follow_envelope(x[k], env[k], attack[k], release[k])));
+            ASSERT_TRUE(same_bits(g[k], eqdrc::smooth_gain(x[k], env[k], attack[k], release[k])));
+            float z[2] = {z1[k], z2[k]};
+            ASSERT_TRUE(same_bits(y[k], eqdrc::biquad_step(c, z, x[k])));
+            ASSERT_TRUE(same_bits(lz1[k], z[0]) && same_bits(lz2[k], z[1]));
+        }
+    }
+}
+
+// The gain ramp in blocks of four against the loop it replaces; the probe against its
+// definition; the frame peak and mean square against theirs.
+TEST(LanePaths, RampProbeAndPeakEqualTheirLoops)
+{
+    Random r{13};
+    for (int round = 0; round < 400; round++) {
+        const int n = r.below(40);
+        const std::vector<float> x = awkward(n, r);
+        const int m = n == 0 ? 0 : 1 + r.below(n);
+        const float from = r.uniform(0.0f, 2.0f), to = r.uniform(0.0f, 2.0f);
+
+        std::vector<float> y(static_cast<size_t>(n)), want(static_cast<size_t>(n));
+        eqdrc::ramp_then_hold(x.data(), y.data(), n, m, from, to);
+        const float delta = (to - from) / static_cast<float>(m);
+        float a = from;
+        for (int i = 0; i < n; i++) {
+            if (i < m)
+                a = a + delta;
+            want[i] = x[i] * a;
+        }
+        ASSERT_TRUE(same_bits(y, want)) << "round " << round;
+        std::vector<float> inPlace = x;
+        eqdrc::ramp_then_hold(inPlace.data(), inPlace.data(), n, m, from, to);
+        ASSERT_TRUE(same_bits(inPlace, want));
+
+        const float step = r.uniform(-0.1f, 0.1f), bound = r.uniform(1000.0f, 32768.0f);
+        int first = n;
+        a = from;
+        for (int i = 0; i < n && first == n; i++) {
+            a = a + step;
+            if (std::fabs(x[i] * a) > bound)
+                first = i;
+        }
+        ASSERT_EQ(eqdrc::first_overload(x.data(), n, from, step, bound), first);
+
+        const float start = r.below(2) ? 0.0f : 7.0f, frames = static_cast<float>(n > 0 ? n : 1);
+        float peak = start, meanSquare = 0.5f, laneMeanSquare = 0.5f;
+        for (int i = 0; i < n; i++) {
+            const float mag = std::fabs(x[i]);
+            meanSquare = meanSquare + mag * mag / frames;
+            if (mag > peak)
+                peak = mag;
+        }
+        ASSERT_TRUE(same_bits(eqdrc::running_peak(x.data(), n, start, frames, &laneMeanSquare), peak));
+        ASSERT_TRUE(same_bits(eqdrc::running_peak(x.data(), n, start, frames, nullptr), peak));
+        ASSERT_TRUE(same_bits(laneMeanSquare, meanSquare));
+    }
+}
+
+TEST(LanePaths, ReadsStayAheadRefusesOnlyAnOutputStartingInsideItsInput)
+{
+    float buf[32];
+    EXPECT_TRUE(eqdrc::reads_stay_ahead(buf, buf, 16));       // in place
+    EXPECT_TRUE(eqdrc::reads_stay_ahead(buf + 8, buf, 16));   // writes trail the reads
+    EXPECT_TRUE(eqdrc::reads_stay_ahead(buf, buf + 16, 16));  // apart
+    EXPECT_FALSE(eqdrc::reads_stay_ahead(buf, buf + 1, 16));  // a write lands on a later read
+    EXPECT_FALSE(eqdrc::reads_stay_ahead(buf, buf + 15, 16));
+}
+
+}  // namespace
