@@ -168,6 +168,11 @@ TEST(Threads, RecordHandedOverWhileProcessingRetunesLikeTheSameRecordBetweenFram
         AudioPostState *st = AudioPost_Init(first.data(), kFrame);
         const size_t step = kFrame * kChannels;
         for (size_t f = 0; f < static_cast<size_t>(kFrames); ++f) {
+            // Every tenth frame waits for a fresh offer, so the test does not depend on
+            // how the scheduler shares a loaded machine between the two threads.
+            if (f % 10 == 0)
+                for (int seen = offered.load(); offered.load() == seen;)
+                    std::this_thread::yield();
             if (const Record *r = handoff.take()) {
                 AudioPost_SetPara(st, r->data(), kFrame);
                 applied[f] = static_cast<int>((*r)[kStampWord]);
@@ -190,7 +195,7 @@ TEST(Threads, RecordHandedOverWhileProcessingRetunesLikeTheSameRecordBetweenFram
             last = n;
             ++retunes;
         }
-    EXPECT_GT(retunes, kFrames / 10) << "the control thread offered " << offered.load();
+    EXPECT_GE(retunes, kFrames / 10) << "the control thread offered " << offered.load();
     std::vector<int16_t> replay;
     eqdrc_test::capture_stderr([&] { replay = run(0, in, applied); });
     EXPECT_TRUE(replay == out);
