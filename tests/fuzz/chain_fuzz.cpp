@@ -42,7 +42,10 @@ AudioPostState *init_by_path(const float *rec, int frameLen, uint8_t how)
     }
     }
     std::fclose(f);
-    return AudioPost_InitByPath(path, frameLen);
+    AudioPostState *st = AudioPost_InitByPath(path, frameLen);
+    // Removed at once: a campaign forks thousands of processes, each with its own file.
+    std::remove(path);
+    return st;
 }
 
 // One frame of interleaved PCM for the chain's live channel count.
