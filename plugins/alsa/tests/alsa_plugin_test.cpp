@@ -85,7 +85,7 @@ protected:
     std::string log() const { return dir / "log.txt"; }
 
     // Opens "test" from `config` alone; returns the error code of the first failing step.
-    int open(const std::string &config, snd_pcm_t *&pcm)
+    int open(const std::string &config, snd_pcm_t *&pcm, snd_pcm_stream_t stream = SND_PCM_STREAM_PLAYBACK)
     {
         snd_config_t *top = nullptr;
         snd_input_t *in = nullptr;
@@ -94,7 +94,7 @@ protected:
         int err = snd_config_load(top, in);
         snd_input_close(in);
         if (err >= 0)
-            err = snd_pcm_open_lconf(&pcm, "test", SND_PCM_STREAM_PLAYBACK, 0, top);
+            err = snd_pcm_open_lconf(&pcm, "test", stream, 0, top);
         snd_config_delete(top);
         return err;
     }
@@ -154,14 +154,6 @@ protected:
         return s;
     }
 
-    // What the slave receives: a frame of silence, then the chain's output.
-    static std::vector<int16_t> delayed(const std::vector<int16_t> &chain, int channels, int frameLen = kFrame)
-    {
-        std::vector<int16_t> want(static_cast<size_t>(frameLen) * channels, 0);
-        want.insert(want.end(), chain.begin(), chain.end() - static_cast<long>(frameLen) * channels);
-        return want;
-    }
-
     std::string tuning_file(const char *name, const Record &rec) const
     {
         std::string path = dir / name;
@@ -182,13 +174,15 @@ protected:
     ScratchDir dir;
 };
 
-TEST_F(AlsaPlugin, SlaveGetsTheChainsBitsOneFrameLateForEveryPeriodSize)
+// The slave receives the chain's output over exactly the samples written: whole frames,
+// then at drain the last partial frame padded with silence and trimmed.
+TEST_F(AlsaPlugin, SlaveGetsTheChainsBitsForEveryPeriodSize)
 {
     for (int channels : {2, 1}) {
         Record rec = fitted("music.json", 48000, channels);
         std::string tuning = tuning_file(channels == 2 ? "stereo.bin" : "mono.bin", rec);
         std::vector<int16_t> in = music(12 * kFrame + 321, channels);
-        std::vector<int16_t> want = delayed(reference(rec, kFrame, in), channels);
+        std::vector<int16_t> want = reference(rec, kFrame, in);
         for (size_t period : {1, 17, 767, 769, 4096}) {
             std::vector<int16_t> got = play("tuning \"" + tuning + "\"", in, channels, period);
             EXPECT_EQ(got, want) << channels << " channel(s), writes of " << period;
@@ -203,12 +197,32 @@ TEST_F(AlsaPlugin, JsonTuningFrameOptionAndAdapting)
     std::vector<int16_t> in = music(9 * 500 + 77, 1);
     std::vector<int16_t> got = play("tuning \"" EQDRC_SOURCE_DIR "/tunings/loud-small-speaker.json\" frame 500 adapt on",
                                     in, 1, 256, 44100);
-    EXPECT_EQ(got, delayed(reference(rec, 500, in), 1, 500));
+    EXPECT_EQ(got, reference(rec, 500, in));
 }
 
-// Pause and resume leave the stream as it was; every prepare (after a drain, after a
-// drop) drops the partial frame, starts with a frame of silence and keeps the chain's
-// filter state.
+// The samples collected towards the next frame are part of the delay the application
+// sees, on top of the slave's own.
+TEST_F(AlsaPlugin, DelayCountsTheSamplesHeldForTheFrame)
+{
+    std::string tuning = tuning_file("stereo.bin", fitted("music.json", 48000, 2));
+    std::vector<int16_t> in = music(3 * kFrame + 100, 2);
+    snd_pcm_t *pcm;
+    ASSERT_NO_FATAL_FAILURE(start("tuning \"" + tuning + "\"", pcm));
+    snd_pcm_sframes_t before = 0, after = 0;
+    write_all(pcm, in.data(), 3 * kFrame, 256, 2);
+    ASSERT_EQ(snd_pcm_delay(pcm, &before), 0);
+    write_all(pcm, &in[2 * 3 * kFrame], 100, 100, 2);
+    ASSERT_EQ(snd_pcm_delay(pcm, &after), 0);
+    EXPECT_GE(before, 0);
+    EXPECT_EQ(after - before, 100) << "the partial frame is not on its way to the slave yet";
+    snd_pcm_drain(pcm);
+    snd_pcm_close(pcm);
+    EXPECT_EQ(slave_samples().size(), in.size());
+}
+
+// Pause and resume leave the stream as it was; drain passes on the padded last frame;
+// every prepare (after a drain, after a drop) drops the partial frame and keeps the
+// chain's filter state.
 TEST_F(AlsaPlugin, PauseResumeDrainDropAndPrepare)
 {
     Record rec = fitted("music.json", 48000, 2);
@@ -231,17 +245,18 @@ TEST_F(AlsaPlugin, PauseResumeDrainDropAndPrepare)
     snd_pcm_drain(pcm);
     snd_pcm_close(pcm);
 
-    // The chain saw the whole frames of each stream, one after the other.
-    std::vector<int16_t> chainInput(in.begin(), in.begin() + 2 * 5 * kFrame);
+    // The chain saw each stream's frames one after the other: the first one's last
+    // partial frame padded with silence, none of the dropped one's partial frame.
+    std::vector<int16_t> chainInput(in.begin(), in.begin() + 2 * first);
+    chainInput.resize(2 * 6 * kFrame, 0);
     chainInput.insert(chainInput.end(), second_in, second_in + 2 * kFrame);
     chainInput.insert(chainInput.end(), third_in, third_in + 2 * third);
     std::vector<int16_t> chain = reference(rec, kFrame, chainInput);
     std::vector<int16_t> got = slave_samples();
     // The first stream, drained, arrives whole; of the dropped one the slave may keep
-    // part; the last one is a frame of silence and the frame after the dropped one's.
-    std::vector<int16_t> head = delayed(std::vector<int16_t>(chain.begin(), chain.begin() + 2 * first), 2);
-    std::vector<int16_t> tail(2 * kFrame, 0);
-    tail.insert(tail.end(), chain.begin() + 2 * 6 * kFrame, chain.begin() + 2 * 7 * kFrame);
+    // part; the last one arrives whole.
+    std::vector<int16_t> head(chain.begin(), chain.begin() + 2 * first);
+    std::vector<int16_t> tail(chain.begin() + 2 * 7 * kFrame, chain.end());
     ASSERT_GE(got.size(), head.size() + tail.size());
     EXPECT_EQ(std::vector<int16_t>(got.begin(), got.begin() + static_cast<long>(head.size())), head);
     EXPECT_EQ(std::vector<int16_t>(got.end() - static_cast<long>(tail.size()), got.end()), tail);
@@ -291,7 +306,7 @@ TEST_F(AlsaPlugin, ReplacedTuningTakesEffectAtTheLoggedFrame)
     EXPECT_GE(frame, 15);
     EXPECT_LT(frame, 58);
     std::vector<int16_t> chain = reference(first, kFrame, in, &second, frame);
-    EXPECT_EQ(slave_samples(), delayed(chain, 2));
+    EXPECT_EQ(slave_samples(), chain);
     EXPECT_NE(chain, reference(first, kFrame, in)) << "the second tuning must sound different";
 }
 
@@ -316,10 +331,11 @@ TEST_F(AlsaPlugin, BadConfigurationsGiveAnErrorAndNoCrash)
         {"tuning \"" + good + "\" volume 11", "unknown option volume"},
     };
     // Opens the device and, given a rate, sets up a stream: the first error and the log.
-    auto attempt = [&](const std::string &options, unsigned rate = 0, int channels = 2) {
+    auto attempt = [&](const std::string &options, unsigned rate = 0, int channels = 2,
+                       snd_pcm_stream_t stream = SND_PCM_STREAM_PLAYBACK) {
         StderrToFile capture(log());
         snd_pcm_t *pcm = nullptr;
-        int err = open(device(options), pcm);
+        int err = open(device(options), pcm, stream);
         if (err >= 0 && rate)
             err = set_up(pcm, rate, channels, 256);
         if (pcm)
@@ -331,6 +347,10 @@ TEST_F(AlsaPlugin, BadConfigurationsGiveAnErrorAndNoCrash)
         EXPECT_LT(err, 0) << c.options;
         EXPECT_NE(text.find(c.message), std::string::npos) << c.options << "\n" << text;
     }
+
+    auto [err, text] = attempt("tuning \"" + good + "\"", 0, 2, SND_PCM_STREAM_CAPTURE);
+    EXPECT_LT(err, 0);
+    EXPECT_NE(text.find("playback only"), std::string::npos) << text;
 
     // A stream at another rate or channel count is refused at hw_params, naming both.
     const char *hint = " (adapt on retunes it for the stream)";

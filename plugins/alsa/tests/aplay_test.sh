@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# aplay plays a WAV through the plugin into a file slave; the slave's bytes must be one
-# frame of silence followed by `eqdrc process`'s output of the same file, up to the
-# length aplay wrote (aplay rounds the end up to whole periods with silence).
+# aplay plays a WAV through the plugin into a file slave; the slave's bytes must begin
+# with `eqdrc process`'s output of the same file, byte for byte (aplay rounds the end up
+# to whole periods with silence, which follows).
 #   aplay_test.sh PLUGIN.so EQDRC-TOOL SOURCE-DIR [sanitized]
 set -euo pipefail
 plugin=$1 eqdrc=$2 src=$3 sanitized=${4:-}
@@ -9,7 +9,6 @@ command -v aplay >/dev/null || { echo "aplay missing (alsa-utils; tools/ensure-d
 py=python3; [ -x /usr/bin/python3 ] && py=/usr/bin/python3
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-frame=768
 
 # The plugin is built with the sanitizers; aplay is not, so their runtimes go first.
 if [ -n "$sanitized" ]; then
@@ -45,16 +44,15 @@ CONF
         ALSA_CONFIG_PATH="/usr/share/alsa/alsa.conf:$work/asoundrc" \
             aplay -q -D test --period-size=$period --buffer-size=$buffer "$work/$layout.wav" 2>"$work/aplay.log" ||
             { cat "$work/aplay.log"; }
-        if "$py" - "$work/slave.raw" "$work/$layout-eqdrc.wav" $frame <<'PY'
+        if "$py" - "$work/slave.raw" "$work/$layout-eqdrc.wav" <<'PY'
 import sys, wave
 slave = open(sys.argv[1], 'rb').read()
 with wave.open(sys.argv[2]) as w:
-    want, width = w.readframes(w.getnframes()), w.getnchannels() * 2
-lead = int(sys.argv[3]) * width
-n = min(len(slave) - lead, len(want))
-ok = len(slave) >= len(want) and slave[:lead] == bytes(lead) and slave[lead:lead + n] == want[:n]
+    want = w.readframes(w.getnframes())
+n = min(len(slave), len(want))
+ok = len(slave) >= len(want) and slave[:n] == want[:n]
 if not ok:
-    first = next((i for i in range(n) if slave[lead + i] != want[i]), None)
+    first = next((i for i in range(n) if slave[i] != want[i]), None)
     print(f'slave {len(slave)} bytes, eqdrc {len(want)} bytes, first difference at byte {first}')
 sys.exit(0 if ok else 1)
 PY
