@@ -20,7 +20,7 @@ have xzcat || need+=(xz-utils)
 [ -f /usr/include/sndfile.h ] || need+=(libsndfile1-dev)
 [ -f /usr/include/ebur128.h ] || need+=(libebur128-dev)
 # the ALSA plugin (plugins/alsa) and its aplay test
-[ -f /usr/include/alsa/pcm_extplug.h ] || need+=(libasound2-dev)
+[ -f /usr/include/alsa/pcm_ioplug.h ] || need+=(libasound2-dev)
 have aplay || need+=(alsa-utils)
 # the GStreamer element (plugins/gstreamer); its tests play through appsrc, audiotestsrc,
 # audioconvert, audioresample (plugins-base), wavparse and wavenc (plugins-good)
