@@ -99,12 +99,13 @@ protected:
         return err;
     }
 
-    int set_up(snd_pcm_t *pcm, unsigned rate, unsigned channels, snd_pcm_uframes_t period)
+    int set_up(snd_pcm_t *pcm, unsigned rate, unsigned channels, snd_pcm_uframes_t period,
+               snd_pcm_access_t access = SND_PCM_ACCESS_RW_INTERLEAVED)
     {
         snd_pcm_hw_params_t *hw;
         snd_pcm_hw_params_alloca(&hw);
         snd_pcm_hw_params_any(pcm, hw);
-        snd_pcm_hw_params_set_access(pcm, hw, SND_PCM_ACCESS_RW_INTERLEAVED);
+        snd_pcm_hw_params_set_access(pcm, hw, access);
         snd_pcm_hw_params_set_format(pcm, hw, SND_PCM_FORMAT_S16_LE);
         snd_pcm_hw_params_set_channels(pcm, hw, channels);
         snd_pcm_hw_params_set_rate(pcm, hw, rate, 0);
@@ -116,31 +117,35 @@ protected:
 
     // Opens "test" with `options` and sets up a stream, asserting both went well.
     void start(const std::string &options, snd_pcm_t *&pcm, snd_pcm_uframes_t period = 256, unsigned rate = 48000,
-               int channels = 2)
+               int channels = 2, snd_pcm_access_t access = SND_PCM_ACCESS_RW_INTERLEAVED)
     {
         pcm = nullptr;
         ASSERT_EQ(open(device(options), pcm), 0);
-        ASSERT_EQ(set_up(pcm, rate, channels, period), 0);
+        ASSERT_EQ(set_up(pcm, rate, channels, period, access), 0);
     }
 
-    static void write_all(snd_pcm_t *pcm, const int16_t *pcmData, size_t frames, size_t block, int channels)
+    static void write_all(snd_pcm_t *pcm, const int16_t *pcmData, size_t frames, size_t block, int channels,
+                          bool mmap = false)
     {
         for (size_t at = 0; at < frames; at += block) {
             size_t n = std::min(block, frames - at);
-            snd_pcm_sframes_t w = snd_pcm_writei(pcm, pcmData + at * channels, n);
+            snd_pcm_sframes_t w = mmap ? snd_pcm_mmap_writei(pcm, pcmData + at * channels, n)
+                                       : snd_pcm_writei(pcm, pcmData + at * channels, n);
             ASSERT_EQ(w, static_cast<snd_pcm_sframes_t>(n)) << snd_strerror(static_cast<int>(w));
         }
     }
 
     // Plays `in` through "test" in writes of `block` frames and returns the slave's bytes.
     std::vector<int16_t> play(const std::string &options, const std::vector<int16_t> &in, int channels,
-                              size_t block, unsigned rate = 48000)
+                              size_t block, unsigned rate = 48000,
+                              snd_pcm_access_t access = SND_PCM_ACCESS_RW_INTERLEAVED)
     {
         snd_pcm_t *pcm = nullptr;
-        start(options, pcm, block, rate, channels);
+        start(options, pcm, block, rate, channels, access);
         if (!pcm || testing::Test::HasFatalFailure())
             return {};
-        write_all(pcm, in.data(), in.size() / channels, block, channels);
+        write_all(pcm, in.data(), in.size() / channels, block, channels,
+                  access == SND_PCM_ACCESS_MMAP_INTERLEAVED);
         snd_pcm_drain(pcm);
         snd_pcm_close(pcm);
         return slave_samples();
@@ -187,6 +192,9 @@ TEST_F(AlsaPlugin, SlaveGetsTheChainsBitsForEveryPeriodSize)
             std::vector<int16_t> got = play("tuning \"" + tuning + "\"", in, channels, period);
             EXPECT_EQ(got, want) << channels << " channel(s), writes of " << period;
         }
+        // Hosts that write into the buffer in place (sound servers do) get the same bits.
+        EXPECT_EQ(play("tuning \"" + tuning + "\"", in, channels, 333, 48000, SND_PCM_ACCESS_MMAP_INTERLEAVED), want)
+            << channels << " channel(s), mmap writes";
     }
 }
 
