@@ -123,39 +123,11 @@ bool FrameStream::drain()
     return true;
 }
 
-void FrameStream::process(const int16_t *in, int16_t *out, size_t n)
-{
-    if (!delayPrimed_) {
-        std::fill(frame_.begin(), frame_.end(), int16_t{0});
-        push_output(frame_.data(), static_cast<size_t>(frameLen_));
-        delayPrimed_ = true;
-    }
-    // Invariant: readable() + collected() == frame length, so a block of up to the rest
-    // of the frame can always be written before as much is read.
-    while (n > 0) {
-        size_t m = std::min(n, static_cast<size_t>(frameLen_) - collected_);
-        // Read first: `out` may alias `in`, and the samples read were produced earlier.
-        int16_t staged[2 * 64];
-        size_t done = 0;
-        while (done < m) {
-            size_t k = std::min<size_t>(m - done, 64);
-            std::memcpy(staged, in + done * channels_, k * channels_ * sizeof(int16_t));
-            read(out + done * channels_, k);
-            write(staged, k);
-            done += k;
-        }
-        in += m * channels_;
-        out += m * channels_;
-        n -= m;
-    }
-}
-
 void FrameStream::reset()
 {
     collected_ = 0;
     fifoHead_ = 0;
     fifoFill_ = 0;
-    delayPrimed_ = false;
 }
 
 }  // namespace eqdrc_plugin

@@ -2,13 +2,9 @@
 // whole frames of the configured length, so the output is the same bits as
 // `eqdrc process` / quorvel_enh over the same samples with the same frame length.
 //
-// Two ways to drive it, one implementation:
-// - FIFO form: write() appends input and processes every completed frame into an output
-//   FIFO, read() pops processed samples, drain() pads the partial last frame with
-//   silence, processes it and makes only its real samples readable.
-// - Delay-line form, for hosts that must give back as many samples as they take:
-//   process() returns the chain's output delayed by exactly delay() samples (silence
-//   until the first frame is complete).
+// write() appends input and processes every completed frame into an output FIFO, read()
+// pops processed samples, drain() pads the partial last frame with silence, processes it
+// and makes only its real samples readable.
 // Between frames, before processing the next one, a record taken from the hand-over is
 // applied with AudioPost_SetPara, and the hand-over's frame index is reported.
 //
@@ -51,7 +47,7 @@ public:
     int channels() const { return channels_; }
     void set_swap_callback(SwapCallback cb, void *context);
 
-    // FIFO form. write() takes at most space() samples (a bound that keeps every frame
+    // write() takes at most space() samples (a bound that keeps every frame
     // it completes within the FIFO) and returns how many it took; read() returns how many
     // it gave (at most readable()).
     size_t space() const;
@@ -63,16 +59,11 @@ public:
     // doing nothing, until enough has been read.
     bool drain();
 
-    // Delay-line form: out[i] is the chain's output for the input delay() samples
-    // earlier. `in` and `out` may be the same buffer. Do not mix with the FIFO form
-    // between two reset() calls.
-    void process(const int16_t *in, int16_t *out, size_t n);
-    size_t delay() const { return static_cast<size_t>(frameLen_); }
-    // Samples of the partial frame collected so far (the delay line's input side).
+    // Samples of the partial frame collected so far.
     size_t collected() const { return collected_; }
 
-    // Drops collected input and pending output; the delay line starts over with a frame
-    // of silence. The chain's filter state is kept and the frame index keeps counting.
+    // Drops collected input and pending output. The chain's filter state is kept and
+    // the frame index keeps counting.
     void reset();
 
     // Frames processed so far (the index the next frame gets).
@@ -97,7 +88,6 @@ private:
     size_t fifoCapacity_ = 0;
     size_t fifoHead_ = 0;         // next sample to read
     size_t fifoFill_ = 0;
-    bool delayPrimed_ = false;    // the delay line's frame of silence is in the FIFO
 };
 
 }  // namespace eqdrc_plugin
