@@ -49,12 +49,14 @@
 
 #include <stdint.h>
 
+#ifndef EQDRC_API
 #if defined(_WIN32)
 #define EQDRC_API
 #elif defined(__GNUC__)
 #define EQDRC_API __attribute__((visibility("default")))
 #else
 #define EQDRC_API
+#endif
 #endif
 
 #ifdef __cplusplus

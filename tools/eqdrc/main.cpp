@@ -2,12 +2,16 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <iostream>
+#include <string>
 
 #include "check.h"
 #include "output_file.h"
 #include "process.h"
 #include "stream_rules.h"
 #include "tuning.h"
+#if EQDRC_SIMD_DISPATCH
+#include "core/simd_path.h"
+#endif
 
 using namespace eqdrc_tool;
 
@@ -96,8 +100,13 @@ int main(int argc, char **argv)
     remove_pending_files_on_signals();
     CLI::App app{"eqdrc: write, check and compile tunings for the EQ/DRC chain, and process audio files with it"};
     app.require_subcommand(1);
-    app.set_version_flag("--version", "eqdrc " EQDRC_VERSION " with libtqaudio_effect_eqdrc " EQDRC_VERSION
-                                      " (tuning records of tool version 2.0)");
+    std::string version = "eqdrc " EQDRC_VERSION " with libtqaudio_effect_eqdrc " EQDRC_VERSION
+                          " (tuning records of tool version 2.0)";
+#if EQDRC_SIMD_DISPATCH
+    version += std::string("\nprocessing code: ") + eqdrc_simd::path_name(eqdrc_simd::chosen_path()) +
+               " (EQDRC_SIMD=scalar|sse2|avx2 chooses)";
+#endif
+    app.set_version_flag("--version", version);
     app.footer(kExitStatuses);
 
     CLI::App *tuning = app.add_subcommand("tuning", "convert, check and compare tuning files (JSON or 2176-byte records)");

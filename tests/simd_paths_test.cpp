@@ -1,0 +1,92 @@
+// The processing code's builds (scalar lanes, SSE2, AVX2 on x86-64): how one is chosen,
+// and that each gives the same bits, through the test program as a separate process
+// (the choice is made once, when the library is loaded).
+#include <sys/wait.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "core/simd_path.h"
+#include "support/test_support.h"
+
+using eqdrc_test::read_file;
+using eqdrc_test::temp_path;
+using eqdrc_test::write_file;
+
+namespace {
+
+using eqdrc_simd::Path;
+
+// Sets an environment variable for the life of the object, then restores it.
+class ScopedEnv {
+public:
+    ScopedEnv(const char *name, const char *value) : name_(name)
+    {
+        const char *old = std::getenv(name);
+        had_ = old != nullptr;
+        if (had_)
+            old_ = old;
+        value ? setenv(name, value, 1) : unsetenv(name);
+    }
+    ~ScopedEnv() { had_ ? setenv(name_, old_.c_str(), 1) : unsetenv(name_); }
+
+private:
+    const char *name_;
+    bool had_ = false;
+    std::string old_;
+};
+
+TEST(SimdPath, ForcedByTheVariableAndNeverWiderThanTheCpu)
+{
+    const Path widest = eqdrc_simd::widest_path();
+    for (auto [value, want] : {std::pair<const char *, Path>{"scalar", Path::kScalar}, {"sse2", Path::kSse2},
+                               {"avx2", widest}, {"avx512", widest}, {nullptr, widest}}) {
+        ScopedEnv simd("EQDRC_SIMD", value);
+        EXPECT_EQ(eqdrc_simd::chosen_path(), want) << (value ? value : "(unset)");
+    }
+    ScopedEnv preload("LD_PRELOAD", "/usr/libexec/valgrind/vgpreload_core-amd64-linux.so");
+    ScopedEnv simd("EQDRC_SIMD", "avx2");
+    EXPECT_EQ(eqdrc_simd::chosen_path(), Path::kSse2) << "valgrind cannot run every AVX2 form";
+}
+
+TEST(SimdPath, EveryPathGivesTheSameBitsForTheWholeChain)
+{
+    // Two seconds of a swept tone over noise, every stage on (the reference tuning).
+    std::string pcm;
+    uint32_t seed = 1;
+    for (int i = 0; i < 2 * 48000; i++) {
+        seed = seed * 1664525u + 1013904223u;
+        float phase = 6.2831853f * (40.0f + 4000.0f * i / 96000.0f) * i / 48000.0f;
+        for (int c = 0; c < 2; c++) {
+            float v = 12000.0f * std::sin(phase + c) + static_cast<float>(static_cast<int32_t>(seed >> 20) - 2048);
+            int16_t s = static_cast<int16_t>(v);
+            pcm.append(reinterpret_cast<const char *>(&s), 2);
+        }
+    }
+    const std::string in = temp_path("simd_in.raw"), rec = std::string(EQDRC_SOURCE_DIR) + "/tunings/reference.bin";
+    write_file(in, pcm.data(), pcm.size());
+    std::string first;
+    for (const char *path : {"scalar", "sse2", "avx2"}) {
+        const std::string out = temp_path("simd_out.raw"), dump = temp_path("simd_dump.rec");
+        std::string cmd = std::string("EQDRC_SIMD=") + path + " ASAN_OPTIONS=detect_leaks=0 " + EQDRC_TEST_RUNNER +
+                          " " + EQDRC_QUORVEL_ENH + " " + in + " " + out + " " + rec + " " + rec + " " + dump +
+                          " >/dev/null 2>&1";
+        int st = std::system(cmd.c_str());
+        ASSERT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0) << path;
+        std::string got = read_file(out);
+        std::remove(out.c_str());
+        std::remove(dump.c_str());
+        ASSERT_FALSE(got.empty()) << path;
+        if (first.empty()) {
+            EXPECT_NE(got, pcm) << "the chain must change the signal";
+            first = got;
+        } else {
+            EXPECT_EQ(got, first) << path << " differs from scalar";
+        }
+    }
+    std::remove(in.c_str());
+}
+
+}  // namespace
