@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Runs our chain (quorvel_enh with the reference tuning, every stage on) and sox's
 # nearest equivalent chain (gain, bass, ten equalizer bands, a four-band mcompand, a
-# compand) over the same 8-second music-like stereo file, in one run, and prints both
+# compand) over the same music-like stereo file (AUDIO_SECONDS long, default 8; a minute
+# or more keeps process start-up out of the figure), in one run, and prints both
 # real-time factors and their ratio.  Each side's time is the best of RUNS runs
 # (default 5), so a busy machine disturbs the figure as little as possible.
 #   scripts/compare-sox.sh [BUILD_DIR]      (default: build, a Release build)
@@ -16,8 +17,9 @@ if ! command -v sox >/dev/null; then
 fi
 . scripts/test-program.sh
 prepare_test_program "$build" compare-sox -DCMAKE_BUILD_TYPE=Release
-seconds=8
-[ -f "$work/in.raw" ] || python3 scripts/make_pcm.py "$work/in.raw" "$seconds"
+seconds=${AUDIO_SECONDS:-8}
+in="$work/in-$seconds.raw"
+[ -f "$in" ] || python3 scripts/make_pcm.py "$in" "$seconds"
 
 # The reference tuning in sox's terms: 0 dB pre-gain, +3 dB bass at 100 Hz, the ten
 # equaliser bands, four compressor bands split at 200, 1000 and 4000 Hz, and the AGC
@@ -46,9 +48,9 @@ print("%.6f" % best)
 EOF
 }
 
-ours=$(best_of "$build/quorvel_enh" "$work/in.raw" "$work/out.raw" tunings/reference.bin tunings/reference.bin \
+ours=$(best_of "$build/quorvel_enh" "$in" "$work/out.raw" tunings/reference.bin tunings/reference.bin \
     "$work/readback.bin")
-theirs=$(best_of sox -q "${raw[@]}" "$work/in.raw" "${raw[@]}" "$work/sox.raw" "${sox_effects[@]}")
+theirs=$(best_of sox -q "${raw[@]}" "$in" "${raw[@]}" "$work/sox.raw" "${sox_effects[@]}")
 awk -v s="$seconds" -v a="$ours" -v b="$theirs" 'BEGIN {
     printf "audio:                 %d s, 48 kHz 16-bit stereo (best of '"$runs"' runs each)\n", s
     printf "ours (quorvel_enh):    %8.3f s  %7.0fx real time\n", a, s / a
