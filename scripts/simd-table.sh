@@ -47,7 +47,7 @@ for name in order:
         cells.append(f"{ns:.1f} ns, {1e9 / 48000 / ns:.0f}x" if ns else "-")
     print(f"| {name} | " + " | ".join(cells) + " |")
 sox = [open(f"{out}/{p}-sox").read().strip() or "-" for p in paths]
-print("| chain vs sox (quorvel_enh, 60 s) | " + " | ".join(f"{s}x faster" for s in sox) + " |")
+print("| whole chain against sox (sox's time / ours) | " + " | ".join(f"{s}x" for s in sox) + " |")
 PY
 echo
 echo "machine: $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2 | sed 's/^ //'), $(nproc) cores; load: $(cut -d' ' -f1-3 /proc/loadavg)"
