@@ -17,6 +17,7 @@
 #include "core/time_constant.h"
 #include "dynamics/smoothing.h"
 #include "filters/gain_table.h"
+#include "filters/lanes8.h"
 
 namespace {
 
@@ -202,9 +203,17 @@ void MultiBandDRCState::process(const float *const *in, float *const *out, int f
 {
     if (channels <= 0 || frameLen <= 0)
         return;
+#if EQDRC_EIGHT_LANES
+    // Both channels at once, where that reads and writes what one after the other would.
+    if (channels == 2 && lanes_ready(0) && lanes_ready(1) && eqdrc::disjoint(out[0], in[1], frameLen) &&
+        eqdrc::disjoint(out[1], in[0], frameLen)) {
+        process_lanes_stereo(in, out, frameLen);
+        return;
+    }
+#endif
     for (int c = 0; c < channels; c++) {
         CrossoverState *xover = crossover[c];
-        if (xover != nullptr && bandCount[c] >= 1 && bandCount[c] <= kDrcSlotsPerChannel) {
+        if (lanes_ready(c)) {
             process_lanes(c, in[c], out[c], frameLen);
             continue;
         }
@@ -250,28 +259,95 @@ void MultiBandDRCState::process(const float *const *in, float *const *out, int f
     }
 }
 
+namespace {
+
+// A channel's output: its bands from lane `first` on, added in band order; band 3 joins
+// only at exactly four bands.
+template <class V>
+inline float lane_sum(const V &buf, int first, int count)
+{
+    float sum = 0.0f;
+    sum = sum + buf[first];
+    if (count >= 2)
+        sum = sum + buf[first + 1];
+    if (count >= 3)
+        sum = sum + buf[first + 2];
+    if (count == 4)
+        sum = sum + buf[first + 3];
+    return sum;
+}
+
+// One channel's per-band settings in lanes, and which lanes are bands and compress.
+struct LaneSettings {
+    eqdrc::f32x4 gain, attack, release;
+    eqdrc::m32x4 bands, dynamic;
+};
+
+LaneSettings lane_settings(const MultiBandDRCState &st, int c)
+{
+    const int count = st.bandCount[c];
+    LaneSettings l{eqdrc::splat(1.0f), eqdrc::splat(0.0f), eqdrc::splat(0.0f), {}, {}};
+    bool on[kDrcSlotsPerChannel] = {};
+    for (int b = 0; b < count; b++) {
+        const int slot = slot_of(c, b);
+        l.gain[b] = st.bandGain[slot];
+        l.attack[b] = st.attackCoef[slot];
+        l.release[b] = st.releaseCoef[slot];
+        on[b] = st.drcEnable[slot] != 0;
+    }
+    l.bands = eqdrc::mask(count >= 1, count >= 2, count >= 3, count >= 4);
+    l.dynamic = eqdrc::mask(on[0], on[1], on[2], on[3]);
+    return l;
+}
+
+}  // namespace
+
+// Lane `lane` holds band b of channel c: its table entry for the envelope value e, from
+// the slot's level index, which also gives the detector interval [low, high) the entry
+// holds for; a negative or NaN envelope, or an index that failed its check, takes the
+// logarithm, and a NaN `low` makes the next sample search again.
+template <class V>
+inline void MultiBandDRCState::find_entry(int c, int b, int lane, float e, V &low, V &high, V &target) const
+{
+    const int slot = slot_of(c, b);
+    const eqdrc::LevelIndex *index = levelIndex[slot];
+    if (e >= 0.0f && index->exact) {
+        const int entry = index->find(e);
+        low[lane] = index->edge[entry];
+        high[lane] = index->edge[entry + 1];
+        target[lane] = tables[c][b][entry];
+    } else {
+        target[lane] = eqdrc::gain_table_lookup(eqdrc::kGainTableLast, tables[c][b], band_level(e, log10FullScale),
+                                                tableStart[slot], tableScale[slot]);
+        low[lane] = std::numeric_limits<float>::quiet_NaN();
+    }
+}
+
+// Channel c's band memories back from lanes `first` on.
+template <class V>
+inline void MultiBandDRCState::save_lanes(int c, int first, const V &buf, const V &env, const V &smoothed)
+{
+    const int count = bandCount[c];
+    const int written = eqdrc::crossover_bands(count - 2);
+    for (int b = 0; b < written; b++)
+        bandBuf[c][b] = buf[first + b];
+    for (int b = 0; b < count; b++) {
+        envelope[c][b] = env[first + b];
+        smoothedGain[c][b] = smoothed[first + b];
+    }
+}
+
 // One channel with one to four bands, the bands in lanes [low, high, middle 1,
 // middle 2], each lane performing the operations of the loop above.  The table entry
 // comes from the slot's level index: a lane keeps the detector interval of its current
-// entry and searches only when the envelope leaves it; a negative or NaN envelope, or
-// an index that failed its check, takes the logarithm as above.
+// entry and searches only when the envelope leaves it.
 void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int frameLen)
 {
     using eqdrc::f32x4;
     using eqdrc::m32x4;
     const int count = bandCount[c];
     const float nan = std::numeric_limits<float>::quiet_NaN();
-    f32x4 gain = eqdrc::splat(1.0f), attack = eqdrc::splat(0.0f), release = eqdrc::splat(0.0f);
-    bool on[kDrcSlotsPerChannel] = {};
-    for (int b = 0; b < count; b++) {
-        const int slot = slot_of(c, b);
-        gain[b] = bandGain[slot];
-        attack[b] = attackCoef[slot];
-        release[b] = releaseCoef[slot];
-        on[b] = drcEnable[slot] != 0;
-    }
-    const m32x4 bandLanes = eqdrc::mask(count >= 1, count >= 2, count >= 3, count >= 4);
-    const m32x4 dynamic = eqdrc::mask(on[0], on[1], on[2], on[3]);
+    const LaneSettings l = lane_settings(*this, c);
     f32x4 env = eqdrc::load(envelope[c]), smoothed = eqdrc::load(smoothedGain[c]);
     f32x4 buf = eqdrc::load(bandBuf[c]);
     // The current entry's detector interval [low, high) and gain per lane; NaN bounds
@@ -282,54 +358,75 @@ void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int fr
 
     for (int n = 0; n < frameLen; n++) {
         const f32x4 bands = xover.step(in[n]);
-        const f32x4 x = bands * gain;
-        const f32x4 e = eqdrc::follow_envelope(x, env, attack, release);
-        const m32x4 moved = (eqdrc::greater_equal(e, high) | ~eqdrc::greater_equal(e, low)) & dynamic;
+        const f32x4 x = bands * l.gain;
+        const f32x4 e = eqdrc::follow_envelope(x, env, l.attack, l.release);
+        const m32x4 moved = (eqdrc::greater_equal(e, high) | ~eqdrc::greater_equal(e, low)) & l.dynamic;
         if (eqdrc::any(moved)) {
             for (int b = 0; b < count; b++) {
-                if (!moved[b])
-                    continue;
-                const int slot = slot_of(c, b);
-                const eqdrc::LevelIndex *index = levelIndex[slot];
-                const float eb = e[b];
-                if (eb >= 0.0f && index->exact) {
-                    const int entry = index->find(eb);
-                    low[b] = index->edge[entry];
-                    high[b] = index->edge[entry + 1];
-                    target[b] = tables[c][b][entry];
-                } else {
-                    target[b] = eqdrc::gain_table_lookup(eqdrc::kGainTableLast, tables[c][b],
-                                                         band_level(eb, log10FullScale), tableStart[slot],
-                                                         tableScale[slot]);
-                    low[b] = nan;  // search again next sample
-                }
+                if (moved[b])
+                    find_entry(c, b, b, e[b], low, high, target);
             }
         }
-        const f32x4 g = eqdrc::smooth_gain(target, smoothed, attack, release);
-        buf = eqdrc::select(bandLanes, eqdrc::select(dynamic, x * g, x), bands);
-        env = eqdrc::select(dynamic, e, env);
-        smoothed = eqdrc::select(dynamic, g, smoothed);
-        // Band 3 joins only at exactly four bands.
-        float sum = 0.0f;
-        sum = sum + buf[0];
-        if (count >= 2)
-            sum = sum + buf[1];
-        if (count >= 3)
-            sum = sum + buf[2];
-        if (count == 4)
-            sum = sum + buf[3];
-        out[n] = sum;
+        const f32x4 g = eqdrc::smooth_gain(target, smoothed, l.attack, l.release);
+        buf = eqdrc::select(l.bands, eqdrc::select(l.dynamic, x * g, x), bands);
+        env = eqdrc::select(l.dynamic, e, env);
+        smoothed = eqdrc::select(l.dynamic, g, smoothed);
+        out[n] = lane_sum(buf, 0, count);
     }
 
     xover.save(*crossover[c], 0);
-    const int written = eqdrc::crossover_bands(count - 2);
-    for (int b = 0; b < written; b++)
-        bandBuf[c][b] = buf[b];
-    for (int b = 0; b < count; b++) {
-        envelope[c][b] = env[b];
-        smoothedGain[c][b] = smoothed[b];
-    }
+    save_lanes(c, 0, buf, env, smoothed);
 }
+
+#if EQDRC_EIGHT_LANES
+// Both channels at once in eight lanes, channel 0's bands in lanes 0-3 and channel 1's
+// in lanes 4-7, each lane performing the operations of process_lanes.
+void MultiBandDRCState::process_lanes_stereo(const float *const *in, float *const *out, int frameLen)
+{
+    using eqdrc::f32x8;
+    using eqdrc::join;
+    using eqdrc::m32x8;
+    const int count[2] = {bandCount[0], bandCount[1]};
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const LaneSettings l = lane_settings(*this, 0), r = lane_settings(*this, 1);
+    const f32x8 gain = join(l.gain, r.gain), attack = join(l.attack, r.attack), release = join(l.release, r.release);
+    const m32x8 bandLanes = join(l.bands, r.bands), dynamic = join(l.dynamic, r.dynamic);
+    f32x8 env = join(eqdrc::load(envelope[0]), eqdrc::load(envelope[1]));
+    f32x8 smoothed = join(eqdrc::load(smoothedGain[0]), eqdrc::load(smoothedGain[1]));
+    f32x8 buf = join(eqdrc::load(bandBuf[0]), eqdrc::load(bandBuf[1]));
+    f32x8 low = eqdrc::splat8(nan), high = eqdrc::splat8(nan), target = eqdrc::splat8(0.0f);
+    eqdrc::CrossoverLanes x0, x1;
+    x0.load(*crossover[0], 0);
+    x1.load(*crossover[1], 0);
+    eqdrc::CrossoverLanes8 xover(x0, x1);
+
+    for (int n = 0; n < frameLen; n++) {
+        const f32x8 bands = xover.step(in[0][n], in[1][n]);
+        const f32x8 x = bands * gain;
+        const f32x8 e = eqdrc::follow_envelope(x, env, attack, release);
+        const m32x8 moved = (eqdrc::greater_equal(e, high) | ~eqdrc::greater_equal(e, low)) & dynamic;
+        if (eqdrc::any(moved)) {
+            for (int lane = 0; lane < 2 * kDrcSlotsPerChannel; lane++) {
+                const int c = lane / kDrcSlotsPerChannel, b = lane % kDrcSlotsPerChannel;
+                if (b < count[c] && moved[lane])
+                    find_entry(c, b, lane, e[lane], low, high, target);
+            }
+        }
+        const f32x8 g = eqdrc::smooth_gain(target, smoothed, attack, release);
+        buf = eqdrc::select(bandLanes, eqdrc::select(dynamic, x * g, x), bands);
+        env = eqdrc::select(dynamic, e, env);
+        smoothed = eqdrc::select(dynamic, g, smoothed);
+        out[0][n] = lane_sum(buf, 0, count[0]);
+        out[1][n] = lane_sum(buf, kDrcSlotsPerChannel, count[1]);
+    }
+
+    xover.split(x0, x1);
+    x0.save(*crossover[0], 0);
+    x1.save(*crossover[1], 0);
+    save_lanes(0, 0, buf, env, smoothed);
+    save_lanes(1, kDrcSlotsPerChannel, buf, env, smoothed);
+}
+#endif
 
 void MultiBandDRCState::set_para(const float *section)
 {

@@ -119,7 +119,16 @@ private:
     void check_slot(int slot, eqdrc::LogSite site) const;
     void build_tables();
     void build_table(int c, int b);
+    bool lanes_ready(int c) const
+    {
+        return crossover[c] != nullptr && bandCount[c] >= 1 && bandCount[c] <= eqdrc::kDrcSlotsPerChannel;
+    }
+    template <class V>
+    void find_entry(int c, int b, int lane, float e, V &low, V &high, V &target) const;
+    template <class V>
+    void save_lanes(int c, int first, const V &buf, const V &env, const V &smoothed);
     void process_lanes(int c, const float *in, float *out, int frameLen);
+    void process_lanes_stereo(const float *const *in, float *const *out, int frameLen);  // AVX2 build
     void retune_band(int c, int band, const eqdrc::DrcBandSettings &settings);
 };
 

@@ -7,6 +7,7 @@
 #include <cmath>
 
 #include "filters/lanes.h"
+#include "filters/lanes8.h"
 
 namespace eqdrc {
 
@@ -26,10 +27,12 @@ inline float follow_envelope(float x, float env, float attackDecay, float releas
     return (1.0f - k) * std::fabs(x) + k * env;
 }
 
-inline f32x4 follow_envelope(f32x4 x, f32x4 env, f32x4 attackDecay, f32x4 releaseDecay)
+// The same in every lane of four (or, in the AVX2 build, eight).
+template <class V>
+inline V follow_envelope(V x, V env, V attackDecay, V releaseDecay)
 {
-    const f32x4 k = select(greater(x, env), attackDecay, releaseDecay);
-    return (splat(1.0f) - k) * abs(x) + k * env;
+    const V k = select(greater(x, env), attackDecay, releaseDecay);
+    return (broadcast<V>(1.0f) - k) * abs(x) + k * env;
 }
 
 // Gain smoother with per-sample decays: a gain rising towards its target follows the
@@ -40,10 +43,11 @@ inline float smooth_gain(float target, float gain, float attackDecay, float rele
     return k * gain + (1.0f - k) * target;
 }
 
-inline f32x4 smooth_gain(f32x4 target, f32x4 gain, f32x4 attackDecay, f32x4 releaseDecay)
+template <class V>
+inline V smooth_gain(V target, V gain, V attackDecay, V releaseDecay)
 {
-    const f32x4 k = select(greater(target, gain), attackDecay, releaseDecay);
-    return k * gain + (splat(1.0f) - k) * target;
+    const V k = select(greater(target, gain), attackDecay, releaseDecay);
+    return k * gain + (broadcast<V>(1.0f) - k) * target;
 }
 
 }  // namespace eqdrc

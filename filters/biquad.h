@@ -45,10 +45,12 @@ struct BiquadLanes {
     }
 };
 
-// biquad_step in every lane: the same operations in the same order.
-inline f32x4 biquad_step(const BiquadLanes &c, f32x4 &z1, f32x4 &z2, f32x4 x)
+// biquad_step in every lane of a bank of four (or eight) sections: the same operations
+// in the same order.
+template <class Bank, class V>
+inline V biquad_step(const Bank &c, V &z1, V &z2, V x)
 {
-    const f32x4 y = z1 + c.b0 * x;
+    const V y = z1 + c.b0 * x;
     z1 = z2 + (c.b1 * x - c.a1 * y);
     z2 = c.b2 * x - c.a2 * y;
     return y;

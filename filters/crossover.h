@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "filters/biquad.h"
+#include "filters/lanes8.h"
 #include "tqaudio_eqdrc.h"
 
 namespace eqdrc {
@@ -77,6 +78,53 @@ struct CrossoverLanes {
         return select(twoSections, b, d);
     }
 };
+
+#if EQDRC_EIGHT_LANES
+// Two channels' CrossoverLanes side by side: channel 0 in lanes 0-3, channel 1 in 4-7.
+struct CrossoverLanes8 {
+    struct Bank {
+        f32x8 b0, b1, b2, a1, a2;
+    };
+    Bank banks[4];
+    f32x8 z1[4], z2[4];
+    m32x8 twoSections;
+
+    CrossoverLanes8(const CrossoverLanes &l, const CrossoverLanes &r)
+    {
+        const BiquadLanes *left[] = {&l.first, &l.second, &l.third, &l.fourth};
+        const BiquadLanes *right[] = {&r.first, &r.second, &r.third, &r.fourth};
+        for (int k = 0; k < 4; k++) {
+            banks[k] = Bank{join(left[k]->b0, right[k]->b0), join(left[k]->b1, right[k]->b1),
+                            join(left[k]->b2, right[k]->b2), join(left[k]->a1, right[k]->a1),
+                            join(left[k]->a2, right[k]->a2)};
+            z1[k] = join(l.z1[k], r.z1[k]);
+            z2[k] = join(l.z2[k], r.z2[k]);
+        }
+        twoSections = join(l.twoSections, r.twoSections);
+    }
+
+    // The filter memories back into the two channels' lanes.
+    void split(CrossoverLanes &l, CrossoverLanes &r) const
+    {
+        for (int k = 0; k < 4; k++) {
+            l.z1[k] = low_half(z1[k]);
+            l.z2[k] = low_half(z2[k]);
+            r.z1[k] = high_half(z1[k]);
+            r.z2[k] = high_half(z2[k]);
+        }
+    }
+
+    f32x8 step(float left, float right)
+    {
+        const f32x8 in = join_splat(left, right);
+        const f32x8 a = biquad_step(banks[0], z1[0], z2[0], in);
+        const f32x8 b = biquad_step(banks[1], z1[1], z2[1], a);
+        const f32x8 c = biquad_step(banks[2], z1[2], z2[2], b);
+        const f32x8 d = biquad_step(banks[3], z1[3], z2[3], c);
+        return select(twoSections, b, d);
+    }
+};
+#endif
 
 }  // namespace eqdrc
 

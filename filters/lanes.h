@@ -174,6 +174,15 @@ inline f32x4 sqrt(f32x4 a)
 
 inline f32x4 splat(float x) { return lanes(x, x, x, x); }
 
+// splat() for code written for four or eight lanes alike.
+template <class V>
+inline V broadcast(float x);
+template <>
+inline f32x4 broadcast<f32x4>(float x)
+{
+    return splat(x);
+}
+
 // Unaligned loads and stores of four consecutive floats.
 inline f32x4 load(const float *p)
 {
