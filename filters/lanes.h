@@ -20,7 +20,9 @@
 #endif
 #endif
 
-#if !EQDRC_SCALAR_LANES && defined(__SSE__)
+#if !EQDRC_SCALAR_LANES && defined(__SSE4_1__)
+#include <smmintrin.h>
+#elif !EQDRC_SCALAR_LANES && defined(__SSE__)
 #include <xmmintrin.h>
 #elif !EQDRC_SCALAR_LANES && defined(__aarch64__)
 #include <arm_neon.h>
@@ -136,7 +138,13 @@ inline m32x4 less_equal(f32x4 a, f32x4 b) { return a <= b; }
 
 inline f32x4 select(m32x4 m, f32x4 a, f32x4 b)
 {
+#if defined(__SSE4_1__)
+    // Masks are all ones or all zeros per lane, so the sign bit blendv reads decides alike.
+    return reinterpret_cast<f32x4>(
+        _mm_blendv_ps(reinterpret_cast<__m128>(b), reinterpret_cast<__m128>(a), reinterpret_cast<__m128>(m)));
+#else
     return reinterpret_cast<f32x4>((reinterpret_cast<m32x4>(a) & m) | (reinterpret_cast<m32x4>(b) & ~m));
+#endif
 }
 
 inline f32x4 lanes(float a, float b, float c, float d) { return f32x4{a, b, c, d}; }

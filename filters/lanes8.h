@@ -33,9 +33,11 @@ inline f32x8 broadcast<f32x8>(float x)
 inline m32x8 greater(f32x8 a, f32x8 b) { return a > b; }
 inline m32x8 greater_equal(f32x8 a, f32x8 b) { return a >= b; }
 
+// Masks are all ones or all zeros per lane, so the sign bit blendv reads decides alike.
 inline f32x8 select(m32x8 m, f32x8 a, f32x8 b)
 {
-    return reinterpret_cast<f32x8>((reinterpret_cast<m32x8>(a) & m) | (reinterpret_cast<m32x8>(b) & ~m));
+    return reinterpret_cast<f32x8>(_mm256_blendv_ps(reinterpret_cast<__m256>(b), reinterpret_cast<__m256>(a),
+                                                    reinterpret_cast<__m256>(m)));
 }
 
 // Clears the sign bits, as fabsf does.

@@ -1,8 +1,11 @@
 // Skewed two-channel cascades.
 #include "filters/paired_cascade.h"
 
+#include <type_traits>
+
 #include "filters/biquad.h"
 #include "filters/lanes.h"
+#include "filters/lanes8.h"
 
 #if defined(__clang__)
 #define EQDRC_UNROLL _Pragma("unroll")
@@ -15,67 +18,141 @@
 namespace eqdrc {
 namespace {
 
-// Stage k of the lanes: section k of each channel in lanes 0 and 1, section H + k in
-// lanes 2 and 3.  With an odd count the second half is one section short: its last
-// stage only passes lanes 2 and 3 through.
-template <int H, bool Odd>
-struct SkewedCascade {
-    BiquadLanes c[H];
-    f32x4 z1[H], z2[H];
+// What the cascade needs of a lane vector: its width, masks from per-lane flags, and the
+// skew's move of every pair of lanes one pair up with a new sample pair in lanes 0 and 1.
+template <class V>
+struct SkewLanes;
 
-    static bool second_half_has(int k) { return !(Odd && k == H - 1); }
+template <>
+struct SkewLanes<f32x4> {
+    using Mask = m32x4;
+    static constexpr int kCount = 4;
+    static Mask mask_of(const bool *on) { return mask(on[0], on[1], on[2], on[3]); }
+    static f32x4 shift_in(f32x4 v, float a, float b) { return lanes(a, b, v[0], v[1]); }
+};
+
+#if EQDRC_EIGHT_LANES
+template <>
+struct SkewLanes<f32x8> {
+    using Mask = m32x8;
+    static constexpr int kCount = 8;
+    static Mask mask_of(const bool *on)
+    {
+        return join(mask(on[0], on[1], on[2], on[3]), mask(on[4], on[5], on[6], on[7]));
+    }
+    static f32x8 shift_in(f32x8 v, float a, float b)
+    {
+        const f32x8 fresh = {a, b, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f};
+        return __builtin_shufflevector(fresh, v, 0, 1, 8, 9, 10, 11, 12, 13);
+    }
+};
+#endif
+
+template <class V>
+struct BiquadBank {
+    V b0, b1, b2, a1, a2;
+
+    void set(int lane, const float *c)
+    {
+        b0[lane] = c[0];
+        b1[lane] = c[1];
+        b2[lane] = c[2];
+        a1[lane] = c[3];
+        a2[lane] = c[4];
+    }
+};
+
+// The lanes hold Q groups of both channels, lane 2q + c for channel c of group q.  Group q
+// runs sections qH .. qH + H - 1 of its channel (fewer in the last groups when Count is
+// not a multiple of Q) on the sample q steps behind group 0's, fed by what group q - 1
+// gave one step earlier.  A group's missing sections pass their lanes through.
+template <class V, int Count>
+struct SkewedCascade {
+    using L = SkewLanes<V>;
+    using Mask = typename L::Mask;
+    static constexpr int Q = L::kCount / 2;
+    static constexpr int H = (Count + Q - 1) / Q;
+
+    BiquadBank<V> c[H];
+    V z1[H], z2[H];
+    // Groups 0 .. kFull - 1 have H sections, group kFull has the remainder, if any, and
+    // the groups after it none.
+    static constexpr int kFull = Count / H;
+    static constexpr int kRemainder = Count % H;
+    static constexpr bool kEmptyGroups = kFull + (kRemainder > 0) < Q;
+    Mask remainderLanes, emptyLanes;
+
+    static constexpr int section(int lane, int k) { return (lane / 2) * H + k; }
 
     void load(const CascadeSections &s)
     {
         for (int k = 0; k < H; k++) {
-            c[k] = BiquadLanes{};
-            z1[k] = z2[k] = splat(0.0f);
-            for (int lane = 0; lane < kLanes; lane++) {
-                const int channel = lane & 1;
-                const int section = lane < 2 ? k : H + k;
-                if (lane >= 2 && !second_half_has(k))
+            c[k] = BiquadBank<V>{};
+            z1[k] = z2[k] = V{};
+            for (int lane = 0; lane < L::kCount; lane++) {
+                const int channel = lane & 1, sec = section(lane, k);
+                if (sec >= Count)
                     continue;
-                c[k].set(lane, s.coeffs[channel][section]);
-                z1[k][lane] = s.state[channel][section][0];
-                z2[k][lane] = s.state[channel][section][1];
+                c[k].set(lane, s.coeffs[channel][sec]);
+                z1[k][lane] = s.state[channel][sec][0];
+                z2[k][lane] = s.state[channel][sec][1];
             }
         }
+        bool remainder[L::kCount], empty[L::kCount];
+        for (int lane = 0; lane < L::kCount; lane++) {
+            remainder[lane] = lane / 2 == kFull && kRemainder > 0;
+            empty[lane] = lane / 2 >= kFull + (kRemainder > 0);
+        }
+        remainderLanes = L::mask_of(remainder);
+        emptyLanes = L::mask_of(empty);
     }
 
     void save(const CascadeSections &s) const
     {
         for (int k = 0; k < H; k++) {
-            for (int lane = 0; lane < kLanes; lane++) {
-                const int channel = lane & 1;
-                const int section = lane < 2 ? k : H + k;
-                if (lane >= 2 && !second_half_has(k))
+            for (int lane = 0; lane < L::kCount; lane++) {
+                const int channel = lane & 1, sec = section(lane, k);
+                if (sec >= Count)
                     continue;
-                s.state[channel][section][0] = z1[k][lane];
-                s.state[channel][section][1] = z2[k][lane];
+                s.state[channel][sec][0] = z1[k][lane];
+                s.state[channel][sec][1] = z2[k][lane];
             }
         }
     }
 
-    f32x4 step(f32x4 v, m32x4 firstHalf)
+    // A lane past its group's last section runs on zero coefficients (its memories stay
+    // zero for finite input) and its result is dropped: a group's output is taken after
+    // its last section, or is its input when it has none.  Choosing after the whole
+    // cascade keeps the choices off the path from one step to the next.
+    V step(V v)
     {
+        const V in = v;
+        V w[H];
         // Unrolled, so that the memories stay in registers across the frame.
         EQDRC_UNROLL
-        for (int k = 0; k < H; k++) {
-            const f32x4 w = biquad_step(c[k], z1[k], z2[k], v);
-            v = second_half_has(k) ? w : select(firstHalf, w, v);
-        }
+        for (int k = 0; k < H; k++)
+            v = w[k] = biquad_step(c[k], z1[k], z2[k], v);
+        if (kRemainder > 0)
+            v = select(remainderLanes, w[kRemainder > 0 ? kRemainder - 1 : 0], v);
+        if (kEmptyGroups)
+            v = select(emptyLanes, in, v);
         return v;
     }
 
-    // A step in which only the lanes in `live` may change their memories.
-    f32x4 partial_step(f32x4 v, m32x4 live, m32x4 firstHalf)
+    // Step t of a frame of n samples, where some groups have no sample (t < q or t - q >= n):
+    // their memories stay as they were.
+    V partial_step(V v, int t, int n)
     {
-        f32x4 keep1[H], keep2[H];
+        bool on[L::kCount];
+        for (int lane = 0; lane < L::kCount; lane++)
+            on[lane] = t - lane / 2 >= 0 && t - lane / 2 < n;
+        const Mask live = L::mask_of(on);
+        V keep1[H], keep2[H];
         for (int k = 0; k < H; k++) {
             keep1[k] = z1[k];
             keep2[k] = z2[k];
         }
-        v = step(v, firstHalf);
+        v = step(v);
         for (int k = 0; k < H; k++) {
             z1[k] = select(live, z1[k], keep1[k]);
             z2[k] = select(live, z2[k], keep2[k]);
@@ -83,47 +160,62 @@ struct SkewedCascade {
         return v;
     }
 
+    // Sample i leaves the last group at step i + Q - 1.  Reads of x stay ahead of writes
+    // of y, so each channel may run in place.
     void run(const CascadeSections &s, const float *const x[2], float *const y[2], int n)
     {
         load(s);
-        const m32x4 firstHalf = mask(true, true, false, false);
-        const m32x4 secondHalf = mask(false, false, true, true);
         const float *x0 = x[0], *x1 = x[1];
         float *y0 = y[0], *y1 = y[1];
-        // Sample 0 through the first half alone: there is no sample -1 for the second.
-        f32x4 v = partial_step(lanes(x0[0], x1[0], 0.0f, 0.0f), firstHalf, firstHalf);
-        for (int i = 1; i < n; i++) {
-            v = step(lanes(x0[i], x1[i], v[0], v[1]), firstHalf);
-            y0[i - 1] = v[2];
-            y1[i - 1] = v[3];
+        const int steps = n + Q - 1;
+        V v{};
+        int t = 0;
+        for (; t < Q - 1 && t < steps; t++)
+            v = partial_step(L::shift_in(v, t < n ? x0[t] : 0.0f, t < n ? x1[t] : 0.0f), t, n);
+        for (; t < n; t++) {
+            v = step(L::shift_in(v, x0[t], x1[t]));
+            y0[t - (Q - 1)] = v[L::kCount - 2];
+            y1[t - (Q - 1)] = v[L::kCount - 1];
         }
-        // The last sample through the second half alone.
-        v = partial_step(lanes(0.0f, 0.0f, v[0], v[1]), secondHalf, firstHalf);
-        y0[n - 1] = v[2];
-        y1[n - 1] = v[3];
+        for (; t < steps; t++) {
+            v = partial_step(L::shift_in(v, 0.0f, 0.0f), t, n);
+            y0[t - (Q - 1)] = v[L::kCount - 2];
+            y1[t - (Q - 1)] = v[L::kCount - 1];
+        }
         save(s);
     }
 };
 
-template <int H>
-void run_halves(const CascadeSections &s, const float *const x[2], float *const y[2], int n)
+template <class V, int Count>
+void run_skewed(const CascadeSections &s, const float *const x[2], float *const y[2], int n)
 {
-    if (s.count & 1)
-        SkewedCascade<H, true>().run(s, x, y, n);
-    else
-        SkewedCascade<H, false>().run(s, x, y, n);
+    SkewedCascade<V, Count>().run(s, x, y, n);
 }
+
+// Eight lanes pay where they shorten a step: from three sections per channel on.
+#if EQDRC_EIGHT_LANES
+template <int Count>
+using Widest = typename std::conditional<(Count >= 3), f32x8, f32x4>::type;
+#else
+template <int Count>
+using Widest = f32x4;
+#endif
 
 }  // namespace
 
 void run_paired_cascade(const CascadeSections &s, const float *const x[2], float *const y[2], int n)
 {
-    switch ((s.count + 1) / 2) {
-    case 1: run_halves<1>(s, x, y, n); break;
-    case 2: run_halves<2>(s, x, y, n); break;
-    case 3: run_halves<3>(s, x, y, n); break;
-    case 4: run_halves<4>(s, x, y, n); break;
-    case 5: run_halves<5>(s, x, y, n); break;
+    switch (s.count) {
+    case 1: run_skewed<Widest<1>, 1>(s, x, y, n); break;
+    case 2: run_skewed<Widest<2>, 2>(s, x, y, n); break;
+    case 3: run_skewed<Widest<3>, 3>(s, x, y, n); break;
+    case 4: run_skewed<Widest<4>, 4>(s, x, y, n); break;
+    case 5: run_skewed<Widest<5>, 5>(s, x, y, n); break;
+    case 6: run_skewed<Widest<6>, 6>(s, x, y, n); break;
+    case 7: run_skewed<Widest<7>, 7>(s, x, y, n); break;
+    case 8: run_skewed<Widest<8>, 8>(s, x, y, n); break;
+    case 9: run_skewed<Widest<9>, 9>(s, x, y, n); break;
+    case 10: run_skewed<Widest<10>, 10>(s, x, y, n); break;
     default: break;
     }
 }

@@ -147,6 +147,27 @@ TEST(LanePaths, StereoStagesEqualTwoMonoStages)
     }
 }
 
+// The two channels' cascade is cut into groups of sections that run skewed by a sample
+// each; every band count leaves a different last group (short or empty), and frames
+// shorter than the skew never fill it.
+TEST(LanePaths, EqualiserEveryBandCountAndShortFrames)
+{
+    Random r{11};
+    for (int bands = 1; bands <= 10; bands++) {
+        std::vector<float> eq(100, 0.0f);
+        for (int b = 0; b < 20; b++) {
+            float *w = eq.data() + 5 * b;
+            w[0] = b % 10 < bands ? 1.0f : 0.0f;
+            w[1] = static_cast<float>(r.below(8));
+            w[2] = r.uniform(20.0f, 20000.0f);
+            w[3] = r.uniform(0.3f, 4.0f);
+            w[4] = r.uniform(-12.0f, 12.0f);
+        }
+        for (int frameLen : {1, 2, 3, 4, 5, 37})
+            expect_stereo_equals_mono(kEqualiser, eq, r, frameLen, frameLen % 2 == 0, "equaliser");
+    }
+}
+
 // ---------------------------------------------------------------------------------
 // The lane helpers against their scalar forms.
 
