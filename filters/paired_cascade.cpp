@@ -64,14 +64,18 @@ struct BiquadBank {
 
 // The lanes hold Q groups of both channels, lane 2q + c for channel c of group q.  Group q
 // runs sections qH .. qH + H - 1 of its channel (fewer in the last groups when Count is
-// not a multiple of Q) on the sample q steps behind group 0's, fed by what group q - 1
-// gave one step earlier.  A group's missing sections pass their lanes through.
+// not a multiple of Q) on the sample kSkew q steps behind group 0's, fed by what group
+// q - 1 gave kSkew steps earlier.  With a skew of two, a step's input is the output of the
+// step before the last, so two steps' cascades overlap in the pipeline and a step costs
+// the sections' own recursion, not the whole cascade's latency.
 template <class V, int Count>
 struct SkewedCascade {
     using L = SkewLanes<V>;
     using Mask = typename L::Mask;
     static constexpr int Q = L::kCount / 2;
     static constexpr int H = (Count + Q - 1) / Q;
+    static constexpr int kSkew = 2;
+    static constexpr int kDelay = kSkew * (Q - 1);  // steps from group 0 to the last
 
     BiquadBank<V> c[H];
     V z1[H], z2[H];
@@ -139,13 +143,14 @@ struct SkewedCascade {
         return v;
     }
 
-    // Step t of a frame of n samples, where some groups have no sample (t < q or t - q >= n):
+    // Step t of a frame of n samples, where some groups have no sample (t - kSkew q outside
+    // 0 .. n - 1):
     // their memories stay as they were.
     V partial_step(V v, int t, int n)
     {
         bool on[L::kCount];
         for (int lane = 0; lane < L::kCount; lane++)
-            on[lane] = t - lane / 2 >= 0 && t - lane / 2 < n;
+            on[lane] = t - kSkew * (lane / 2) >= 0 && t - kSkew * (lane / 2) < n;
         const Mask live = L::mask_of(on);
         V keep1[H], keep2[H];
         for (int k = 0; k < H; k++) {
@@ -160,27 +165,35 @@ struct SkewedCascade {
         return v;
     }
 
-    // Sample i leaves the last group at step i + Q - 1.  Reads of x stay ahead of writes
+    // Sample i leaves the last group at step i + kDelay.  Reads of x stay ahead of writes
     // of y, so each channel may run in place.
     void run(const CascadeSections &s, const float *const x[2], float *const y[2], int n)
     {
         load(s);
         const float *x0 = x[0], *x1 = x[1];
         float *y0 = y[0], *y1 = y[1];
-        const int steps = n + Q - 1;
-        V v{};
+        const int steps = n + kDelay;
+        V older{}, newer{};  // the outputs of steps t - 2 and t - 1
+        static_assert(kSkew == 2, "two steps in flight");
         int t = 0;
-        for (; t < Q - 1 && t < steps; t++)
-            v = partial_step(L::shift_in(v, t < n ? x0[t] : 0.0f, t < n ? x1[t] : 0.0f), t, n);
+        for (; t < kDelay && t < steps; t++) {
+            const V v = partial_step(L::shift_in(older, t < n ? x0[t] : 0.0f, t < n ? x1[t] : 0.0f), t, n);
+            older = newer;
+            newer = v;
+        }
         for (; t < n; t++) {
-            v = step(L::shift_in(v, x0[t], x1[t]));
-            y0[t - (Q - 1)] = v[L::kCount - 2];
-            y1[t - (Q - 1)] = v[L::kCount - 1];
+            const V v = step(L::shift_in(older, x0[t], x1[t]));
+            y0[t - kDelay] = v[L::kCount - 2];
+            y1[t - kDelay] = v[L::kCount - 1];
+            older = newer;
+            newer = v;
         }
         for (; t < steps; t++) {
-            v = partial_step(L::shift_in(v, 0.0f, 0.0f), t, n);
-            y0[t - (Q - 1)] = v[L::kCount - 2];
-            y1[t - (Q - 1)] = v[L::kCount - 1];
+            const V v = partial_step(L::shift_in(older, 0.0f, 0.0f), t, n);
+            y0[t - kDelay] = v[L::kCount - 2];
+            y1[t - kDelay] = v[L::kCount - 1];
+            older = newer;
+            newer = v;
         }
         save(s);
     }

@@ -1,10 +1,10 @@
 // Two channels' cascades of biquad sections run together in lanes.  Each channel's
 // cascade is cut into groups of consecutive sections, two groups in four lanes or four in
 // eight: lanes 0 and 1 take the first group of channel 0 and 1 at sample i, lanes 2 and 3
-// the second group at sample i - 1, fed by what the first gave one sample earlier, and so
-// on.  Every lane performs biquad_step's operations in order, so the output is exactly
-// that of running each channel's sections one after the other, in a fraction of the
-// vector steps of a two-lane run.  Eight lanes are used in the AVX2 build only.
+// the second group at an earlier sample, fed by what the first gave for it, and so on.
+// Every lane performs biquad_step's operations in order, so the output is exactly that of
+// running each channel's sections one after the other, in a fraction of the vector steps
+// of a two-lane run.  Eight lanes are used in the AVX2 build only.
 #ifndef EQDRC_FILTERS_PAIRED_CASCADE_H
 #define EQDRC_FILTERS_PAIRED_CASCADE_H
 
