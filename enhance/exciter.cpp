@@ -93,12 +93,15 @@ void ExciterState::process(const float *const *in, float *const *out, int frameL
 }
 
 // Both channels at once in lanes [input filter 0, input filter 1, output filter 0,
-// output filter 1], the output filters one sample behind, fed by the clipper from the
-// input filters' previous result.  Every lane performs the operations of the loop above.
+// output filter 1], the output filters two samples behind, fed by the clipper from the
+// input filters' result of two steps before.  The two-step distance lets the pipeline
+// overlap one step's clipper with the next step's filters.  Every lane performs the
+// operations of the loop above.
 void ExciterState::process_pair(const float *const *in, float *const *out, int n)
 {
     using eqdrc::f32x4;
     using eqdrc::lanes;
+    constexpr int kBehind = 2;
     eqdrc::BiquadLanes c;
     f32x4 z1, z2;
     for (int lane = 0; lane < eqdrc::kLanes; lane++) {
@@ -114,33 +117,39 @@ void ExciterState::process_pair(const float *const *in, float *const *out, int n
     const f32x4 drive = lanes(driveGain[0], driveGain[1], 0.0f, 0.0f);
     const f32x4 dry = lanes(1.0f - mix[0], 1.0f - mix[1], 0.0f, 0.0f);
     const f32x4 wet = lanes(mix[0] * inverseDriveGain[0], mix[1] * inverseDriveGain[1], 0.0f, 0.0f);
-    const eqdrc::m32x4 inputLanes = eqdrc::mask(true, true, false, false);
 
-    // Sample 0 through the input filters alone: there is no sample -1 for the others.
-    f32x4 x = lanes(in[0][0], in[1][0], 0.0f, 0.0f) / scale;
-    f32x4 keep1 = z1, keep2 = z2;
-    f32x4 h = eqdrc::biquad_step(c, z1, z2, x);
-    z1 = eqdrc::select(inputLanes, z1, keep1);
-    z2 = eqdrc::select(inputLanes, z2, keep2);
-    for (int i = 1; i < n; i++) {
-        const f32x4 s = soft_clip((h + offset) * drive);
-        const f32x4 next = lanes(in[0][i], in[1][i], 0.0f, 0.0f) / scale;
-        h = eqdrc::biquad_step(c, z1, z2, lanes(next[0], next[1], s[0], s[1]));
-        const f32x4 y = (dry * x + wet * lanes(h[2], h[3], 0.0f, 0.0f)) * scale;
-        out[0][i - 1] = y[0];
-        out[1][i - 1] = y[1];
-        x = next;
-    }
-    // The last sample through the output filters alone.
-    const f32x4 s = soft_clip((h + offset) * drive);
-    keep1 = z1;
-    keep2 = z2;
-    h = eqdrc::biquad_step(c, z1, z2, lanes(0.0f, 0.0f, s[0], s[1]));
-    z1 = eqdrc::select(inputLanes, keep1, z1);
-    z2 = eqdrc::select(inputLanes, keep2, z2);
-    const f32x4 y = (dry * x + wet * lanes(h[2], h[3], 0.0f, 0.0f)) * scale;
-    out[0][n - 1] = y[0];
-    out[1][n - 1] = y[1];
+    // The input filters' results and the scaled inputs of the last two steps.
+    f32x4 hOlder = eqdrc::splat(0.0f), hNewer = hOlder, xOlder = hOlder, xNewer = hOlder;
+    // Step t: sample t through the input filters, sample t - 2 through the output filters.
+    auto step = [&](int t, const f32x4 x) {
+        const f32x4 s = soft_clip((hOlder + offset) * drive);
+        const f32x4 h = eqdrc::biquad_step(c, z1, z2, lanes(x[0], x[1], s[0], s[1]));
+        if (t >= kBehind) {
+            const f32x4 y = (dry * xOlder + wet * lanes(h[2], h[3], 0.0f, 0.0f)) * scale;
+            out[0][t - kBehind] = y[0];
+            out[1][t - kBehind] = y[1];
+        }
+        hOlder = hNewer;
+        hNewer = h;
+        xOlder = xNewer;
+        xNewer = x;
+    };
+    // The first and last steps, where one pair of lanes has no sample: its memories stay.
+    auto partial_step = [&](int t) {
+        const bool inputs = t < n, outputs = t >= kBehind && t - kBehind < n;
+        const eqdrc::m32x4 live = eqdrc::mask(inputs, inputs, outputs, outputs);
+        const f32x4 keep1 = z1, keep2 = z2;
+        step(t, inputs ? lanes(in[0][t], in[1][t], 0.0f, 0.0f) / scale : eqdrc::splat(0.0f));
+        z1 = eqdrc::select(live, z1, keep1);
+        z2 = eqdrc::select(live, z2, keep2);
+    };
+    int t = 0;
+    for (; t < kBehind; t++)
+        partial_step(t);
+    for (; t < n; t++)
+        step(t, lanes(in[0][t], in[1][t], 0.0f, 0.0f) / scale);
+    for (; t < n + kBehind; t++)
+        partial_step(t);
 
     for (int lane = 0; lane < eqdrc::kLanes; lane++) {
         const int ch = lane & 1;

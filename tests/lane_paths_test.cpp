@@ -147,10 +147,10 @@ TEST(LanePaths, StereoStagesEqualTwoMonoStages)
     }
 }
 
-// The two channels' cascade is cut into groups of sections that run skewed by a sample
+// The two channels' cascade is cut into groups of sections that run skewed by two samples
 // each; every band count leaves a different last group (short or empty), and frames
 // shorter than the skew never fill it.
-TEST(LanePaths, EqualiserEveryBandCountAndShortFrames)
+TEST(LanePaths, EveryBandCountAndFramesShorterThanTheSkew)
 {
     Random r{11};
     for (int bands = 1; bands <= 10; bands++) {
@@ -165,6 +165,18 @@ TEST(LanePaths, EqualiserEveryBandCountAndShortFrames)
         }
         for (int frameLen : {1, 2, 3, 4, 5, 37})
             expect_stereo_equals_mono(kEqualiser, eq, r, frameLen, frameLen % 2 == 0, "equaliser");
+    }
+    // The exciter's output filters run two samples behind its input filters.
+    for (int frameLen : {1, 2, 3, 4}) {
+        std::vector<float> exciter(10, 0.0f);
+        for (int c = 0; c < 2; c++) {
+            float *w = exciter.data() + 5 * c;
+            w[0] = r.uniform(0.0f, 0.5f);
+            w[1] = r.uniform(0.0f, 1.0f);
+            w[2] = r.uniform(1000.0f, 12000.0f);
+            w[3] = r.uniform(0.0f, 1.0f);
+        }
+        expect_stereo_equals_mono(kExciter, exciter, r, frameLen, frameLen % 2 == 0, "exciter");
     }
 }
 
