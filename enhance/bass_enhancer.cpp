@@ -15,6 +15,7 @@
 #include "core/stage_setup.h"
 #include "filters/biquad.h"
 #include "filters/designer.h"
+#include "filters/lanes8.h"
 #include "filters/paired_cascade.h"
 
 namespace {
@@ -40,6 +41,46 @@ constexpr Cascade BassEnhancerState::*kFilters[] = {
     &BassEnhancerState::splitLow,    &BassEnhancerState::splitHigh, &BassEnhancerState::harmonicLow,
     &BassEnhancerState::harmonicHigh, &BassEnhancerState::floorHigh,
 };
+
+// The first-order DC blocker after the shaper, its memories flushed to zero near it:
+//   dc = (w - prevIn + prevOut) g,  prevIn = w and prevOut = dc unless at most kFlush.
+// The last output is kept unflushed and the sum formed for both of its cases, so that
+// the flush test runs beside the sum instead of on the path from one sample to the next;
+// (a + 0) is the sum a flushed memory gives, -0 included.
+struct DcBlocker {
+    float g, prevIn, lastOut;
+
+    DcBlocker(float pole, float in, float out) : g(pole), prevIn(in), lastOut(out) {}
+
+    float step(float w)
+    {
+        const float a = w - prevIn;
+        const float kept = (a + lastOut) * g, flushed = (a + 0.0f) * g;
+        lastOut = fabsf(lastOut) <= kFlush ? flushed : kept;
+        prevIn = fabsf(w) <= kFlush ? 0.0f : w;
+        return lastOut;
+    }
+    void save(float &in, float &out) const
+    {
+        in = prevIn;
+        out = fabsf(lastOut) <= kFlush ? 0.0f : lastOut;
+    }
+};
+
+// The shaper over n consecutive samples in place, as many lanes at a time as the build
+// has, the rest one by one.
+void shape_block(const eqdrc::BassShaper &shaper, float *y, int n)
+{
+    int i = 0;
+#if EQDRC_EIGHT_LANES
+    for (; i + 8 <= n; i += 8)
+        eqdrc::store(y + i, shaper.shape_lanes(eqdrc::load<eqdrc::f32x8>(y + i)));
+#endif
+    for (; i + eqdrc::kLanes <= n; i += eqdrc::kLanes)
+        eqdrc::store(y + i, shaper.shape_lanes(eqdrc::load(y + i)));
+    for (; i < n; i++)
+        y[i] = shaper.shape(y[i]);
+}
 
 }  // namespace
 
@@ -137,21 +178,15 @@ void BassEnhancerState::process(const float *const *in, float *const *out, int f
     }
     for (int ch = 0; ch < channels; ch++) {
         const eqdrc::BassShaper &shape = shaper[ch];
-        const float g = dcPole[ch];
+        DcBlocker blocker{dcPole[ch], dcPrevIn[ch], dcPrevOut[ch]};
         const float amount = amountLinear[ch];
         const bool floorOn = floor_on(ch);
-        float prevIn = dcPrevIn[ch];
-        float prevOut = dcPrevOut[ch];
         for (int i = 0; i < frameLen; i++) {
             const float x = in[ch][i] / fullScale;
             const float lo = splitLow.run(ch, x);
             const float hi = splitHigh.run(ch, x);
 
-            const float w = shape.shape(lo);
-
-            const float dc = (w - prevIn + prevOut) * g;
-            prevIn = fabsf(w) <= kFlush ? 0.0f : w;
-            prevOut = fabsf(dc) <= kFlush ? 0.0f : dc;
+            const float dc = blocker.step(shape.shape(lo));
 
             float harmonics = harmonicHigh.run(ch, harmonicLow.run(ch, dc));
             if (floorOn)
@@ -159,20 +194,20 @@ void BassEnhancerState::process(const float *const *in, float *const *out, int f
             // The dry band below freq is not returned: the harmonics stand in for it.
             out[ch][i] = (hi + harmonics * amount) * fullScale;
         }
-        dcPrevIn[ch] = prevIn;
-        dcPrevOut[ch] = prevOut;
+        blocker.save(dcPrevIn[ch], dcPrevOut[ch]);
     }
 }
 
 bool BassEnhancerState::floor_on(int ch) const { return static_cast<float>(floorActive[ch]) > kFloorOnThreshold; }
 
-// Both channels at once, in three passes over a block: the band split, shaper and DC
-// blocker in lanes [low 0, low 1, high 0, high 1]; the harmonic filters as a paired
-// cascade; the mix.  Every lane performs the operations of the loop above.
+// Both channels at once, in passes over a block, each short enough a chain for the
+// pipeline to overlap many samples: the band split in lanes [low 0, low 1, high 0,
+// high 1]; the shaper over consecutive samples of a channel in lanes; the DC blocker, the
+// two channels side by side; the harmonic filters as a paired cascade; the mix.  Every
+// lane performs the operations of the loop above.
 void BassEnhancerState::process_pair(const float *const in[2], float *const out[2], int n)
 {
     using eqdrc::f32x4;
-    using eqdrc::splat;
     float harmonics[2][kPairBlock], high[2][kPairBlock];
 
     eqdrc::BiquadLanes split[2];
@@ -186,33 +221,12 @@ void BassEnhancerState::process_pair(const float *const in[2], float *const out[
             z2[k][lane] = filter.state[ch * kStatePerChannel + k * eqdrc::kBiquadState + 1];
         }
     }
-    // Shaper constants in lanes 0 and 1.
-    auto pair = [this](float eqdrc::BassShaper::*c) { return eqdrc::lanes(shaper[0].*c, shaper[1].*c, 0.0f, 0.0f); };
-    const f32x4 a = pair(&eqdrc::BassShaper::a), b = pair(&eqdrc::BassShaper::b);
-    const f32x4 p = pair(&eqdrc::BassShaper::p), d = pair(&eqdrc::BassShaper::d);
-    const f32x4 e = pair(&eqdrc::BassShaper::e), f = pair(&eqdrc::BassShaper::f);
-    const f32x4 h = pair(&eqdrc::BassShaper::scale);
-    const f32x4 g = eqdrc::lanes(dcPole[0], dcPole[1], 0.0f, 0.0f);
-    const f32x4 scale = splat(fullScale), flush = splat(kFlush), zero = splat(0.0f);
-    f32x4 prevIn = eqdrc::lanes(dcPrevIn[0], dcPrevIn[1], 0.0f, 0.0f);
-    f32x4 prevOut = eqdrc::lanes(dcPrevOut[0], dcPrevOut[1], 0.0f, 0.0f);
+    const f32x4 scale = eqdrc::splat(fullScale);
     for (int i = 0; i < n; i++) {
         const f32x4 x = eqdrc::lanes(in[0][i], in[1][i], in[0][i], in[1][i]) / scale;
         const f32x4 bands = eqdrc::biquad_step(split[1], z1[1], z2[1], eqdrc::biquad_step(split[0], z1[0], z2[0], x));
-        const f32x4 lo = eqdrc::lanes(bands[0], bands[1], bands[0], bands[1]);
-        // BassShaper::shape, both branches, their square-root arguments side by side: rising in
-        // lanes 0 and 1, falling in lanes 2 and 3.
-        const f32x4 rising = e + (a - lo) * lo, falling = f - (lo + p) * lo;
-        const f32x4 arg = eqdrc::abs(eqdrc::lanes(rising[0], rising[1], falling[0], falling[1]));
-        const f32x4 root = eqdrc::select(eqdrc::greater(arg, flush), eqdrc::sqrt(arg), zero);
-        const f32x4 up = (root + b) * h;
-        const f32x4 down = -(h * (d + eqdrc::lanes(root[2], root[3], 0.0f, 0.0f)));
-        const f32x4 w = eqdrc::select(eqdrc::greater_equal(lo, zero), up, down);
-        const f32x4 dc = (w - prevIn + prevOut) * g;
-        prevIn = eqdrc::select(eqdrc::less_equal(eqdrc::abs(w), flush), zero, w);
-        prevOut = eqdrc::select(eqdrc::less_equal(eqdrc::abs(dc), flush), zero, dc);
-        harmonics[0][i] = dc[0];
-        harmonics[1][i] = dc[1];
+        harmonics[0][i] = bands[0];  // the low band, shaped in place below
+        harmonics[1][i] = bands[1];
         high[0][i] = bands[2];
         high[1][i] = bands[3];
     }
@@ -224,10 +238,18 @@ void BassEnhancerState::process_pair(const float *const in[2], float *const out[
             filter.state[ch * kStatePerChannel + k * eqdrc::kBiquadState + 1] = z2[k][lane];
         }
     }
-    for (int ch = 0; ch < 2; ch++) {
-        dcPrevIn[ch] = prevIn[ch];
-        dcPrevOut[ch] = prevOut[ch];
+
+    for (int ch = 0; ch < 2; ch++)
+        shape_block(shaper[ch], harmonics[ch], n);
+
+    // The DC blocker: one recursion per channel, the two interleaved.
+    DcBlocker left{dcPole[0], dcPrevIn[0], dcPrevOut[0]}, right{dcPole[1], dcPrevIn[1], dcPrevOut[1]};
+    for (int i = 0; i < n; i++) {
+        harmonics[0][i] = left.step(harmonics[0][i]);
+        harmonics[1][i] = right.step(harmonics[1][i]);
     }
+    left.save(dcPrevIn[0], dcPrevOut[0]);
+    right.save(dcPrevIn[1], dcPrevOut[1]);
 
     // harmonicLow, harmonicHigh and, when on, floorHigh: two sections each.
     eqdrc::CascadeSections s;

@@ -16,6 +16,8 @@
 #ifndef EQDRC_ENHANCE_BASS_SHAPER_H
 #define EQDRC_ENHANCE_BASS_SHAPER_H
 
+#include "filters/lanes8.h"
+
 #include <cmath>
 
 namespace eqdrc {
@@ -46,6 +48,22 @@ struct BassShaper {
         if (y >= 0.0f)
             return (sqrt_flushed(e + (a - y) * y) + b) * scale;
         return -(scale * (d + sqrt_flushed(f - (y + p) * y)));
+    }
+
+    // shape() of consecutive samples in lanes: both branches with the same operations,
+    // the taken one selected.
+    template <class V>
+    V shape_lanes(V y) const
+    {
+        const V flush = broadcast<V>(kBassFlush), zero = broadcast<V>(0.0f);
+        auto root = [&](V v) {
+            const V m = eqdrc::abs(v);
+            return select(greater(m, flush), eqdrc::sqrt(m), zero);
+        };
+        const V up = (root(broadcast<V>(e) + (broadcast<V>(a) - y) * y) + broadcast<V>(b)) * broadcast<V>(scale);
+        const V down =
+            -(broadcast<V>(scale) * (broadcast<V>(d) + root(broadcast<V>(f) - (y + broadcast<V>(p)) * y)));
+        return select(greater_equal(y, zero), up, down);
     }
 };
 

@@ -43,6 +43,21 @@ inline f32x8 select(m32x8 m, f32x8 a, f32x8 b)
 // Clears the sign bits, as fabsf does.
 inline f32x8 abs(f32x8 a) { return reinterpret_cast<f32x8>(reinterpret_cast<m32x8>(a) & 0x7fffffff); }
 
+// The correctly rounded square root of every lane, as sqrtf gives it.
+inline f32x8 sqrt(f32x8 a) { return reinterpret_cast<f32x8>(_mm256_sqrt_ps(reinterpret_cast<__m256>(a))); }
+
+inline m32x8 less_equal(f32x8 a, f32x8 b) { return a <= b; }
+
+template <>
+inline f32x8 load<f32x8>(const float *p)
+{
+    f32x8 v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+inline void store(float *p, f32x8 v) { std::memcpy(p, &v, sizeof v); }
+
 inline bool any(m32x8 m) { return _mm256_movemask_ps(reinterpret_cast<__m256>(m)) != 0; }
 
 // Two blocks of n floats are disjoint.
