@@ -18,6 +18,7 @@
 #include "dynamics/smoothing.h"
 #include "filters/gain_table.h"
 #include "filters/lanes8.h"
+#include "filters/paired_cascade.h"
 
 namespace {
 
@@ -205,15 +206,14 @@ void MultiBandDRCState::process(const float *const *in, float *const *out, int f
         return;
 #if EQDRC_EIGHT_LANES
     // Both channels at once, where that reads and writes what one after the other would.
-    if (channels == 2 && lanes_ready(0) && lanes_ready(1) && eqdrc::disjoint(out[0], in[1], frameLen) &&
-        eqdrc::disjoint(out[1], in[0], frameLen)) {
+    if (channels == 2 && lanes_ready(0) && lanes_ready(1) && eqdrc::pair_runs_as_sequence(in, out, frameLen)) {
         process_lanes_stereo(in, out, frameLen);
         return;
     }
 #endif
     for (int c = 0; c < channels; c++) {
         CrossoverState *xover = crossover[c];
-        if (lanes_ready(c)) {
+        if (lanes_ready(c) && eqdrc::reads_stay_ahead(in[c], out[c], frameLen)) {
             process_lanes(c, in[c], out[c], frameLen);
             continue;
         }
@@ -260,6 +260,9 @@ void MultiBandDRCState::process(const float *const *in, float *const *out, int f
 }
 
 namespace {
+
+// Samples per block of the lane forms' passes.
+constexpr int kLaneBlock = 64;
 
 // A channel's output: its bands from lane `first` on, added in band order; band 3 joins
 // only at exactly four bands.
@@ -340,7 +343,10 @@ inline void MultiBandDRCState::save_lanes(int c, int first, const V &buf, const 
 // One channel with one to four bands, the bands in lanes [low, high, middle 1,
 // middle 2], each lane performing the operations of the loop above.  The table entry
 // comes from the slot's level index: a lane keeps the detector interval of its current
-// entry and searches only when the envelope leaves it.
+// entry and searches only when the envelope leaves it.  A block goes through in three
+// passes (crossover, envelopes and gains, band sums), each a short chain per sample so
+// that the pipeline overlaps many samples; the block is read before it is written, which
+// the caller's buffers allow (reads_stay_ahead).
 void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int frameLen)
 {
     using eqdrc::f32x4;
@@ -355,23 +361,31 @@ void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int fr
     f32x4 low = eqdrc::splat(nan), high = eqdrc::splat(nan), target = eqdrc::splat(0.0f);
     eqdrc::CrossoverLanes xover;
     xover.load(*crossover[c], 0);
+    float block[kLaneBlock][eqdrc::kLanes];  // the crossover's bands, then the gained bands
 
-    for (int n = 0; n < frameLen; n++) {
-        const f32x4 bands = xover.step(in[n]);
-        const f32x4 x = bands * l.gain;
-        const f32x4 e = eqdrc::follow_envelope(x, env, l.attack, l.release);
-        const m32x4 moved = (eqdrc::greater_equal(e, high) | ~eqdrc::greater_equal(e, low)) & l.dynamic;
-        if (eqdrc::any(moved)) {
-            for (int b = 0; b < count; b++) {
-                if (moved[b])
-                    find_entry(c, b, b, e[b], low, high, target);
+    for (int start = 0; start < frameLen; start += kLaneBlock) {
+        const int m = frameLen - start < kLaneBlock ? frameLen - start : kLaneBlock;
+        for (int i = 0; i < m; i++)
+            eqdrc::store(block[i], xover.step(in[start + i]));
+        for (int i = 0; i < m; i++) {
+            const f32x4 bands = eqdrc::load(block[i]);
+            const f32x4 x = bands * l.gain;
+            const f32x4 e = eqdrc::follow_envelope(x, env, l.attack, l.release);
+            const m32x4 moved = (eqdrc::greater_equal(e, high) | ~eqdrc::greater_equal(e, low)) & l.dynamic;
+            if (eqdrc::any(moved)) {
+                for (int b = 0; b < count; b++) {
+                    if (moved[b])
+                        find_entry(c, b, b, e[b], low, high, target);
+                }
             }
+            const f32x4 g = eqdrc::smooth_gain(target, smoothed, l.attack, l.release);
+            buf = eqdrc::select(l.bands, eqdrc::select(l.dynamic, x * g, x), bands);
+            env = eqdrc::select(l.dynamic, e, env);
+            smoothed = eqdrc::select(l.dynamic, g, smoothed);
+            eqdrc::store(block[i], buf);
         }
-        const f32x4 g = eqdrc::smooth_gain(target, smoothed, l.attack, l.release);
-        buf = eqdrc::select(l.bands, eqdrc::select(l.dynamic, x * g, x), bands);
-        env = eqdrc::select(l.dynamic, e, env);
-        smoothed = eqdrc::select(l.dynamic, g, smoothed);
-        out[n] = lane_sum(buf, 0, count);
+        for (int i = 0; i < m; i++)
+            out[start + i] = lane_sum(block[i], 0, count);
     }
 
     xover.save(*crossover[c], 0);
@@ -380,12 +394,16 @@ void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int fr
 
 #if EQDRC_EIGHT_LANES
 // Both channels at once in eight lanes, channel 0's bands in lanes 0-3 and channel 1's
-// in lanes 4-7, each lane performing the operations of process_lanes.
+// in lanes 4-7, each lane performing the operations of process_lanes.  A block goes
+// through in three passes: the crossover, the envelopes and gains, the band sums; each
+// pass a short chain per sample, so that the pipeline overlaps many samples.  The block
+// is read before it is written, which the caller's buffers allow (reads_stay_ahead).
 void MultiBandDRCState::process_lanes_stereo(const float *const *in, float *const *out, int frameLen)
 {
     using eqdrc::f32x8;
     using eqdrc::join;
     using eqdrc::m32x8;
+    constexpr int kLanes8 = 2 * kDrcSlotsPerChannel;
     const int count[2] = {bandCount[0], bandCount[1]};
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const LaneSettings l = lane_settings(*this, 0), r = lane_settings(*this, 1);
@@ -399,25 +417,37 @@ void MultiBandDRCState::process_lanes_stereo(const float *const *in, float *cons
     x0.load(*crossover[0], 0);
     x1.load(*crossover[1], 0);
     eqdrc::CrossoverLanes8 xover(x0, x1);
+    float block[kLaneBlock][kLanes8];  // the crossover's bands, then the gained bands
 
-    for (int n = 0; n < frameLen; n++) {
-        const f32x8 bands = xover.step(in[0][n], in[1][n]);
-        const f32x8 x = bands * gain;
-        const f32x8 e = eqdrc::follow_envelope(x, env, attack, release);
-        const m32x8 moved = (eqdrc::greater_equal(e, high) | ~eqdrc::greater_equal(e, low)) & dynamic;
-        if (eqdrc::any(moved)) {
-            for (int lane = 0; lane < 2 * kDrcSlotsPerChannel; lane++) {
-                const int c = lane / kDrcSlotsPerChannel, b = lane % kDrcSlotsPerChannel;
-                if (b < count[c] && moved[lane])
-                    find_entry(c, b, lane, e[lane], low, high, target);
+    for (int start = 0; start < frameLen; start += kLaneBlock) {
+        const int m = frameLen - start < kLaneBlock ? frameLen - start : kLaneBlock;
+        const float *in0 = in[0] + start, *in1 = in[1] + start;
+        for (int i = 0; i < m; i++)
+            eqdrc::store(block[i], xover.step(in0[i], in1[i]));
+        for (int i = 0; i < m; i++) {
+            const f32x8 bands = eqdrc::load<f32x8>(block[i]);
+            const f32x8 x = bands * gain;
+            const f32x8 e = eqdrc::follow_envelope(x, env, attack, release);
+            const m32x8 moved = (eqdrc::greater_equal(e, high) | ~eqdrc::greater_equal(e, low)) & dynamic;
+            if (eqdrc::any(moved)) {
+                for (int lane = 0; lane < kLanes8; lane++) {
+                    const int c = lane / kDrcSlotsPerChannel, b = lane % kDrcSlotsPerChannel;
+                    if (b < count[c] && moved[lane])
+                        find_entry(c, b, lane, e[lane], low, high, target);
+                }
             }
+            const f32x8 g = eqdrc::smooth_gain(target, smoothed, attack, release);
+            buf = eqdrc::select(bandLanes, eqdrc::select(dynamic, x * g, x), bands);
+            env = eqdrc::select(dynamic, e, env);
+            smoothed = eqdrc::select(dynamic, g, smoothed);
+            eqdrc::store(block[i], buf);
         }
-        const f32x8 g = eqdrc::smooth_gain(target, smoothed, attack, release);
-        buf = eqdrc::select(bandLanes, eqdrc::select(dynamic, x * g, x), bands);
-        env = eqdrc::select(dynamic, e, env);
-        smoothed = eqdrc::select(dynamic, g, smoothed);
-        out[0][n] = lane_sum(buf, 0, count[0]);
-        out[1][n] = lane_sum(buf, kDrcSlotsPerChannel, count[1]);
+        float *out0 = out[0] + start, *out1 = out[1] + start;
+        for (int i = 0; i < m; i++) {
+            const float *b = block[i];
+            out0[i] = lane_sum(b, 0, count[0]);
+            out1[i] = lane_sum(b, kDrcSlotsPerChannel, count[1]);
+        }
     }
 
     xover.split(x0, x1);

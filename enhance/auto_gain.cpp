@@ -70,21 +70,6 @@ void AutoGainState::compute_coefficients()
     attackCoef = frame_coefficient(frameLen, sampleRate, attackMs);
 }
 
-namespace {
-
-// The loop below reads and writes sample by sample, channel by channel; a block of four
-// samples per channel gives the same unless an output starts inside an input past its
-// start, or one channel's output overlaps the other's input.
-bool blocks_of_four_safe(const float *const *in, const float *const *out, int n)
-{
-    const float *const swappedIn[2] = {in[1], in[0]};
-    const float *const swappedOut[2] = {out[1], out[0]};
-    return eqdrc::channels_independent(in, out, n) && eqdrc::channels_independent(swappedIn, swappedOut, n) &&
-           eqdrc::reads_stay_ahead(in[0], out[0], n) && eqdrc::reads_stay_ahead(in[1], out[1], n);
-}
-
-}  // namespace
-
 void AutoGainState::process(const float *const *in, float *const *out, int n)
 {
     if (stepSamples < n) {
@@ -115,7 +100,7 @@ void AutoGainState::process(const float *const *in, float *const *out, int n)
 
     float g = currentGain;
     int i = 0;
-    if (channels == 2 && blocks_of_four_safe(in, out, n)) {
+    if (channels == 2 && eqdrc::pair_runs_as_sequence(in, out, n)) {
         for (; i + eqdrc::kLanes <= n; i += eqdrc::kLanes) {
             // The gains of samples i .. i + 3: the ramp before each of its steps.
             const float g0 = g;

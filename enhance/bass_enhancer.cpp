@@ -167,7 +167,7 @@ void BassEnhancerState::process(const float *const *in, float *const *out, int f
 {
     if (channels < 1 || frameLen < 1)
         return;
-    if (channels == 2 && floor_on(0) == floor_on(1) && eqdrc::channels_independent(in, out, frameLen)) {
+    if (channels == 2 && floor_on(0) == floor_on(1) && eqdrc::pair_runs_as_sequence(in, out, frameLen)) {
         for (int start = 0; start < frameLen; start += kPairBlock) {
             const int n = frameLen - start < kPairBlock ? frameLen - start : kPairBlock;
             const float *blockIn[2] = {in[0] + start, in[1] + start};

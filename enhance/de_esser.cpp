@@ -118,8 +118,7 @@ void DeEsserState::process(const float *const *in, float *const *out, int n)
 {
     if (channels < 1)
         return;
-    if (channels == 2 && n >= 1 && n <= eqdrc::kDeEsserPairFrames && eqdrc::channels_independent(in, out, n) &&
-        eqdrc::reads_stay_ahead(in[0], out[0], n) && eqdrc::reads_stay_ahead(in[1], out[1], n)) {
+    if (channels == 2 && n >= 1 && n <= eqdrc::kDeEsserPairFrames && eqdrc::pair_runs_as_sequence(in, out, n)) {
         process_pair(in, out, n);
         return;
     }

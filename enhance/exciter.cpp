@@ -70,7 +70,7 @@ void ExciterState::process(const float *const *in, float *const *out, int frameL
 {
     if (channels < 1 || frameLen < 1)
         return;
-    if (channels == 2 && eqdrc::channels_independent(in, out, frameLen)) {
+    if (channels == 2 && eqdrc::pair_runs_as_sequence(in, out, frameLen)) {
         process_pair(in, out, frameLen);
         return;
     }

@@ -174,7 +174,7 @@ int EQ10State::paired_sections(const float *const *in, const float *const *out, 
     const float active = activeBands[0];
     if (!(active >= 1.0f && active <= static_cast<float>(kEqBands)))
         return 0;
-    if (!eqdrc::channels_independent(in, out, n))
+    if (!eqdrc::pair_runs_as_sequence(in, out, n))
         return 0;
     return static_cast<int>(active);
 }

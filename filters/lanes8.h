@@ -60,12 +60,6 @@ inline void store(float *p, f32x8 v) { std::memcpy(p, &v, sizeof v); }
 
 inline bool any(m32x8 m) { return _mm256_movemask_ps(reinterpret_cast<__m256>(m)) != 0; }
 
-// Two blocks of n floats are disjoint.
-inline bool disjoint(const float *a, const float *b, int n)
-{
-    return a + n <= b || b + n <= a;
-}
-
 }  // namespace eqdrc
 
 #else

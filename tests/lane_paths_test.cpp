@@ -11,10 +11,13 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
+#include <string>
 #include <cstdint>
 #include <limits>
 #include <vector>
 
+#include "core/record.h"
 #include "dynamics/frame_peak.h"
 #include "dynamics/gain_ramp.h"
 #include "dynamics/smoothing.h"
@@ -177,6 +180,65 @@ TEST(LanePaths, EveryBandCountAndFramesShorterThanTheSkew)
             w[3] = r.uniform(0.0f, 1.0f);
         }
         expect_stereo_equals_mono(kExciter, exciter, r, frameLen, frameLen % 2 == 0, "exciter");
+    }
+}
+
+const StageOps kCompressor = {
+    [](const float *s, int ch) -> void * { return MultiBandDRC_Init(s, 16, kFs, ch, 0); },
+    [](void *st, float **in, float **out, int n) {
+        MultiBandDRC_Process(static_cast<MultiBandDRCState *>(st), in, out, n);
+    },
+    [](void *st) { return MultiBandDRC_Destroy(static_cast<MultiBandDRCState *>(st)); }, 100};
+
+// Caller buffers that overlap: each channel's output one sample into its own input, or
+// channel 1's output over channel 0's input.  A stereo frame must give what the channels
+// one after the other give; the lane forms, which read ahead of their writes and run the
+// channels interleaved, may run only where that holds.
+TEST(LanePaths, OverlappingBuffersGiveTheChannelsOneAfterTheOther)
+{
+    const std::string bytes = eqdrc_test::read_file(std::string(EQDRC_SOURCE_DIR) + "/tunings/reference.bin");
+    ASSERT_EQ(bytes.size(), EQDRC_RECORD_WORDS * sizeof(float));
+    std::vector<float> rec(EQDRC_RECORD_WORDS);
+    std::memcpy(rec.data(), bytes.data(), bytes.size());
+    const struct {
+        const StageOps &ops;
+        int section;
+        const char *what;
+    } stages[] = {{kEqualiser, eqdrc::kSectionEq10, "equaliser"},
+                  {kBass, eqdrc::kSectionBassEnhancer, "bass enhancer"},
+                  {kExciter, eqdrc::kSectionExciter, "exciter"},
+                  {kCompressor, eqdrc::kSectionMultiBandDrc, "compressor"}};
+    Random r{5};
+    const int n = 256;  // the equaliser's creation length
+    for (const auto &stage : stages) {
+        const float *section = rec.data() + stage.section;
+        void *stereo = stage.ops.create(section, 2);
+        void *mono[2] = {stage.ops.create(section, 1), stage.ops.create(section + stage.ops.channelWords, 1)};
+        for (int frame = 0; frame < 2; frame++) {
+            // Shifted: out[c] = in[c] + 1.
+            std::vector<float> a[2] = {awkward(n + 1, r, false), awkward(n + 1, r, false)};
+            std::vector<float> b[2] = {a[0], a[1]};
+            float *in[2] = {a[0].data(), a[1].data()}, *out[2] = {a[0].data() + 1, a[1].data() + 1};
+            stage.ops.process(stereo, in, out, n);
+            for (int c = 0; c < 2; c++) {
+                float *mi[1] = {b[c].data()}, *mo[1] = {b[c].data() + 1};
+                stage.ops.process(mono[c], mi, mo, n);
+                ASSERT_TRUE(same_bits(a[c], b[c])) << stage.what << ": shifted, channel " << c;
+            }
+            // Crossed: channel 1 writes over channel 0's input.
+            std::vector<float> x0 = awkward(n, r, false), x1 = awkward(n, r, false), y0(n);
+            std::vector<float> want0(n), want1(n), m0 = x0, m1 = x1;
+            float *cin[2] = {x0.data(), x1.data()}, *cout[2] = {y0.data(), x0.data()};
+            stage.ops.process(stereo, cin, cout, n);
+            float *i0[1] = {m0.data()}, *o0[1] = {want0.data()}, *i1[1] = {m1.data()}, *o1[1] = {want1.data()};
+            stage.ops.process(mono[0], i0, o0, n);
+            stage.ops.process(mono[1], i1, o1, n);
+            ASSERT_TRUE(same_bits(y0, want0)) << stage.what << ": crossed, channel 0";
+            ASSERT_TRUE(same_bits(x0, want1)) << stage.what << ": crossed, channel 1";
+        }
+        stage.ops.destroy(stereo);
+        stage.ops.destroy(mono[0]);
+        stage.ops.destroy(mono[1]);
     }
 }
 
