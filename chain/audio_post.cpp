@@ -6,6 +6,7 @@
 #include <cstring>
 #include <strings.h>
 
+#include "chain/pcm_lanes.h"
 #include "core/alloc.h"
 #include "core/log.h"
 #include "core/mathf.h"
@@ -188,13 +189,7 @@ int AudioPostState::process(const int16_t *in, int16_t *out, int swFrmLen)
     }
     const int ch = indexed_channels();
     if (ch == 2 && channels == 2) {
-        // The common stereo frame, written so that the compiler can keep it in vectors.
-        float *b0 = buffers[0], *b1 = buffers[1];
-        const float g0 = gainLin[0], g1 = gainLin[1];
-        for (int i = 0; i < swFrmLen; i++) {
-            b0[i] = static_cast<float>(in[2 * i]) * g0;
-            b1[i] = static_cast<float>(in[2 * i + 1]) * g1;
-        }
+        pcm_to_channels(in, buffers[0], buffers[1], gainLin[0], gainLin[1], swFrmLen);
     } else {
         for (int c = 0; c < ch; c++)
             for (int i = 0; i < swFrmLen; i++)
@@ -225,22 +220,12 @@ int AudioPostState::process(const int16_t *in, int16_t *out, int swFrmLen)
     // 32-bit records wrap here: the output is 16-bit whatever depth the stages measured in.
     const float low = -1.0f - fullScale;
     const float high = fullScale;
-    auto to_output = [low, high](float v) {
-        if (!(v < high))
-            v = high;
-        int32_t s = v <= low ? to_int32(low) : to_int32(v);
-        return static_cast<int16_t>(static_cast<uint16_t>(static_cast<uint32_t>(s) & 0xFFFFu));
-    };
     if (ch == 2 && channels == 2) {
-        const float *b0 = buffers[0], *b1 = buffers[1];
-        for (int i = 0; i < swFrmLen; i++) {
-            out[2 * i] = to_output(b0[i]);
-            out[2 * i + 1] = to_output(b1[i]);
-        }
+        channels_to_pcm(buffers[0], buffers[1], out, low, high, swFrmLen);
     } else {
         for (int c = 0; c < ch; c++)
             for (int i = 0; i < swFrmLen; i++)
-                out[static_cast<size_t>(i) * channels + c] = to_output(buffers[c][i]);
+                out[static_cast<size_t>(i) * channels + c] = to_pcm16(buffers[c][i], low, high);
     }
     // Channels a live record added beyond the allocation pass through untouched.
     for (int c = ch < 0 ? 0 : ch; c < channels; c++)

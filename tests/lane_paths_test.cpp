@@ -17,6 +17,7 @@
 #include <limits>
 #include <vector>
 
+#include "chain/pcm_lanes.h"
 #include "core/record.h"
 #include "dynamics/frame_peak.h"
 #include "dynamics/gain_ramp.h"
@@ -331,6 +332,40 @@ TEST(LanePaths, RampProbeAndPeakEqualTheirLoops)
         ASSERT_TRUE(same_bits(eqdrc::running_peak(x.data(), n, start, frames, &laneMeanSquare), peak));
         ASSERT_TRUE(same_bits(eqdrc::running_peak(x.data(), n, start, frames, nullptr), peak));
         ASSERT_TRUE(same_bits(laneMeanSquare, meanSquare));
+    }
+}
+
+// The chain's 16-bit input and output in lanes against the sample-at-a-time forms, at
+// every bit depth's clamp and across the int32 range, where the output falls back.
+TEST(LanePaths, PcmConversionsEqualTheirScalarForms)
+{
+    Random r{3};
+    const float depths[][2] = {{-32768.0f, 32767.0f}, {-8388608.0f, 8388607.0f}, {-2147483648.0f - 1.0f, 2147483648.0f}};
+    const float odd[] = {kNaN, -kNaN, kInf, -kInf, -0.0f, 0.5f, -0.5f, 32767.5f, -32768.5f, 65535.9f, 2147483520.0f, -3e9f};
+    for (const auto &d : depths) {
+        const int n = 39;
+        std::vector<float> left(n), right(n);
+        for (int i = 0; i < n; i++) {
+            left[i] = r.below(3) == 0 ? odd[r.below(12)] : r.uniform(-2.0f, 2.0f) * d[1];
+            right[i] = r.below(3) == 0 ? odd[r.below(12)] : r.uniform(-2.0f, 2.0f) * d[1];
+        }
+        std::vector<int16_t> got(2 * n), want(2 * n);
+        eqdrc::channels_to_pcm(left.data(), right.data(), got.data(), d[0], d[1], n);
+        for (int i = 0; i < n; i++) {
+            want[2 * i] = eqdrc::to_pcm16(left[i], d[0], d[1]);
+            want[2 * i + 1] = eqdrc::to_pcm16(right[i], d[0], d[1]);
+        }
+        EXPECT_EQ(got, want) << "clamp at " << d[1];
+    }
+    std::vector<int16_t> pcm(2 * 37);
+    for (auto &v : pcm)
+        v = static_cast<int16_t>(r.next() >> 16);
+    std::vector<float> left(37), right(37);
+    eqdrc::pcm_to_channels(pcm.data(), left.data(), right.data(), 0.7f, 1.3f, 37);
+    for (int i = 0; i < 37; i++) {
+        EXPECT_TRUE(same_bits(std::vector<float>{left[i]}, std::vector<float>{static_cast<float>(pcm[2 * i]) * 0.7f}));
+        EXPECT_TRUE(
+            same_bits(std::vector<float>{right[i]}, std::vector<float>{static_cast<float>(pcm[2 * i + 1]) * 1.3f}));
     }
 }
 
