@@ -28,11 +28,16 @@ inline float follow_envelope(float x, float env, float attackDecay, float releas
 }
 
 // The same in every lane of four (or, in the AVX2 build, eight).
+// Both decays' results are formed and the comparison picks one: per lane the same
+// operations as picking the decay first, but the comparison is off the path from one
+// sample's envelope to the next.
 template <class V>
 inline V follow_envelope(V x, V env, V attackDecay, V releaseDecay)
 {
-    const V k = select(greater(x, env), attackDecay, releaseDecay);
-    return (broadcast<V>(1.0f) - k) * abs(x) + k * env;
+    const V one = broadcast<V>(1.0f), level = abs(x);
+    const V attack = (one - attackDecay) * level + attackDecay * env;
+    const V release = (one - releaseDecay) * level + releaseDecay * env;
+    return select(greater(x, env), attack, release);
 }
 
 // Gain smoother with per-sample decays: a gain rising towards its target follows the
@@ -43,11 +48,14 @@ inline float smooth_gain(float target, float gain, float attackDecay, float rele
     return k * gain + (1.0f - k) * target;
 }
 
+// Both decays' results, as for follow_envelope.
 template <class V>
 inline V smooth_gain(V target, V gain, V attackDecay, V releaseDecay)
 {
-    const V k = select(greater(target, gain), attackDecay, releaseDecay);
-    return k * gain + (broadcast<V>(1.0f) - k) * target;
+    const V one = broadcast<V>(1.0f);
+    const V attack = attackDecay * gain + (one - attackDecay) * target;
+    const V release = releaseDecay * gain + (one - releaseDecay) * target;
+    return select(greater(target, gain), attack, release);
 }
 
 }  // namespace eqdrc
