@@ -10,6 +10,7 @@
 #include "dynamics/gain_ramp.h"
 #include "dynamics/smoothing.h"
 #include "filters/gain_table.h"
+#include "filters/paired_cascade.h"
 
 namespace eqdrc {
 namespace {
@@ -70,12 +71,24 @@ void Agc::adjust(const DynamicsFormat &format, int channel, const AgcSettings &s
 void Agc::process(const DynamicsFormat &format, const float *const *in, float *const *out, int n)
 {
     const float frames = static_cast<float>(n);
+    // Both channels measured at once where channel 0's output cannot change channel 1's
+    // input.  Channel 1's peak carries channel 0's: being a maximum, it is the larger of
+    // channel 0's and its own from zero.
+    float pairPeak[2] = {0.0f, 0.0f}, pairMeanSquare[2] = {0.0f, 0.0f};
+    const bool pair = format.channels == 2 && pair_runs_as_sequence(in, out, n);
+    if (pair)
+        running_peaks<2>(in, n, pairPeak, frames, pairMeanSquare);
     float peak = 0.0f;  // not reset between channels: channel 1 sees the louder of both
     for (int ch = 0; ch < format.channels; ch++) {
         const float *x = in[ch];
         float *y = out[ch];
         float meanSquare = 0.0f;
-        peak = running_peak(x, n, peak, frames, &meanSquare);
+        if (pair) {
+            peak = pairPeak[ch] > peak ? pairPeak[ch] : peak;
+            meanSquare = pairMeanSquare[ch];
+        } else {
+            peak = running_peak(x, n, peak, frames, &meanSquare);
+        }
         const float peakDb = (mathf::log10f(peak + 1.0f) - format.log10FullScale) * 20.0f;
         const float p = gains.gain[ch];
 

@@ -172,9 +172,14 @@ void DeEsserState::process_pair(const float *const *in, float *const *out, int n
     const f32x4 frames = eqdrc::splat(static_cast<float>(n));
     const eqdrc::m32x4 bandLanes = eqdrc::mask(true, true, false, false);
     const float *x0 = in[0], *x1 = in[1];
+    // Channel 0's energy is summed as the terms come, beside the filters' recursion;
+    // channel 1's sum continues from its total, so it follows.
+    float energy = 0.0f;
     for (int i = 0; i < n; i++) {
         const f32x4 y = eqdrc::biquad_step(c, z1, z2, eqdrc::lanes(x0[i], x1[i], x0[i], x1[i]));
-        eqdrc::store(held + i * eqdrc::kLanes, eqdrc::select(bandLanes, (y * y) / frames, y));
+        const f32x4 t = eqdrc::select(bandLanes, (y * y) / frames, y);
+        eqdrc::store(held + i * eqdrc::kLanes, t);
+        energy = energy + t[0];
     }
     for (int ch = 0; ch < 2; ch++) {
         bandPassState[ch][0] = z1[ch];
@@ -183,7 +188,6 @@ void DeEsserState::process_pair(const float *const *in, float *const *out, int n
         notchState[ch][1] = z2[2 + ch];
     }
 
-    float energy = sum_in_order(0.0f, held, n);
     const float target0 = next_gain(0, energy);
     energy = sum_in_order(energy, held + 1, n);
     const float target1 = next_gain(1, energy);
