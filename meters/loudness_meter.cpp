@@ -182,6 +182,22 @@ void eqdrc::LoudnessMeter::add_stereo_frames(const float *const *in, int frameLe
                 scaled[ch][i] = from[i] / divisor;
         }
         eqdrc::run_paired_cascade(sections, x, y, m);
+        if (ringSize >= 2 * frameLen) {
+            // The two channels' slots of this call are apart, so their sums can run side
+            // by side, each in its own order.
+            for (int i = 0; i < m; i++) {
+                const float e0 = weighted[0][i] * weighted[0][i], e1 = weighted[1][i] * weighted[1][i];
+                sum[0] = sum[0] - energyRing[slot[0]];
+                sum[1] = sum[1] - energyRing[slot[1]];
+                sum[0] = sum[0] + e0;
+                sum[1] = sum[1] + e1;
+                energyRing[slot[0]] = e0;
+                energyRing[slot[1]] = e1;
+                slot[0] = slot[0] + 1 == ringSize ? 0 : slot[0] + 1;
+                slot[1] = slot[1] + 1 == ringSize ? 0 : slot[1] + 1;
+            }
+            continue;
+        }
         for (int ch = 0; ch < 2; ch++) {
             float s = sum[ch];
             // In runs that end at the ring's end or the chunk's, whichever comes first.
