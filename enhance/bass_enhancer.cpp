@@ -168,12 +168,7 @@ void BassEnhancerState::process(const float *const *in, float *const *out, int f
     if (channels < 1 || frameLen < 1)
         return;
     if (channels == 2 && floor_on(0) == floor_on(1) && eqdrc::pair_runs_as_sequence(in, out, frameLen)) {
-        for (int start = 0; start < frameLen; start += kPairBlock) {
-            const int n = frameLen - start < kPairBlock ? frameLen - start : kPairBlock;
-            const float *blockIn[2] = {in[0] + start, in[1] + start};
-            float *blockOut[2] = {out[0] + start, out[1] + start};
-            process_pair(blockIn, blockOut, n);
-        }
+        process_pair(in, out, frameLen);
         return;
     }
     for (int ch = 0; ch < channels; ch++) {
@@ -200,15 +195,19 @@ void BassEnhancerState::process(const float *const *in, float *const *out, int f
 
 bool BassEnhancerState::floor_on(int ch) const { return static_cast<float>(floorActive[ch]) > kFloorOnThreshold; }
 
-// Both channels at once, in passes over a block, each short enough a chain for the
+// Both channels at once, in passes over blocks, each pass short enough a chain for the
 // pipeline to overlap many samples: the band split in lanes [low 0, low 1, high 0,
-// high 1]; the shaper over consecutive samples of a channel in lanes; the DC blocker, the
-// two channels side by side; the harmonic filters as a paired cascade; the mix.  Every
-// lane performs the operations of the loop above.
-void BassEnhancerState::process_pair(const float *const in[2], float *const out[2], int n)
+// high 1], in the same loop as the DC blocker of the block before (two independent
+// recursions); the shaper over consecutive samples of a channel in lanes; the harmonic
+// filters as a paired cascade; the mix.  Every lane performs the operations of the loop
+// above.  A block is read before the one before it is written, which the caller's
+// buffers allow (pair_runs_as_sequence).
+void BassEnhancerState::process_pair(const float *const in[2], float *const out[2], int frameLen)
 {
     using eqdrc::f32x4;
-    float harmonics[2][kPairBlock], high[2][kPairBlock];
+    // Two blocks: the one being split, and the one being finished.  harmonics holds the
+    // low band, shaped in place, then the DC blocker's and the filters' output.
+    float harmonics[2][2][kPairBlock], high[2][2][kPairBlock];
 
     eqdrc::BiquadLanes split[2];
     f32x4 z1[2], z2[2];
@@ -222,14 +221,66 @@ void BassEnhancerState::process_pair(const float *const in[2], float *const out[
         }
     }
     const f32x4 scale = eqdrc::splat(fullScale);
-    for (int i = 0; i < n; i++) {
-        const f32x4 x = eqdrc::lanes(in[0][i], in[1][i], in[0][i], in[1][i]) / scale;
+    const float *in0 = in[0], *in1 = in[1];
+    auto split_sample = [&](int i, int block, int j) {
+        const f32x4 x = eqdrc::lanes(in0[i], in1[i], in0[i], in1[i]) / scale;
         const f32x4 bands = eqdrc::biquad_step(split[1], z1[1], z2[1], eqdrc::biquad_step(split[0], z1[0], z2[0], x));
-        harmonics[0][i] = bands[0];  // the low band, shaped in place below
-        harmonics[1][i] = bands[1];
-        high[0][i] = bands[2];
-        high[1][i] = bands[3];
+        harmonics[block][0][j] = bands[0];
+        harmonics[block][1][j] = bands[1];
+        high[block][0][j] = bands[2];
+        high[block][1][j] = bands[3];
+    };
+    DcBlocker left{dcPole[0], dcPrevIn[0], dcPrevOut[0]}, right{dcPole[1], dcPrevIn[1], dcPrevOut[1]};
+
+    // harmonicLow, harmonicHigh and, when on, floorHigh: two sections each.
+    eqdrc::CascadeSections sections;
+    Cascade *const chain[] = {&harmonicLow, &harmonicHigh, &floorHigh};
+    sections.count = (floor_on(0) ? 3 : 2) * kSections;
+    for (int ch = 0; ch < 2; ch++) {
+        for (int k = 0; k < sections.count; k++) {
+            const Cascade &c = *chain[k / kSections];
+            sections.coeffs[ch][k] = c.coeffs + ch * kCoeffsPerChannel + (k % kSections) * eqdrc::kBiquadCoeffs;
+            sections.state[ch][k] = c.state + ch * kStatePerChannel + (k % kSections) * eqdrc::kBiquadState;
+        }
     }
+
+    int current = 0;
+    const int first = frameLen < kPairBlock ? frameLen : kPairBlock;
+    for (int j = 0; j < first; j++)
+        split_sample(j, current, j);
+    for (int ch = 0; ch < 2; ch++)
+        shape_block(shaper[ch], harmonics[current][ch], first);
+    for (int start = 0; start < frameLen; start += kPairBlock) {
+        const int m = frameLen - start < kPairBlock ? frameLen - start : kPairBlock;
+        const int next = start + kPairBlock;
+        const int ahead = frameLen - next < kPairBlock ? (frameLen > next ? frameLen - next : 0) : kPairBlock;
+        const int later = current ^ 1;
+        float *h0 = harmonics[current][0], *h1 = harmonics[current][1];
+        int j = 0;
+        for (; j < ahead; j++) {  // ahead <= m: only the last block is short
+            split_sample(next + j, later, j);
+            h0[j] = left.step(h0[j]);
+            h1[j] = right.step(h1[j]);
+        }
+        for (; j < m; j++) {
+            h0[j] = left.step(h0[j]);
+            h1[j] = right.step(h1[j]);
+        }
+        for (int ch = 0; ch < 2 && ahead > 0; ch++)
+            shape_block(shaper[ch], harmonics[later][ch], ahead);
+
+        float *const h[2] = {h0, h1};
+        eqdrc::run_paired_cascade(sections, h, h, m);
+        for (int ch = 0; ch < 2; ch++) {
+            const float amount = amountLinear[ch];
+            const float *hi = high[current][ch];
+            float *y = out[ch] + start;
+            for (int i = 0; i < m; i++)
+                y[i] = (hi[i] + h[ch][i] * amount) * fullScale;
+        }
+        current = later;
+    }
+
     for (int lane = 0; lane < eqdrc::kLanes; lane++) {
         Cascade &filter = lane < 2 ? splitLow : splitHigh;
         const int ch = lane & 1;
@@ -238,39 +289,8 @@ void BassEnhancerState::process_pair(const float *const in[2], float *const out[
             filter.state[ch * kStatePerChannel + k * eqdrc::kBiquadState + 1] = z2[k][lane];
         }
     }
-
-    for (int ch = 0; ch < 2; ch++)
-        shape_block(shaper[ch], harmonics[ch], n);
-
-    // The DC blocker: one recursion per channel, the two interleaved.
-    DcBlocker left{dcPole[0], dcPrevIn[0], dcPrevOut[0]}, right{dcPole[1], dcPrevIn[1], dcPrevOut[1]};
-    for (int i = 0; i < n; i++) {
-        harmonics[0][i] = left.step(harmonics[0][i]);
-        harmonics[1][i] = right.step(harmonics[1][i]);
-    }
     left.save(dcPrevIn[0], dcPrevOut[0]);
     right.save(dcPrevIn[1], dcPrevOut[1]);
-
-    // harmonicLow, harmonicHigh and, when on, floorHigh: two sections each.
-    eqdrc::CascadeSections s;
-    Cascade *const chain[] = {&harmonicLow, &harmonicHigh, &floorHigh};
-    const int filters = floor_on(0) ? 3 : 2;
-    s.count = filters * kSections;
-    for (int ch = 0; ch < 2; ch++) {
-        for (int k = 0; k < s.count; k++) {
-            const Cascade &c = *chain[k / kSections];
-            s.coeffs[ch][k] = c.coeffs + ch * kCoeffsPerChannel + (k % kSections) * eqdrc::kBiquadCoeffs;
-            s.state[ch][k] = c.state + ch * kStatePerChannel + (k % kSections) * eqdrc::kBiquadState;
-        }
-    }
-    float *const h2[2] = {harmonics[0], harmonics[1]};
-    eqdrc::run_paired_cascade(s, h2, h2, n);
-
-    for (int ch = 0; ch < 2; ch++) {
-        const float amount = amountLinear[ch];
-        for (int i = 0; i < n; i++)
-            out[ch][i] = (high[ch][i] + harmonics[ch][i] * amount) * fullScale;
-    }
 }
 
 void BassEnhancerState::set_para(const float *section)

@@ -66,7 +66,7 @@ struct BassEnhancerState {
 
 private:
     bool floor_on(int ch) const;
-    void process_pair(const float *const in[2], float *const out[2], int n);
+    void process_pair(const float *const in[2], float *const out[2], int frameLen);
     void read_section(const float *section);
     // Every coefficient and shaper constant; clears all filter states.
     void design();
