@@ -394,10 +394,12 @@ void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int fr
 
 #if EQDRC_EIGHT_LANES
 // Both channels at once in eight lanes, channel 0's bands in lanes 0-3 and channel 1's
-// in lanes 4-7, each lane performing the operations of process_lanes.  A block goes
-// through in three passes: the crossover, the envelopes and gains, the band sums; each
-// pass a short chain per sample, so that the pipeline overlaps many samples.  The block
-// is read before it is written, which the caller's buffers allow (reads_stay_ahead).
+// in lanes 4-7, each lane performing the operations of process_lanes.  The crossover runs
+// a block ahead of the envelopes and gains, in the same loop: two independent chains per
+// sample that the pipeline overlaps.  A sample whose envelope leaves its entry's interval
+// leaves that loop for the search and re-enters it, so the loop itself makes no call and
+// keeps its values in registers.  The band sums follow per block.  A block is read before
+// the block before it is written, which the caller's buffers allow (reads_stay_ahead).
 void MultiBandDRCState::process_lanes_stereo(const float *const *in, float *const *out, int frameLen)
 {
     using eqdrc::f32x8;
@@ -417,37 +419,61 @@ void MultiBandDRCState::process_lanes_stereo(const float *const *in, float *cons
     x0.load(*crossover[0], 0);
     x1.load(*crossover[1], 0);
     eqdrc::CrossoverLanes8 xover(x0, x1);
-    float block[kLaneBlock][kLanes8];  // the crossover's bands, then the gained bands
+    // Two blocks: the crossover's bands of the next one, and the current one's bands,
+    // replaced by its gained bands.
+    float blocks[2][kLaneBlock][kLanes8];
+    const float *in0 = in[0], *in1 = in[1];
 
+    auto finish = [&](float *slot, f32x8 bands, f32x8 x, f32x8 e) {
+        const f32x8 g = eqdrc::smooth_gain(target, smoothed, attack, release);
+        buf = eqdrc::select(bandLanes, eqdrc::select(dynamic, x * g, x), bands);
+        env = eqdrc::select(dynamic, e, env);
+        smoothed = eqdrc::select(dynamic, g, smoothed);
+        eqdrc::store(slot, buf);
+    };
+
+    int current = 0;
+    for (int i = 0; i < frameLen && i < kLaneBlock; i++)
+        eqdrc::store(blocks[current][i], xover.step(in0[i], in1[i]));
     for (int start = 0; start < frameLen; start += kLaneBlock) {
         const int m = frameLen - start < kLaneBlock ? frameLen - start : kLaneBlock;
-        const float *in0 = in[0] + start, *in1 = in[1] + start;
-        for (int i = 0; i < m; i++)
-            eqdrc::store(block[i], xover.step(in0[i], in1[i]));
-        for (int i = 0; i < m; i++) {
-            const f32x8 bands = eqdrc::load<f32x8>(block[i]);
-            const f32x8 x = bands * gain;
-            const f32x8 e = eqdrc::follow_envelope(x, env, attack, release);
-            const m32x8 moved = (eqdrc::greater_equal(e, high) | ~eqdrc::greater_equal(e, low)) & dynamic;
-            if (eqdrc::any(moved)) {
-                for (int lane = 0; lane < kLanes8; lane++) {
-                    const int c = lane / kDrcSlotsPerChannel, b = lane % kDrcSlotsPerChannel;
-                    if (b < count[c] && moved[lane])
-                        find_entry(c, b, lane, e[lane], low, high, target);
+        const int next = start + kLaneBlock;
+        const int ahead = frameLen - next < kLaneBlock ? (frameLen > next ? frameLen - next : 0) : kLaneBlock;
+        float(*now)[kLanes8] = blocks[current];
+        float(*later)[kLanes8] = blocks[current ^ 1];
+        for (int i = 0; i < m;) {
+            f32x8 bands, x, e;
+            m32x8 moved;
+            bool search = false;
+            for (; i < m; i++) {
+                if (i < ahead)
+                    eqdrc::store(later[i], xover.step(in0[next + i], in1[next + i]));
+                bands = eqdrc::load<f32x8>(now[i]);
+                x = bands * gain;
+                e = eqdrc::follow_envelope(x, env, attack, release);
+                moved = (eqdrc::greater_equal(e, high) | ~eqdrc::greater_equal(e, low)) & dynamic;
+                if (eqdrc::any(moved)) {
+                    search = true;
+                    break;
                 }
+                finish(now[i], bands, x, e);
             }
-            const f32x8 g = eqdrc::smooth_gain(target, smoothed, attack, release);
-            buf = eqdrc::select(bandLanes, eqdrc::select(dynamic, x * g, x), bands);
-            env = eqdrc::select(dynamic, e, env);
-            smoothed = eqdrc::select(dynamic, g, smoothed);
-            eqdrc::store(block[i], buf);
+            if (!search)
+                break;
+            for (int lane = 0; lane < kLanes8; lane++) {
+                const int c = lane / kDrcSlotsPerChannel, b = lane % kDrcSlotsPerChannel;
+                if (b < count[c] && moved[lane])
+                    find_entry(c, b, lane, e[lane], low, high, target);
+            }
+            finish(now[i], bands, x, e);
+            i++;
         }
         float *out0 = out[0] + start, *out1 = out[1] + start;
         for (int i = 0; i < m; i++) {
-            const float *b = block[i];
-            out0[i] = lane_sum(b, 0, count[0]);
-            out1[i] = lane_sum(b, kDrcSlotsPerChannel, count[1]);
+            out0[i] = lane_sum(now[i], 0, count[0]);
+            out1[i] = lane_sum(now[i], kDrcSlotsPerChannel, count[1]);
         }
+        current ^= 1;
     }
 
     xover.split(x0, x1);
