@@ -12,6 +12,7 @@
 #include "filters/biquad.h"
 #include "filters/lanes.h"
 #include "filters/paired_cascade.h"
+#include "filters/skewed_cascade.h"
 
 namespace {
 
@@ -181,23 +182,24 @@ void eqdrc::LoudnessMeter::add_stereo_frames(const float *const *in, int frameLe
             for (; i < m; i++)
                 scaled[ch][i] = from[i] / divisor;
         }
-        eqdrc::run_paired_cascade(sections, x, y, m);
         if (ringSize >= 2 * frameLen) {
-            // The two channels' slots of this call are apart, so their sums can run side
-            // by side, each in its own order.
-            for (int i = 0; i < m; i++) {
-                const float e0 = weighted[0][i] * weighted[0][i], e1 = weighted[1][i] * weighted[1][i];
-                sum[0] = sum[0] - energyRing[slot[0]];
-                sum[1] = sum[1] - energyRing[slot[1]];
-                sum[0] = sum[0] + e0;
-                sum[1] = sum[1] + e1;
-                energyRing[slot[0]] = e0;
-                energyRing[slot[1]] = e1;
-                slot[0] = slot[0] + 1 == ringSize ? 0 : slot[0] + 1;
-                slot[1] = slot[1] + 1 == ringSize ? 0 : slot[1] + 1;
-            }
+            // The two channels' slots of this call are apart, so their sums run side by
+            // side, each in its own order, as the weighted samples leave the filters.
+            eqdrc::skew::SkewedCascade<eqdrc::f32x4, kSectionsPerChannel>().run(
+                sections, x, m, [&](int, float w0, float w1) {
+                    const float e0 = w0 * w0, e1 = w1 * w1;
+                    sum[0] = sum[0] - energyRing[slot[0]];
+                    sum[1] = sum[1] - energyRing[slot[1]];
+                    sum[0] = sum[0] + e0;
+                    sum[1] = sum[1] + e1;
+                    energyRing[slot[0]] = e0;
+                    energyRing[slot[1]] = e1;
+                    slot[0] = slot[0] + 1 == ringSize ? 0 : slot[0] + 1;
+                    slot[1] = slot[1] + 1 == ringSize ? 0 : slot[1] + 1;
+                });
             continue;
         }
+        eqdrc::run_paired_cascade(sections, x, y, m);
         for (int ch = 0; ch < 2; ch++) {
             float s = sum[ch];
             // In runs that end at the ring's end or the chunk's, whichever comes first.

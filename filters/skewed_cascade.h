@@ -1,0 +1,205 @@
+// The skewed cascade behind run_paired_cascade, for a stage that consumes the two
+// channels' outputs as they leave it (see paired_cascade.h for the layout).
+#ifndef EQDRC_FILTERS_SKEWED_CASCADE_H
+#define EQDRC_FILTERS_SKEWED_CASCADE_H
+
+#include "filters/biquad.h"
+#include "filters/lanes.h"
+#include "filters/lanes8.h"
+#include "filters/paired_cascade.h"
+
+#if defined(__clang__)
+#define EQDRC_UNROLL _Pragma("unroll")
+#elif defined(__GNUC__)
+#define EQDRC_UNROLL _Pragma("GCC unroll 16")
+#else
+#define EQDRC_UNROLL
+#endif
+
+namespace eqdrc {
+namespace skew {
+
+
+// What the cascade needs of a lane vector: its width, masks from per-lane flags, and the
+// skew's move of every pair of lanes one pair up with a new sample pair in lanes 0 and 1.
+template <class V>
+struct SkewLanes;
+
+template <>
+struct SkewLanes<f32x4> {
+    using Mask = m32x4;
+    static constexpr int kCount = 4;
+    static Mask mask_of(const bool *on) { return mask(on[0], on[1], on[2], on[3]); }
+    static f32x4 shift_in(f32x4 v, float a, float b) { return lanes(a, b, v[0], v[1]); }
+};
+
+#if EQDRC_EIGHT_LANES
+template <>
+struct SkewLanes<f32x8> {
+    using Mask = m32x8;
+    static constexpr int kCount = 8;
+    static Mask mask_of(const bool *on)
+    {
+        return join(mask(on[0], on[1], on[2], on[3]), mask(on[4], on[5], on[6], on[7]));
+    }
+    static f32x8 shift_in(f32x8 v, float a, float b)
+    {
+        const f32x8 fresh = {a, b, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f};
+        return __builtin_shufflevector(fresh, v, 0, 1, 8, 9, 10, 11, 12, 13);
+    }
+};
+#endif
+
+template <class V>
+struct BiquadBank {
+    V b0, b1, b2, a1, a2;
+
+    void set(int lane, const float *c)
+    {
+        b0[lane] = c[0];
+        b1[lane] = c[1];
+        b2[lane] = c[2];
+        a1[lane] = c[3];
+        a2[lane] = c[4];
+    }
+};
+
+// The lanes hold Q groups of both channels, lane 2q + c for channel c of group q.  Group q
+// runs sections qH .. qH + H - 1 of its channel (fewer in the last groups when Count is
+// not a multiple of Q) on the sample kSkew q steps behind group 0's, fed by what group
+// q - 1 gave kSkew steps earlier.  With a skew of two, a step's input is the output of the
+// step before the last, so two steps' cascades overlap in the pipeline and a step costs
+// the sections' own recursion, not the whole cascade's latency.
+template <class V, int Count>
+struct SkewedCascade {
+    using L = SkewLanes<V>;
+    using Mask = typename L::Mask;
+    static constexpr int Q = L::kCount / 2;
+    static constexpr int H = (Count + Q - 1) / Q;
+    static constexpr int kSkew = 2;
+    static constexpr int kDelay = kSkew * (Q - 1);  // steps from group 0 to the last
+
+    BiquadBank<V> c[H];
+    V z1[H], z2[H];
+    // Groups 0 .. kFull - 1 have H sections, group kFull has the remainder, if any, and
+    // the groups after it none.
+    static constexpr int kFull = Count / H;
+    static constexpr int kRemainder = Count % H;
+    static constexpr bool kEmptyGroups = kFull + (kRemainder > 0) < Q;
+    Mask remainderLanes, emptyLanes;
+
+    static constexpr int section(int lane, int k) { return (lane / 2) * H + k; }
+
+    void load(const CascadeSections &s)
+    {
+        for (int k = 0; k < H; k++) {
+            c[k] = BiquadBank<V>{};
+            z1[k] = z2[k] = V{};
+            for (int lane = 0; lane < L::kCount; lane++) {
+                const int channel = lane & 1, sec = section(lane, k);
+                if (sec >= Count)
+                    continue;
+                c[k].set(lane, s.coeffs[channel][sec]);
+                z1[k][lane] = s.state[channel][sec][0];
+                z2[k][lane] = s.state[channel][sec][1];
+            }
+        }
+        bool remainder[L::kCount], empty[L::kCount];
+        for (int lane = 0; lane < L::kCount; lane++) {
+            remainder[lane] = lane / 2 == kFull && kRemainder > 0;
+            empty[lane] = lane / 2 >= kFull + (kRemainder > 0);
+        }
+        remainderLanes = L::mask_of(remainder);
+        emptyLanes = L::mask_of(empty);
+    }
+
+    void save(const CascadeSections &s) const
+    {
+        for (int k = 0; k < H; k++) {
+            for (int lane = 0; lane < L::kCount; lane++) {
+                const int channel = lane & 1, sec = section(lane, k);
+                if (sec >= Count)
+                    continue;
+                s.state[channel][sec][0] = z1[k][lane];
+                s.state[channel][sec][1] = z2[k][lane];
+            }
+        }
+    }
+
+    // A lane past its group's last section runs on zero coefficients (its memories stay
+    // zero for finite input) and its result is dropped: a group's output is taken after
+    // its last section, or is its input when it has none.  Choosing after the whole
+    // cascade keeps the choices off the path from one step to the next.
+    V step(V v)
+    {
+        const V in = v;
+        V w[H];
+        // Unrolled, so that the memories stay in registers across the frame.
+        EQDRC_UNROLL
+        for (int k = 0; k < H; k++)
+            v = w[k] = biquad_step(c[k], z1[k], z2[k], v);
+        if (kRemainder > 0)
+            v = select(remainderLanes, w[kRemainder > 0 ? kRemainder - 1 : 0], v);
+        if (kEmptyGroups)
+            v = select(emptyLanes, in, v);
+        return v;
+    }
+
+    // Step t of a frame of n samples, where some groups have no sample (t - kSkew q outside
+    // 0 .. n - 1):
+    // their memories stay as they were.
+    V partial_step(V v, int t, int n)
+    {
+        bool on[L::kCount];
+        for (int lane = 0; lane < L::kCount; lane++)
+            on[lane] = t - kSkew * (lane / 2) >= 0 && t - kSkew * (lane / 2) < n;
+        const Mask live = L::mask_of(on);
+        V keep1[H], keep2[H];
+        for (int k = 0; k < H; k++) {
+            keep1[k] = z1[k];
+            keep2[k] = z2[k];
+        }
+        v = step(v);
+        for (int k = 0; k < H; k++) {
+            z1[k] = select(live, z1[k], keep1[k]);
+            z2[k] = select(live, z2[k], keep2[k]);
+        }
+        return v;
+    }
+
+    // Sample i leaves the last group at step i + kDelay and goes to sink(i, y0, y1).
+    // Reads of x stay ahead of the sink's samples, so each channel may run in place.
+    template <class Sink>
+    void run(const CascadeSections &s, const float *const x[2], int n, Sink &&sink)
+    {
+        load(s);
+        const float *x0 = x[0], *x1 = x[1];
+        const int steps = n + kDelay;
+        V older{}, newer{};  // the outputs of steps t - 2 and t - 1
+        static_assert(kSkew == 2, "two steps in flight");
+        int t = 0;
+        for (; t < kDelay && t < steps; t++) {
+            const V v = partial_step(L::shift_in(older, t < n ? x0[t] : 0.0f, t < n ? x1[t] : 0.0f), t, n);
+            older = newer;
+            newer = v;
+        }
+        for (; t < n; t++) {
+            const V v = step(L::shift_in(older, x0[t], x1[t]));
+            sink(t - kDelay, v[L::kCount - 2], v[L::kCount - 1]);
+            older = newer;
+            newer = v;
+        }
+        for (; t < steps; t++) {
+            const V v = partial_step(L::shift_in(older, 0.0f, 0.0f), t, n);
+            sink(t - kDelay, v[L::kCount - 2], v[L::kCount - 1]);
+            older = newer;
+            newer = v;
+        }
+        save(s);
+    }
+};
+
+}  // namespace skew
+}  // namespace eqdrc
+
+#endif
