@@ -17,6 +17,7 @@
 #include "filters/designer.h"
 #include "filters/lanes8.h"
 #include "filters/paired_cascade.h"
+#include "filters/skewed_cascade.h"
 
 namespace {
 
@@ -199,7 +200,7 @@ bool BassEnhancerState::floor_on(int ch) const { return static_cast<float>(floor
 // pipeline to overlap many samples: the band split in lanes [low 0, low 1, high 0,
 // high 1], in the same loop as the DC blocker of the block before (two independent
 // recursions); the shaper over consecutive samples of a channel in lanes; the harmonic
-// filters as a paired cascade; the mix.  Every lane performs the operations of the loop
+// filters as a skewed cascade, mixed into the output as each sample leaves it.  Every lane performs the operations of the loop
 // above.  A block is read before the one before it is written, which the caller's
 // buffers allow (pair_runs_as_sequence).
 void BassEnhancerState::process_pair(const float *const in[2], float *const out[2], int frameLen)
@@ -269,15 +270,19 @@ void BassEnhancerState::process_pair(const float *const in[2], float *const out[
         for (int ch = 0; ch < 2 && ahead > 0; ch++)
             shape_block(shaper[ch], harmonics[later][ch], ahead);
 
-        float *const h[2] = {h0, h1};
-        eqdrc::run_paired_cascade(sections, h, h, m);
-        for (int ch = 0; ch < 2; ch++) {
-            const float amount = amountLinear[ch];
-            const float *hi = high[current][ch];
-            float *y = out[ch] + start;
-            for (int i = 0; i < m; i++)
-                y[i] = (hi[i] + h[ch][i] * amount) * fullScale;
-        }
+        // The harmonic filters, each sample mixed as it leaves them.
+        const float *const h[2] = {h0, h1};
+        const float *hi0 = high[current][0], *hi1 = high[current][1];
+        float *y0 = out[0] + start, *y1 = out[1] + start;
+        const float amount0 = amountLinear[0], amount1 = amountLinear[1], scaleOut = fullScale;
+        auto mix = [=](int i, float harmonics0, float harmonics1) {
+            y0[i] = (hi0[i] + harmonics0 * amount0) * scaleOut;
+            y1[i] = (hi1[i] + harmonics1 * amount1) * scaleOut;
+        };
+        if (sections.count == 3 * kSections)
+            eqdrc::skew::SkewedCascade<eqdrc::skew::Widest<3 * kSections>, 3 * kSections>().run(sections, h, m, mix);
+        else
+            eqdrc::skew::SkewedCascade<eqdrc::skew::Widest<2 * kSections>, 2 * kSections>().run(sections, h, m, mix);
         current = later;
     }
 

@@ -1,8 +1,6 @@
 // Skewed two-channel cascades.
 #include "filters/paired_cascade.h"
 
-#include <type_traits>
-
 #include "filters/skewed_cascade.h"
 
 namespace eqdrc {
@@ -18,19 +16,11 @@ void run_skewed(const CascadeSections &s, const float *const x[2], float *const 
     });
 }
 
-// Eight lanes pay where they shorten a step: from three sections per channel on.
-#if EQDRC_EIGHT_LANES
-template <int Count>
-using Widest = typename std::conditional<(Count >= 3), f32x8, f32x4>::type;
-#else
-template <int Count>
-using Widest = f32x4;
-#endif
-
 }  // namespace
 
 void run_paired_cascade(const CascadeSections &s, const float *const x[2], float *const y[2], int n)
 {
+    using skew::Widest;
     switch (s.count) {
     case 1: run_skewed<Widest<1>, 1>(s, x, y, n); break;
     case 2: run_skewed<Widest<2>, 2>(s, x, y, n); break;

@@ -3,6 +3,8 @@
 #ifndef EQDRC_FILTERS_SKEWED_CASCADE_H
 #define EQDRC_FILTERS_SKEWED_CASCADE_H
 
+#include <type_traits>
+
 #include "filters/biquad.h"
 #include "filters/lanes.h"
 #include "filters/lanes8.h"
@@ -198,6 +200,15 @@ struct SkewedCascade {
         save(s);
     }
 };
+
+// Eight lanes pay where they shorten a step: from three sections per channel on.
+#if EQDRC_EIGHT_LANES
+template <int Count>
+using Widest = typename std::conditional<(Count >= 3), f32x8, f32x4>::type;
+#else
+template <int Count>
+using Widest = f32x4;
+#endif
 
 }  // namespace skew
 }  // namespace eqdrc
