@@ -30,9 +30,10 @@ inline float biquad_first_order_step(const float *c, float *z, float x)
     return y;
 }
 
-// Four sections in lanes, one coefficient of every lane per vector.
-struct BiquadLanes {
-    f32x4 b0, b1, b2, a1, a2;
+// Four (or eight) sections in lanes, one coefficient of every lane per vector.
+template <class V>
+struct BiquadBank {
+    V b0, b1, b2, a1, a2;
 
     // Lane `lane` takes the record `c`.
     void set(int lane, const float *c)
@@ -44,6 +45,7 @@ struct BiquadLanes {
         a2[lane] = c[4];
     }
 };
+using BiquadLanes = BiquadBank<f32x4>;
 
 // biquad_step in every lane of a bank of four (or eight) sections: the same operations
 // in the same order.

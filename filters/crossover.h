@@ -82,9 +82,7 @@ struct CrossoverLanes {
 #if EQDRC_EIGHT_LANES
 // Two channels' CrossoverLanes side by side: channel 0 in lanes 0-3, channel 1 in 4-7.
 struct CrossoverLanes8 {
-    struct Bank {
-        f32x8 b0, b1, b2, a1, a2;
-    };
+    using Bank = BiquadBank<f32x8>;
     Bank banks[4];
     f32x8 z1[4], z2[4];
     m32x8 twoSections;

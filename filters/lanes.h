@@ -193,11 +193,9 @@ inline f32x4 broadcast<f32x4>(float x)
 
 // Unaligned loads and stores of four (or, for load<f32x8>, eight) consecutive floats.
 template <class V = f32x4>
-inline V load(const float *p);
-template <>
-inline f32x4 load<f32x4>(const float *p)
+inline V load(const float *p)
 {
-    f32x4 v;
+    V v;
     std::memcpy(&v, p, sizeof v);
     return v;
 }

@@ -48,14 +48,6 @@ inline f32x8 sqrt(f32x8 a) { return reinterpret_cast<f32x8>(_mm256_sqrt_ps(reint
 
 inline m32x8 less_equal(f32x8 a, f32x8 b) { return a <= b; }
 
-template <>
-inline f32x8 load<f32x8>(const float *p)
-{
-    f32x8 v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
-}
-
 inline void store(float *p, f32x8 v) { std::memcpy(p, &v, sizeof v); }
 
 inline bool any(m32x8 m) { return _mm256_movemask_ps(reinterpret_cast<__m256>(m)) != 0; }

@@ -52,20 +52,6 @@ struct SkewLanes<f32x8> {
 };
 #endif
 
-template <class V>
-struct BiquadBank {
-    V b0, b1, b2, a1, a2;
-
-    void set(int lane, const float *c)
-    {
-        b0[lane] = c[0];
-        b1[lane] = c[1];
-        b2[lane] = c[2];
-        a1[lane] = c[3];
-        a2[lane] = c[4];
-    }
-};
-
 // The lanes hold Q groups of both channels, lane 2q + c for channel c of group q.  Group q
 // runs sections qH .. qH + H - 1 of its channel (fewer in the last groups when Count is
 // not a multiple of Q) on the sample kSkew q steps behind group 0's, fed by what group

@@ -103,6 +103,20 @@ const StageOps kBass = {
     },
     [](void *st) { return BassEnhancer_Destroy(static_cast<BassEnhancerState *>(st)); }, 10};
 
+// Both channels' exciter blocks, each its own.
+std::vector<float> random_exciter(Random &r)
+{
+    std::vector<float> exciter(10, 0.0f);
+    for (int c = 0; c < 2; c++) {
+        float *w = exciter.data() + 5 * c;
+        w[0] = r.uniform(0.0f, 0.5f);
+        w[1] = r.uniform(0.0f, 1.0f);
+        w[2] = r.uniform(1000.0f, 12000.0f);
+        w[3] = r.uniform(0.0f, 1.0f);
+    }
+    return exciter;
+}
+
 const StageOps kExciter = {
     [](const float *s, int ch) -> void * { return Exciter_Init(s, 16, kFs, ch, 0); },
     [](void *st, float **in, float **out, int n) { Exciter_Process(static_cast<ExciterState *>(st), in, out, n); },
@@ -139,14 +153,7 @@ TEST(LanePaths, StereoStagesEqualTwoMonoStages)
         }
         expect_stereo_equals_mono(kBass, bass, r, frameLen, inPlace, "bass enhancer");
 
-        std::vector<float> exciter(10, 0.0f);
-        for (int c = 0; c < 2; c++) {
-            float *w = exciter.data() + 5 * c;
-            w[0] = r.uniform(0.0f, 0.5f);
-            w[1] = r.uniform(0.0f, 1.0f);
-            w[2] = r.uniform(1000.0f, 12000.0f);
-            w[3] = r.uniform(0.0f, 1.0f);
-        }
+        const std::vector<float> exciter = random_exciter(r);
         expect_stereo_equals_mono(kExciter, exciter, r, frameLen, inPlace, "exciter");
     }
 }
@@ -172,14 +179,7 @@ TEST(LanePaths, EveryBandCountAndFramesShorterThanTheSkew)
     }
     // The exciter's output filters run two samples behind its input filters.
     for (int frameLen : {1, 2, 3, 4}) {
-        std::vector<float> exciter(10, 0.0f);
-        for (int c = 0; c < 2; c++) {
-            float *w = exciter.data() + 5 * c;
-            w[0] = r.uniform(0.0f, 0.5f);
-            w[1] = r.uniform(0.0f, 1.0f);
-            w[2] = r.uniform(1000.0f, 12000.0f);
-            w[3] = r.uniform(0.0f, 1.0f);
-        }
+        const std::vector<float> exciter = random_exciter(r);
         expect_stereo_equals_mono(kExciter, exciter, r, frameLen, frameLen % 2 == 0, "exciter");
     }
 }
