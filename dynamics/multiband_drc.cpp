@@ -359,14 +359,18 @@ void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int fr
     // The current entry's detector interval [low, high) and gain per lane; NaN bounds
     // make the first sample search.
     f32x4 low = eqdrc::splat(nan), high = eqdrc::splat(nan), target = eqdrc::splat(0.0f);
-    eqdrc::CrossoverLanes xover;
-    xover.load(*crossover[c], 0);
+    eqdrc::CrossoverLanes held;
+    held.load(*crossover[c], 0);
+    eqdrc::CrossoverLanes *const channel[] = {&held};
+    eqdrc::SkewedCrossover<f32x4> xover(channel);
     float block[kLaneBlock][eqdrc::kLanes];  // the crossover's bands, then the gained bands
 
     for (int start = 0; start < frameLen; start += kLaneBlock) {
         const int m = frameLen - start < kLaneBlock ? frameLen - start : kLaneBlock;
-        for (int i = 0; i < m; i++)
-            eqdrc::store(block[i], xover.step(in[start + i]));
+        xover.first(eqdrc::splat(in[start]));
+        for (int i = 1; i < m; i++)
+            eqdrc::store(block[i - 1], xover.step(eqdrc::splat(in[start + i])));
+        eqdrc::store(block[m - 1], xover.last());
         for (int i = 0; i < m; i++) {
             const f32x4 bands = eqdrc::load(block[i]);
             const f32x4 x = bands * l.gain;
@@ -388,7 +392,8 @@ void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int fr
             out[start + i] = lane_sum(block[i], 0, count);
     }
 
-    xover.save(*crossover[c], 0);
+    xover.save(channel);
+    held.save(*crossover[c], 0);
     save_lanes(c, 0, buf, env, smoothed);
 }
 
@@ -418,7 +423,8 @@ void MultiBandDRCState::process_lanes_stereo(const float *const *in, float *cons
     eqdrc::CrossoverLanes x0, x1;
     x0.load(*crossover[0], 0);
     x1.load(*crossover[1], 0);
-    eqdrc::CrossoverLanes8 xover(x0, x1);
+    eqdrc::CrossoverLanes *const channels[] = {&x0, &x1};
+    eqdrc::SkewedCrossover<f32x8> xover(channels);
     // Two blocks: the crossover's bands of the next one, and the current one's bands,
     // replaced by its gained bands.
     float blocks[2][kLaneBlock][kLanes8];
@@ -432,22 +438,30 @@ void MultiBandDRCState::process_lanes_stereo(const float *const *in, float *cons
         eqdrc::store(slot, buf);
     };
 
+    // The skewed crossover gives a sample's bands one step later: each block starts with
+    // first() and ends with last().
+    auto sample = [in0, in1](int i) { return eqdrc::join_splat(in0[i], in1[i]); };
     int current = 0;
-    for (int i = 0; i < frameLen && i < kLaneBlock; i++)
-        eqdrc::store(blocks[current][i], xover.step(in0[i], in1[i]));
+    const int m0 = frameLen < kLaneBlock ? frameLen : kLaneBlock;
+    xover.first(sample(0));
+    for (int i = 1; i < m0; i++)
+        eqdrc::store(blocks[current][i - 1], xover.step(sample(i)));
+    eqdrc::store(blocks[current][m0 - 1], xover.last());
     for (int start = 0; start < frameLen; start += kLaneBlock) {
         const int m = frameLen - start < kLaneBlock ? frameLen - start : kLaneBlock;
         const int next = start + kLaneBlock;
         const int ahead = frameLen - next < kLaneBlock ? (frameLen > next ? frameLen - next : 0) : kLaneBlock;
         float(*now)[kLanes8] = blocks[current];
         float(*later)[kLanes8] = blocks[current ^ 1];
+        if (ahead > 0)
+            xover.first(sample(next));
         for (int i = 0; i < m;) {
             f32x8 bands, x, e;
             m32x8 moved;
             bool search = false;
             for (; i < m; i++) {
-                if (i < ahead)
-                    eqdrc::store(later[i], xover.step(in0[next + i], in1[next + i]));
+                if (i + 1 < ahead)  // ahead <= m: only the last block is short
+                    eqdrc::store(later[i], xover.step(sample(next + i + 1)));
                 bands = eqdrc::load<f32x8>(now[i]);
                 x = bands * gain;
                 e = eqdrc::follow_envelope(x, env, attack, release);
@@ -468,6 +482,8 @@ void MultiBandDRCState::process_lanes_stereo(const float *const *in, float *cons
             finish(now[i], bands, x, e);
             i++;
         }
+        if (ahead > 0)
+            eqdrc::store(later[ahead - 1], xover.last());
         float *out0 = out[0] + start, *out1 = out[1] + start;
         for (int i = 0; i < m; i++) {
             out0[i] = lane_sum(now[i], 0, count[0]);
@@ -476,7 +492,7 @@ void MultiBandDRCState::process_lanes_stereo(const float *const *in, float *cons
         current ^= 1;
     }
 
-    xover.split(x0, x1);
+    xover.save(channels);
     x0.save(*crossover[0], 0);
     x1.save(*crossover[1], 0);
     save_lanes(0, 0, buf, env, smoothed);

@@ -81,7 +81,6 @@ void lane_plan(const CrossoverState &xover, Plan each)
 void CrossoverLanes::load(const CrossoverState &xover, int channel)
 {
     *this = CrossoverLanes{};
-    twoSections = mask(true, true, false, false);
     BiquadLanes *const banks[] = {&first, &second, &third, &fourth};
     lane_plan(xover, [&](const LanePlace &p) {
         const float *c = p.filter->coeffs + channel * LinkwitzRiley4::kCoeffStride;

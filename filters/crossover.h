@@ -52,76 +52,150 @@ struct LinkwitzRiley4 {
     }
 };
 
-// The bands of one channel of a crossover in lanes [low, high, band 2, band 3], for a
-// caller that runs whole frames: the filter memories stay in registers between
-// load() and save().  Each lane performs the operations of CrossoverState::process.
+// The sections of one channel of a crossover in lanes [low, high, band 2, band 3], taken
+// from the state for a caller that runs whole frames (SkewedCrossover below) and put
+// back after.
 struct CrossoverLanes {
     BiquadLanes first;   // every band's first section
     BiquadLanes second;  // every band's second section
     BiquadLanes third;   // lanes 2 and 3: the band-pass bands' low-pass sections
+                         // (the low and high bands end after two sections)
     BiquadLanes fourth;
     f32x4 z1[4], z2[4];
-    m32x4 twoSections;  // lanes 0 and 1: the low and high bands end after two sections
 
     // A band the state's mode does not run keeps zero coefficients; its lane is junk
     // the caller ignores.
     void load(const CrossoverState &xover, int channel);
     void save(CrossoverState &xover, int channel) const;
-
-    f32x4 step(float x)
-    {
-        const f32x4 in = splat(x);
-        const f32x4 a = biquad_step(first, z1[0], z2[0], in);
-        const f32x4 b = biquad_step(second, z1[1], z2[1], a);
-        const f32x4 c = biquad_step(third, z1[2], z2[2], b);
-        const f32x4 d = biquad_step(fourth, z1[3], z2[3], c);
-        return select(twoSections, b, d);
-    }
 };
+
+// A channel's bands take twelve sections a sample: two each for the low and high band,
+// four for each band-pass band.  The skewed form runs them in three banks of lanes:
+//   a: every band's first section       [low 1, high 1, band 2 1, band 3 1]
+//   b: every band's second section      [low 2, high 2, band 2 2, band 3 2]
+//   c: the band-pass bands' low-pass    [band 2 3, band 3 3, band 2 4, band 3 4]
+// where c's last two lanes take the sample before, fed by its first two lanes one step
+// earlier.  A step for sample i so gives the bands of sample i - 1.  V holds one channel
+// in four lanes or, in the AVX2 build, two channels in eight (channel 1 in lanes 4-7).
+// Each lane performs the operations of CrossoverState::process.
+template <class V>
+struct SkewedCrossover {
+    static constexpr int kChannels = sizeof(V) / sizeof(f32x4);
+    BiquadBank<V> a, b, c;
+    V za1, za2, zb1, zb2, zc1, zc2;
+    V lastB, lastC;  // the previous step's second and third banks
+    using Mask = decltype(greater(V{}, V{}));
+    Mask twoLanes;  // lanes 0 and 1 of each channel
+
+    explicit SkewedCrossover(const CrossoverLanes *const *channels)
+    {
+        for (int ch = 0; ch < kChannels; ch++) {
+            const CrossoverLanes &l = *channels[ch];
+            for (int i = 0; i < kLanes; i++) {
+                const int lane = ch * kLanes + i;
+                copy_lane(a, lane, l.first, i);
+                copy_lane(b, lane, l.second, i);
+                copy_lane(c, lane, i < 2 ? l.third : l.fourth, i < 2 ? i + 2 : i);
+                za1[lane] = l.z1[0][i];
+                za2[lane] = l.z2[0][i];
+                zb1[lane] = l.z1[1][i];
+                zb2[lane] = l.z2[1][i];
+                zc1[lane] = l.z1[i < 2 ? 2 : 3][i < 2 ? i + 2 : i];
+                zc2[lane] = l.z2[i < 2 ? 2 : 3][i < 2 ? i + 2 : i];
+            }
+        }
+        twoLanes = front_lanes();
+        lastB = lastC = V{};
+    }
+
+    // The memories back into each channel's lanes.
+    void save(CrossoverLanes *const *channels) const
+    {
+        for (int ch = 0; ch < kChannels; ch++) {
+            CrossoverLanes &l = *channels[ch];
+            for (int i = 0; i < kLanes; i++) {
+                const int lane = ch * kLanes + i;
+                l.z1[0][i] = za1[lane];
+                l.z2[0][i] = za2[lane];
+                l.z1[1][i] = zb1[lane];
+                l.z2[1][i] = zb2[lane];
+                l.z1[i < 2 ? 2 : 3][i < 2 ? i + 2 : i] = zc1[lane];
+                l.z2[i < 2 ? 2 : 3][i < 2 ? i + 2 : i] = zc2[lane];
+            }
+        }
+    }
+
+    // The first sample of a run: c's last lanes have no sample before it.
+    void first(V in)
+    {
+        const V keep1 = zc1, keep2 = zc2;
+        advance(in);
+        zc1 = select(twoLanes, zc1, keep1);
+        zc2 = select(twoLanes, zc2, keep2);
+    }
+
+    // Sample i in, the bands of sample i - 1 out.
+    V step(V in) { return advance(in); }
+
+    // The bands of the run's last sample: only c's last lanes work.
+    V last()
+    {
+        const V keep1 = zc1, keep2 = zc2;
+        const V outC = biquad_step(c, zc1, zc2, feed_c(lastB, lastC));
+        zc1 = select(twoLanes, keep1, zc1);
+        zc2 = select(twoLanes, keep2, zc2);
+        return select(twoLanes, lastB, outC);
+    }
+
+private:
+    V advance(V in)
+    {
+        const V outA = biquad_step(a, za1, za2, in);
+        const V outB = biquad_step(b, zb1, zb2, outA);
+        const V outC = biquad_step(c, zc1, zc2, feed_c(outB, lastC));
+        const V bands = select(twoLanes, lastB, outC);
+        lastB = outB;
+        lastC = outC;
+        return bands;
+    }
+
+    template <class Bank>
+    static void copy_lane(BiquadBank<V> &to, int lane, const Bank &from, int i)
+    {
+        to.b0[lane] = from.b0[i];
+        to.b1[lane] = from.b1[i];
+        to.b2[lane] = from.b2[i];
+        to.a1[lane] = from.a1[i];
+        to.a2[lane] = from.a2[i];
+    }
+    static Mask front_lanes();
+    // Per channel: c's first lanes take the band-pass bands' second sections of this
+    // sample, its last lanes its own first lanes of the step before.
+    static V feed_c(V second, V previousC);
+};
+
+template <>
+inline m32x4 SkewedCrossover<f32x4>::front_lanes()
+{
+    return mask(true, true, false, false);
+}
+template <>
+inline f32x4 SkewedCrossover<f32x4>::feed_c(f32x4 second, f32x4 previousC)
+{
+    return lanes(second[2], second[3], previousC[0], previousC[1]);
+}
 
 #if EQDRC_EIGHT_LANES
-// Two channels' CrossoverLanes side by side: channel 0 in lanes 0-3, channel 1 in 4-7.
-struct CrossoverLanes8 {
-    using Bank = BiquadBank<f32x8>;
-    Bank banks[4];
-    f32x8 z1[4], z2[4];
-    m32x8 twoSections;
-
-    CrossoverLanes8(const CrossoverLanes &l, const CrossoverLanes &r)
-    {
-        const BiquadLanes *left[] = {&l.first, &l.second, &l.third, &l.fourth};
-        const BiquadLanes *right[] = {&r.first, &r.second, &r.third, &r.fourth};
-        for (int k = 0; k < 4; k++) {
-            banks[k] = Bank{join(left[k]->b0, right[k]->b0), join(left[k]->b1, right[k]->b1),
-                            join(left[k]->b2, right[k]->b2), join(left[k]->a1, right[k]->a1),
-                            join(left[k]->a2, right[k]->a2)};
-            z1[k] = join(l.z1[k], r.z1[k]);
-            z2[k] = join(l.z2[k], r.z2[k]);
-        }
-        twoSections = join(l.twoSections, r.twoSections);
-    }
-
-    // The filter memories back into the two channels' lanes.
-    void split(CrossoverLanes &l, CrossoverLanes &r) const
-    {
-        for (int k = 0; k < 4; k++) {
-            l.z1[k] = low_half(z1[k]);
-            l.z2[k] = low_half(z2[k]);
-            r.z1[k] = high_half(z1[k]);
-            r.z2[k] = high_half(z2[k]);
-        }
-    }
-
-    f32x8 step(float left, float right)
-    {
-        const f32x8 in = join_splat(left, right);
-        const f32x8 a = biquad_step(banks[0], z1[0], z2[0], in);
-        const f32x8 b = biquad_step(banks[1], z1[1], z2[1], a);
-        const f32x8 c = biquad_step(banks[2], z1[2], z2[2], b);
-        const f32x8 d = biquad_step(banks[3], z1[3], z2[3], c);
-        return select(twoSections, b, d);
-    }
-};
+template <>
+inline m32x8 SkewedCrossover<f32x8>::front_lanes()
+{
+    return join(mask(true, true, false, false), mask(true, true, false, false));
+}
+template <>
+inline f32x8 SkewedCrossover<f32x8>::feed_c(f32x8 second, f32x8 previousC)
+{
+    return __builtin_shufflevector(second, previousC, 2, 3, 8, 9, 6, 7, 12, 13);
+}
 #endif
 
 }  // namespace eqdrc
