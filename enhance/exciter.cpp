@@ -1,6 +1,7 @@
 // Exciter.
 #include "enhance/exciter.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -15,6 +16,7 @@
 #include "filters/biquad.h"
 #include "filters/designer.h"
 #include "filters/paired_cascade.h"
+#include "filters/repeating_state.h"
 
 ExciterState *ExciterState::create(const float *section, int bitDepth, int sampleRate, int channels, int link)
 {
@@ -65,31 +67,119 @@ void ExciterState::design()
     }
 }
 
+namespace {
+
+// Silence is looked for in runs of at least this many samples; while it lasts, a few
+// samples are run one by one watching for a repeating state between blocks run as usual.
+constexpr int kWatchSteps = 2 * eqdrc::kMaxRepeatPeriod;
+constexpr int kBlockBetweenWatches = 64;
+
+}  // namespace
+
+float ExciterState::Channel::step(Memories &m, float sample) const
+{
+    const float x = sample / fullScale;
+    const float h = eqdrc::biquad_step(inputHigh, m.input, x);
+    const float s = soft_clip((h + offset) * drive);
+    const float z = eqdrc::biquad_step(outputHigh, m.output, s);
+    return (dry * x + wet * z) * fullScale;
+}
+
+ExciterState::Channel ExciterState::channel(int ch) const
+{
+    return {inputHighCoeffs + ch * eqdrc::kBiquadCoeffs,
+            outputHighCoeffs + ch * eqdrc::kBiquadCoeffs,
+            evenHarmonics[ch],
+            driveGain[ch],
+            1.0f - mix[ch],
+            mix[ch] * inverseDriveGain[ch],
+            fullScale};
+}
+
+ExciterState::Memories ExciterState::memories(int ch) const
+{
+    const float *zIn = inputHighState + ch * eqdrc::kBiquadState;
+    const float *zOut = outputHighState + ch * eqdrc::kBiquadState;
+    return {{zIn[0], zIn[1]}, {zOut[0], zOut[1]}};
+}
+
+void ExciterState::keep(int ch, const Memories &m)
+{
+    float *zIn = inputHighState + ch * eqdrc::kBiquadState;
+    float *zOut = outputHighState + ch * eqdrc::kBiquadState;
+    zIn[0] = m.input[0];
+    zIn[1] = m.input[1];
+    zOut[0] = m.output[0];
+    zOut[1] = m.output[1];
+}
+
 // Nothing here depends on frameLen beyond the caller's buffers, so any length is safe.
 void ExciterState::process(const float *const *in, float *const *out, int frameLen)
 {
     if (channels < 1 || frameLen < 1)
         return;
-    if (channels == 2 && eqdrc::pair_runs_as_sequence(in, out, frameLen)) {
-        process_pair(in, out, frameLen);
+    const bool pair = channels == 2 && eqdrc::pair_runs_as_sequence(in, out, frameLen);
+    if (!pair && !(channels == 1 && eqdrc::reads_stay_ahead(in[0], out[0], frameLen))) {
+        for (int ch = 0; ch < channels; ch++)
+            run_channel(ch, in[ch], out[ch], frameLen);
         return;
     }
-    for (int ch = 0; ch < channels; ch++) {
-        const float *cIn = inputHighCoeffs + ch * eqdrc::kBiquadCoeffs;
-        const float *cOut = outputHighCoeffs + ch * eqdrc::kBiquadCoeffs;
-        float *zIn = inputHighState + ch * eqdrc::kBiquadState;
-        float *zOut = outputHighState + ch * eqdrc::kBiquadState;
-        const float offset = evenHarmonics[ch], drive = driveGain[ch];
-        const float dry = 1.0f - mix[ch];
-        const float wet = mix[ch] * inverseDriveGain[ch];
-        for (int i = 0; i < frameLen; i++) {
-            const float x = in[ch][i] / fullScale;
-            const float h = eqdrc::biquad_step(cIn, zIn, x);
-            const float s = soft_clip((h + offset) * drive);
-            const float z = eqdrc::biquad_step(cOut, zOut, s);
-            out[ch][i] = (dry * x + wet * z) * fullScale;
+    // From here no output lands on an input not yet read, so the constant tail read now
+    // is what the samples will be.  On silence the input high-pass rings down into a
+    // fixed point or short cycle of denormals, and stays there: copied once it repeats.
+    int from = 0;
+    for (int ch = 0; ch < channels; ch++)
+        from = std::max(from, eqdrc::constant_tail_start(in[ch], frameLen));
+    if (frameLen - from < kWatchSteps)
+        from = frameLen;
+    float held[eqdrc::kExciterMaxChannels] = {};
+    for (int ch = 0; ch < channels && from < frameLen; ch++)
+        held[ch] = in[ch][from];
+    bool active[eqdrc::kExciterMaxChannels] = {true, true};
+    run(in, out, 0, from, active, pair);
+    for (int t = from; t < frameLen;) {
+        const int left = frameLen - t, watched = std::min(kWatchSteps, left);
+        for (int ch = 0; ch < channels; ch++) {
+            if (!active[ch])
+                continue;
+            const Channel c = channel(ch);
+            const float sample = held[ch];
+            Memories m = memories(ch);
+            if (eqdrc::run_until_repeating(m, [&](Memories &z) { return c.step(z, sample); }, out[ch] + t, watched,
+                                           left) == left)
+                active[ch] = false;
+            keep(ch, m);
         }
+        t += watched;
+        const int block = std::min(kBlockBetweenWatches, frameLen - t);
+        run(in, out, t, t + block, active, pair);
+        t += block;
     }
+}
+
+// Samples [from, to) of the active channels, both at once when the buffers allow it.
+void ExciterState::run(const float *const *in, float *const *out, int from, int to, const bool *active, bool pair)
+{
+    if (to <= from)
+        return;
+    if (pair && active[0] && active[1]) {
+        const float *const inPart[2] = {in[0] + from, in[1] + from};
+        float *const outPart[2] = {out[0] + from, out[1] + from};
+        process_pair(inPart, outPart, to - from);
+        return;
+    }
+    for (int ch = 0; ch < channels; ch++)
+        if (active[ch])
+            run_channel(ch, in[ch] + from, out[ch] + from, to - from);
+}
+
+void ExciterState::run_channel(int ch, const float *in, float *out, int n)
+{
+    const Channel c = channel(ch);
+    Memories m = memories(ch);
+    for (int i = 0; i < n; i++)
+        out[i] = c.step(m, in[i]);
+    keep(ch, m);
 }
 
 // Both channels at once in lanes [input filter 0, input filter 1, output filter 0,

@@ -67,6 +67,22 @@ struct ExciterState {
     }
 
 private:
+    // One channel's filter memories and the recursion that moves them a sample.
+    struct Memories {
+        float input[2];
+        float output[2];
+    };
+    struct Channel {
+        const float *inputHigh, *outputHigh;
+        float offset, drive, dry, wet, fullScale;
+        float step(Memories &m, float sample) const;
+    };
+    Channel channel(int ch) const;
+    Memories memories(int ch) const;
+    void keep(int ch, const Memories &m);
+
+    void run(const float *const *in, float *const *out, int from, int to, const bool *active, bool pair);
+    void run_channel(int ch, const float *in, float *out, int n);
     void process_pair(const float *const *in, float *const *out, int n);
     void read_section(const float *section);
     void design();

@@ -1,9 +1,12 @@
-// Exciter: dry/wet mix, the soft clipper, the drive law, retuning, read-back and misuse.
+// Exciter: dry/wet mix, the soft clipper, the drive law, silence tails, retuning,
+// read-back and misuse.
 #include <cmath>
 #include <limits>
 #include <vector>
 
+#include "core/mathf.h"
 #include "enhance/exciter.h"
+#include "filters/repeating_state.h"
 #include "support/test_support.h"
 
 namespace {
@@ -120,6 +123,97 @@ TEST(ExciterClipper, HeavyDriveBoundsTheWetPath)
 }
 
 // ---------------------------------------------------------------------------------
+
+// One channel sample by sample from the exported biquad: the form every faster path
+// must equal bit for bit.
+std::vector<float> reference_channel(const Section &sec, int ch, const std::vector<float> &in)
+{
+    const float *p = sec.w + 5 * ch;
+    float coeffs[5], zIn[4] = {}, zOut[4] = {};
+    filter_calculateCoeffs(coeffs, ButterworthHP, static_cast<float>(kFs), p[2], 0.0f, 0.0f);
+    const float drive = eqdrc::mathf::powf(eqdrc::mathf::kTen, p[1] + p[1]);
+    const float dry = 1.0f - p[3], wet = p[3] * (1.0f / drive);
+    std::vector<float> out;
+    for (float sample : in) {
+        const float x = sample / 32768.0f;
+        const float h = update_biquad_filter(coeffs, zIn, x);
+        const float z = update_biquad_filter(coeffs, zOut, ExciterState::soft_clip((h + p[0]) * drive));
+        out.push_back((dry * x + wet * z) * 32768.0f);
+    }
+    return out;
+}
+
+// Programme, a long hold of one value, programme again, a second hold: the filters
+// ring down into a repeating state during each hold and must leave it exactly.
+std::vector<float> bursts_and_holds(uint32_t seed, int holdStart, float held)
+{
+    std::vector<float> x(9000, held);
+    for (int i = 0; i < 9000; i++) {
+        seed = seed * 1664525u + 1013904223u;
+        if (i < holdStart || (i >= 6000 && i < 6500))
+            x[static_cast<size_t>(i)] = static_cast<float>(static_cast<int32_t>(seed) >> 17);
+    }
+    return x;
+}
+
+TEST(ExciterSilence, HoldsAreCopiedOnceTheyRepeatAndGiveTheRecursionsBits)
+{
+    // Offset 0.05 at 3 kHz settles in a denormal fixed point, offset 0 in a cycle of six;
+    // a held DC value settles in normal numbers.
+    const Section sections[] = {kReference, {0.0f, 0.3f, 3000.0f, 0.2f}, {0.3f, 0.8f, 1000.0f, 0.9f},
+                                {0.0f, 0.0f, 8000.0f, 0.5f}};
+    const float holds[] = {0.0f, -0.0f, 37.0f};
+    for (const Section &sec : sections)
+        for (float held : holds)
+            for (int channels = 1; channels <= 2; channels++)
+                for (int frameLen : {kFrame, 96, 17}) {
+                    SCOPED_TRACE(testing::Message() << "cutoff " << sec.w[2] << " offset " << sec.w[0] << " held "
+                                                    << held << " channels " << channels << " frame " << frameLen);
+                    const std::vector<float> in[2] = {bursts_and_holds(1, 900, held),
+                                                      bursts_and_holds(2, 950, held)};
+                    ExciterState *st = Exciter_Init(sec.w, 16, kFs, channels, 0);
+                    std::vector<float> got[2] = {in[0], in[1]};
+                    bool denormalHeld = false;
+                    for (int at = 0; at < 9000; at += frameLen) {
+                        const int n = std::min(frameLen, 9000 - at);
+                        float *buf[2] = {got[0].data() + at, got[1].data() + at};
+                        Exciter_Process(st, buf, buf, n);
+                        denormalHeld |= std::fpclassify(st->inputHighState[0]) == FP_SUBNORMAL;
+                    }
+                    for (int ch = 0; ch < channels; ch++)
+                        ASSERT_TRUE(eqdrc_test::same_bits(got[ch], reference_channel(sec, ch, in[ch])));
+                    if (held == 0.0f && sec.w[2] == 3000.0f)
+                        EXPECT_TRUE(denormalHeld);
+                    Exciter_Destroy(st);
+                }
+}
+
+TEST(ExciterSilence, RepeatsFillTheRestAndLeaveTheStateWhereTheStepsWould)
+{
+    // A counter modulo `period` from 0, with `wander` steps before it starts cycling.
+    struct Counter {
+        int k;
+    };
+    for (int period : {1, 2, 5, eqdrc::kMaxRepeatPeriod, eqdrc::kMaxRepeatPeriod + 1})
+        for (int wander : {0, 3, 20})
+            for (int total : {1, 7, 16, 40}) {
+                SCOPED_TRACE(testing::Message() << "period " << period << " wander " << wander << " total " << total);
+                const auto next = [&](int k) { return k < wander ? k + 1 : wander + (k - wander + 1) % period; };
+                Counter c{0};
+                std::vector<float> out(static_cast<size_t>(total), -1.0f);
+                const int steps = std::min(16, total);
+                const int written = eqdrc::run_until_repeating(
+                    c, [&](Counter &s) { return static_cast<float>(s.k = next(s.k)); }, out.data(), steps, total);
+                int k = 0;
+                for (int i = 0; i < written; i++)
+                    EXPECT_EQ(out[static_cast<size_t>(i)], static_cast<float>(k = next(k))) << i;
+                const bool repeats = period <= eqdrc::kMaxRepeatPeriod && wander + period < steps;
+                EXPECT_EQ(written, repeats ? total : steps);
+                EXPECT_EQ(c.k, k);
+            }
+    EXPECT_EQ(eqdrc::constant_tail_start(std::vector<float>{1.0f, 0.0f, -0.0f, 0.0f}.data(), 4), 3);
+    EXPECT_EQ(eqdrc::constant_tail_start(std::vector<float>{2.0f, 2.0f, 2.0f}.data(), 3), 0);
+}
 
 TEST(ExciterRetune, SetParaRestartsFromRest)
 {
