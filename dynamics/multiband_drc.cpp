@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <type_traits>
 
 #include "core/alloc.h"
 #include "core/log.h"
@@ -264,20 +265,30 @@ namespace {
 // Samples per block of the lane forms' passes.
 constexpr int kLaneBlock = 64;
 
-// A channel's output: its bands from lane `first` on, added in band order; band 3 joins
-// only at exactly four bands.
-template <class V>
-inline float lane_sum(const V &buf, int first, int count)
+// A channel's outputs over m samples: its bands from lane `first` on, added in band
+// order; band 3 joins only at exactly four bands.  The lane forms run one to four bands;
+// one loop per band count keeps the count out of the loop.
+template <int Lanes>
+inline void sum_bands(const float (*rows)[Lanes], int first, int count, float *out, int m)
 {
-    float sum = 0.0f;
-    sum = sum + buf[first];
-    if (count >= 2)
-        sum = sum + buf[first + 1];
-    if (count >= 3)
-        sum = sum + buf[first + 2];
-    if (count == 4)
-        sum = sum + buf[first + 3];
-    return sum;
+    switch (count) {
+    case 1:
+        for (int i = 0; i < m; i++)
+            out[i] = 0.0f + rows[i][first];
+        break;
+    case 2:
+        for (int i = 0; i < m; i++)
+            out[i] = (0.0f + rows[i][first]) + rows[i][first + 1];
+        break;
+    case 3:
+        for (int i = 0; i < m; i++)
+            out[i] = ((0.0f + rows[i][first]) + rows[i][first + 1]) + rows[i][first + 2];
+        break;
+    default:
+        for (int i = 0; i < m; i++)
+            out[i] = (((0.0f + rows[i][first]) + rows[i][first + 1]) + rows[i][first + 2]) + rows[i][first + 3];
+        break;
+    }
 }
 
 // One channel's per-band settings in lanes, and which lanes are bands and compress.
@@ -364,6 +375,51 @@ void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int fr
     eqdrc::CrossoverLanes *const channel[] = {&held};
     eqdrc::SkewedCrossover<f32x4> xover(channel);
     float block[kLaneBlock][eqdrc::kLanes];  // the crossover's bands, then the gained bands
+    // Every band compressing (the usual tuning) lets a sample skip the selects.
+    const bool everyLane = !eqdrc::any(~(l.bands & l.dynamic));
+
+    auto finish = [&](float *slot, f32x4 bands, f32x4 x, f32x4 e, auto everyLaneCompresses) {
+        const f32x4 g = eqdrc::smooth_gain(target, smoothed, l.attack, l.release);
+        if constexpr (decltype(everyLaneCompresses)::value) {
+            buf = x * g;
+            env = e;
+            smoothed = g;
+        } else {
+            buf = eqdrc::select(l.bands, eqdrc::select(l.dynamic, x * g, x), bands);
+            env = eqdrc::select(l.dynamic, e, env);
+            smoothed = eqdrc::select(l.dynamic, g, smoothed);
+        }
+        eqdrc::store(slot, buf);
+    };
+    // A sample whose envelope leaves its entry's interval leaves the inner loop for the
+    // search and re-enters it, so that loop makes no call and keeps its values in
+    // registers.
+    auto gains = [&](float(*rows)[eqdrc::kLanes], int m, auto everyLaneCompresses) {
+        for (int i = 0; i < m;) {
+            f32x4 bands, x, e;
+            m32x4 moved;
+            bool search = false;
+            for (; i < m; i++) {
+                bands = eqdrc::load(rows[i]);
+                x = bands * l.gain;
+                e = eqdrc::follow_envelope(x, env, l.attack, l.release);
+                moved = (eqdrc::greater_equal(e, high) | ~eqdrc::greater_equal(e, low)) & l.dynamic;
+                if (eqdrc::any(moved)) {
+                    search = true;
+                    break;
+                }
+                finish(rows[i], bands, x, e, everyLaneCompresses);
+            }
+            if (!search)
+                break;
+            for (int b = 0; b < count; b++) {
+                if (moved[b])
+                    find_entry(c, b, b, e[b], low, high, target);
+            }
+            finish(rows[i], bands, x, e, everyLaneCompresses);
+            i++;
+        }
+    };
 
     for (int start = 0; start < frameLen; start += kLaneBlock) {
         const int m = frameLen - start < kLaneBlock ? frameLen - start : kLaneBlock;
@@ -371,25 +427,11 @@ void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int fr
         for (int i = 1; i < m; i++)
             eqdrc::store(block[i - 1], xover.step(eqdrc::splat(in[start + i])));
         eqdrc::store(block[m - 1], xover.last());
-        for (int i = 0; i < m; i++) {
-            const f32x4 bands = eqdrc::load(block[i]);
-            const f32x4 x = bands * l.gain;
-            const f32x4 e = eqdrc::follow_envelope(x, env, l.attack, l.release);
-            const m32x4 moved = (eqdrc::greater_equal(e, high) | ~eqdrc::greater_equal(e, low)) & l.dynamic;
-            if (eqdrc::any(moved)) {
-                for (int b = 0; b < count; b++) {
-                    if (moved[b])
-                        find_entry(c, b, b, e[b], low, high, target);
-                }
-            }
-            const f32x4 g = eqdrc::smooth_gain(target, smoothed, l.attack, l.release);
-            buf = eqdrc::select(l.bands, eqdrc::select(l.dynamic, x * g, x), bands);
-            env = eqdrc::select(l.dynamic, e, env);
-            smoothed = eqdrc::select(l.dynamic, g, smoothed);
-            eqdrc::store(block[i], buf);
-        }
-        for (int i = 0; i < m; i++)
-            out[start + i] = lane_sum(block[i], 0, count);
+        if (everyLane)
+            gains(block, m, std::true_type{});
+        else
+            gains(block, m, std::false_type{});
+        sum_bands(block, 0, count, out + start, m);
     }
 
     xover.save(channel);
@@ -430,11 +472,20 @@ void MultiBandDRCState::process_lanes_stereo(const float *const *in, float *cons
     float blocks[2][kLaneBlock][kLanes8];
     const float *in0 = in[0], *in1 = in[1];
 
-    auto finish = [&](float *slot, f32x8 bands, f32x8 x, f32x8 e) {
+    // Every band compressing (the usual tuning) lets a sample skip the selects.
+    const bool everyLane = !eqdrc::any(~(bandLanes & dynamic));
+
+    auto finish = [&](float *slot, f32x8 bands, f32x8 x, f32x8 e, auto everyLaneCompresses) {
         const f32x8 g = eqdrc::smooth_gain(target, smoothed, attack, release);
-        buf = eqdrc::select(bandLanes, eqdrc::select(dynamic, x * g, x), bands);
-        env = eqdrc::select(dynamic, e, env);
-        smoothed = eqdrc::select(dynamic, g, smoothed);
+        if constexpr (decltype(everyLaneCompresses)::value) {
+            buf = x * g;
+            env = e;
+            smoothed = g;
+        } else {
+            buf = eqdrc::select(bandLanes, eqdrc::select(dynamic, x * g, x), bands);
+            env = eqdrc::select(dynamic, e, env);
+            smoothed = eqdrc::select(dynamic, g, smoothed);
+        }
         eqdrc::store(slot, buf);
     };
 
@@ -455,40 +506,43 @@ void MultiBandDRCState::process_lanes_stereo(const float *const *in, float *cons
         float(*later)[kLanes8] = blocks[current ^ 1];
         if (ahead > 0)
             xover.first(sample(next));
-        for (int i = 0; i < m;) {
-            f32x8 bands, x, e;
-            m32x8 moved;
-            bool search = false;
-            for (; i < m; i++) {
-                if (i + 1 < ahead)  // ahead <= m: only the last block is short
-                    eqdrc::store(later[i], xover.step(sample(next + i + 1)));
-                bands = eqdrc::load<f32x8>(now[i]);
-                x = bands * gain;
-                e = eqdrc::follow_envelope(x, env, attack, release);
-                moved = (eqdrc::greater_equal(e, high) | ~eqdrc::greater_equal(e, low)) & dynamic;
-                if (eqdrc::any(moved)) {
-                    search = true;
-                    break;
+        auto gains = [&](auto everyLaneCompresses) {
+            for (int i = 0; i < m;) {
+                f32x8 bands, x, e;
+                m32x8 moved;
+                bool search = false;
+                for (; i < m; i++) {
+                    if (i + 1 < ahead)  // ahead <= m: only the last block is short
+                        eqdrc::store(later[i], xover.step(sample(next + i + 1)));
+                    bands = eqdrc::load<f32x8>(now[i]);
+                    x = bands * gain;
+                    e = eqdrc::follow_envelope(x, env, attack, release);
+                    moved = (eqdrc::greater_equal(e, high) | ~eqdrc::greater_equal(e, low)) & dynamic;
+                    if (eqdrc::any(moved)) {
+                        search = true;
+                        break;
+                    }
+                    finish(now[i], bands, x, e, everyLaneCompresses);
                 }
-                finish(now[i], bands, x, e);
+                if (!search)
+                    break;
+                for (int lane = 0; lane < kLanes8; lane++) {
+                    const int c = lane / kDrcSlotsPerChannel, b = lane % kDrcSlotsPerChannel;
+                    if (b < count[c] && moved[lane])
+                        find_entry(c, b, lane, e[lane], low, high, target);
+                }
+                finish(now[i], bands, x, e, everyLaneCompresses);
+                i++;
             }
-            if (!search)
-                break;
-            for (int lane = 0; lane < kLanes8; lane++) {
-                const int c = lane / kDrcSlotsPerChannel, b = lane % kDrcSlotsPerChannel;
-                if (b < count[c] && moved[lane])
-                    find_entry(c, b, lane, e[lane], low, high, target);
-            }
-            finish(now[i], bands, x, e);
-            i++;
-        }
+        };
+        if (everyLane)
+            gains(std::true_type{});
+        else
+            gains(std::false_type{});
         if (ahead > 0)
             eqdrc::store(later[ahead - 1], xover.last());
-        float *out0 = out[0] + start, *out1 = out[1] + start;
-        for (int i = 0; i < m; i++) {
-            out0[i] = lane_sum(now[i], 0, count[0]);
-            out1[i] = lane_sum(now[i], kDrcSlotsPerChannel, count[1]);
-        }
+        sum_bands(now, 0, count[0], out[0] + start, m);
+        sum_bands(now, kDrcSlotsPerChannel, count[1], out[1] + start, m);
         current ^= 1;
     }
 
