@@ -172,8 +172,15 @@ void eqdrc::LoudnessMeter::add_stereo_frames(const float *const *in, int frameLe
     if (slot[1] >= ringSize)
         slot[1] -= ringSize;
     float sum[2] = {channelSums[0], channelSums[1]};
-    for (int start = 0; start < frameLen; start += kChunk) {
-        const int m = frameLen - start < kChunk ? frameLen - start : kChunk;
+    const bool apart = ringSize >= 2 * frameLen;
+    for (int start = 0, m = 0; start < frameLen; start += m) {
+        m = frameLen - start < kChunk ? frameLen - start : kChunk;
+        if (apart) {
+            // A chunk ends where either channel's slots reach the ring's end, so that the
+            // sums below index the ring without wrapping.
+            for (int ch = 0; ch < 2; ch++)
+                m = ringSize - slot[ch] < m ? ringSize - slot[ch] : m;
+        }
         for (int ch = 0; ch < 2; ch++) {
             const float *from = in[ch] + start;
             int i = 0;
@@ -182,21 +189,22 @@ void eqdrc::LoudnessMeter::add_stereo_frames(const float *const *in, int frameLe
             for (; i < m; i++)
                 scaled[ch][i] = from[i] / divisor;
         }
-        if (ringSize >= 2 * frameLen) {
+        if (apart) {
             // The two channels' slots of this call are apart, so their sums run side by
             // side, each in its own order, as the weighted samples leave the filters.
+            float *ring0 = energyRing + slot[0], *ring1 = energyRing + slot[1];
             eqdrc::skew::SkewedCascade<eqdrc::f32x4, kSectionsPerChannel>().run(
-                sections, x, m, [&](int, float w0, float w1) {
+                sections, x, m, [&](int i, float w0, float w1) {
                     const float e0 = w0 * w0, e1 = w1 * w1;
-                    sum[0] = sum[0] - energyRing[slot[0]];
-                    sum[1] = sum[1] - energyRing[slot[1]];
+                    sum[0] = sum[0] - ring0[i];
+                    sum[1] = sum[1] - ring1[i];
                     sum[0] = sum[0] + e0;
                     sum[1] = sum[1] + e1;
-                    energyRing[slot[0]] = e0;
-                    energyRing[slot[1]] = e1;
-                    slot[0] = slot[0] + 1 == ringSize ? 0 : slot[0] + 1;
-                    slot[1] = slot[1] + 1 == ringSize ? 0 : slot[1] + 1;
+                    ring0[i] = e0;
+                    ring1[i] = e1;
                 });
+            for (int ch = 0; ch < 2; ch++)
+                slot[ch] = slot[ch] + m == ringSize ? 0 : slot[ch] + m;
             continue;
         }
         eqdrc::run_paired_cascade(sections, x, y, m);
