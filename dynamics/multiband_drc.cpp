@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <type_traits>
 
 #include "core/alloc.h"
 #include "core/log.h"
@@ -314,6 +313,72 @@ LaneSettings lane_settings(const MultiBandDRCState &st, int c)
     return l;
 }
 
+// The envelopes and gains of the bands in lanes of V, each lane performing the
+// operations of the loop above.  A lane keeps its current table entry's detector interval
+// [low, high) and gain (target); NaN bounds make the first sample search.
+template <class V, class M>
+struct LaneGains {
+    V gain, attack, release;
+    M bands, dynamic;
+    V env, smoothed, buf;
+    V low, high, target;
+
+    // Every band compressing (the usual tuning) lets a sample skip the selects.
+    bool every_lane_compresses() const { return !eqdrc::any(~(bands & dynamic)); }
+
+    // Gains rows[0, m) in place, calling before(i) first for each sample.  A sample whose
+    // envelope leaves its entry's interval leaves the inner loop for search(moved, e, low,
+    // high, target), which sets those lanes' entries, and re-enters it, so that loop makes
+    // no call.  The loop works on local copies, which stay in registers: the rows it
+    // stores to could otherwise be the members it reads.
+    template <bool EveryLane, int W, class Before, class Search>
+    void run(float (*rows)[W], int m, Before &&before, Search &&search)
+    {
+        V env_ = env, smoothed_ = smoothed, buf_ = buf, low_ = low, high_ = high, target_ = target;
+        auto finish = [&](float *row, V in, V x, V e) {
+            const V g = eqdrc::smooth_gain(target_, smoothed_, attack, release);
+            if constexpr (EveryLane) {
+                buf_ = x * g;
+                env_ = e;
+                smoothed_ = g;
+            } else {
+                buf_ = eqdrc::select(bands, eqdrc::select(dynamic, x * g, x), in);
+                env_ = eqdrc::select(dynamic, e, env_);
+                smoothed_ = eqdrc::select(dynamic, g, smoothed_);
+            }
+            eqdrc::store(row, buf_);
+        };
+        for (int i = 0; i < m;) {
+            V in, x, e;
+            M moved;
+            bool leaves = false;
+            for (; i < m; i++) {
+                before(i);
+                in = eqdrc::load<V>(rows[i]);
+                x = in * gain;
+                e = eqdrc::follow_envelope(x, env_, attack, release);
+                moved = (eqdrc::greater_equal(e, high_) | ~eqdrc::greater_equal(e, low_)) & dynamic;
+                if (eqdrc::any(moved)) {
+                    leaves = true;
+                    break;
+                }
+                finish(rows[i], in, x, e);
+            }
+            if (!leaves)
+                break;
+            search(moved, e, low_, high_, target_);
+            finish(rows[i], in, x, e);
+            i++;
+        }
+        env = env_;
+        smoothed = smoothed_;
+        buf = buf_;
+        low = low_;
+        high = high_;
+        target = target_;
+    }
+};
+
 }  // namespace
 
 // Lane `lane` holds band b of channel c: its table entry for the envelope value e, from
@@ -361,63 +426,31 @@ inline void MultiBandDRCState::save_lanes(int c, int first, const V &buf, const 
 void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int frameLen)
 {
     using eqdrc::f32x4;
-    using eqdrc::m32x4;
     const int count = bandCount[c];
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const LaneSettings l = lane_settings(*this, c);
-    f32x4 env = eqdrc::load(envelope[c]), smoothed = eqdrc::load(smoothedGain[c]);
-    f32x4 buf = eqdrc::load(bandBuf[c]);
-    // The current entry's detector interval [low, high) and gain per lane; NaN bounds
-    // make the first sample search.
-    f32x4 low = eqdrc::splat(nan), high = eqdrc::splat(nan), target = eqdrc::splat(0.0f);
+    LaneGains<f32x4, eqdrc::m32x4> lanes{l.gain,
+                                         l.attack,
+                                         l.release,
+                                         l.bands,
+                                         l.dynamic,
+                                         eqdrc::load(envelope[c]),
+                                         eqdrc::load(smoothedGain[c]),
+                                         eqdrc::load(bandBuf[c]),
+                                         eqdrc::splat(nan),
+                                         eqdrc::splat(nan),
+                                         eqdrc::splat(0.0f)};
+    const bool everyLane = lanes.every_lane_compresses();
     eqdrc::CrossoverLanes held;
     held.load(*crossover[c], 0);
     eqdrc::CrossoverLanes *const channel[] = {&held};
     eqdrc::SkewedCrossover<f32x4> xover(channel);
     float block[kLaneBlock][eqdrc::kLanes];  // the crossover's bands, then the gained bands
-    // Every band compressing (the usual tuning) lets a sample skip the selects.
-    const bool everyLane = !eqdrc::any(~(l.bands & l.dynamic));
-
-    auto finish = [&](float *slot, f32x4 bands, f32x4 x, f32x4 e, auto everyLaneCompresses) {
-        const f32x4 g = eqdrc::smooth_gain(target, smoothed, l.attack, l.release);
-        if constexpr (decltype(everyLaneCompresses)::value) {
-            buf = x * g;
-            env = e;
-            smoothed = g;
-        } else {
-            buf = eqdrc::select(l.bands, eqdrc::select(l.dynamic, x * g, x), bands);
-            env = eqdrc::select(l.dynamic, e, env);
-            smoothed = eqdrc::select(l.dynamic, g, smoothed);
-        }
-        eqdrc::store(slot, buf);
-    };
-    // A sample whose envelope leaves its entry's interval leaves the inner loop for the
-    // search and re-enters it, so that loop makes no call and keeps its values in
-    // registers.
-    auto gains = [&](float(*rows)[eqdrc::kLanes], int m, auto everyLaneCompresses) {
-        for (int i = 0; i < m;) {
-            f32x4 bands, x, e;
-            m32x4 moved;
-            bool search = false;
-            for (; i < m; i++) {
-                bands = eqdrc::load(rows[i]);
-                x = bands * l.gain;
-                e = eqdrc::follow_envelope(x, env, l.attack, l.release);
-                moved = (eqdrc::greater_equal(e, high) | ~eqdrc::greater_equal(e, low)) & l.dynamic;
-                if (eqdrc::any(moved)) {
-                    search = true;
-                    break;
-                }
-                finish(rows[i], bands, x, e, everyLaneCompresses);
-            }
-            if (!search)
-                break;
-            for (int b = 0; b < count; b++) {
-                if (moved[b])
-                    find_entry(c, b, b, e[b], low, high, target);
-            }
-            finish(rows[i], bands, x, e, everyLaneCompresses);
-            i++;
+    auto nothing = [](int) {};
+    auto search = [&](eqdrc::m32x4 moved, f32x4 e, f32x4 &low, f32x4 &high, f32x4 &target) {
+        for (int b = 0; b < count; b++) {
+            if (moved[b])
+                find_entry(c, b, b, e[b], low, high, target);
         }
     };
 
@@ -428,40 +461,44 @@ void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int fr
             eqdrc::store(block[i - 1], xover.step(eqdrc::splat(in[start + i])));
         eqdrc::store(block[m - 1], xover.last());
         if (everyLane)
-            gains(block, m, std::true_type{});
+            lanes.run<true>(block, m, nothing, search);
         else
-            gains(block, m, std::false_type{});
+            lanes.run<false>(block, m, nothing, search);
         sum_bands(block, 0, count, out + start, m);
     }
 
     xover.save(channel);
     held.save(*crossover[c], 0);
-    save_lanes(c, 0, buf, env, smoothed);
+    save_lanes(c, 0, lanes.buf, lanes.env, lanes.smoothed);
 }
 
 #if EQDRC_EIGHT_LANES
 // Both channels at once in eight lanes, channel 0's bands in lanes 0-3 and channel 1's
 // in lanes 4-7, each lane performing the operations of process_lanes.  The crossover runs
 // a block ahead of the envelopes and gains, in the same loop: two independent chains per
-// sample that the pipeline overlaps.  A sample whose envelope leaves its entry's interval
-// leaves that loop for the search and re-enters it, so the loop itself makes no call and
-// keeps its values in registers.  The band sums follow per block.  A block is read before
-// the block before it is written, which the caller's buffers allow (reads_stay_ahead).
+// sample that the pipeline overlaps (LaneGains::run).  The band sums follow per block.  A
+// block is read before the block before it is written, which the caller's buffers allow
+// (reads_stay_ahead).
 void MultiBandDRCState::process_lanes_stereo(const float *const *in, float *const *out, int frameLen)
 {
     using eqdrc::f32x8;
     using eqdrc::join;
-    using eqdrc::m32x8;
     constexpr int kLanes8 = 2 * kDrcSlotsPerChannel;
     const int count[2] = {bandCount[0], bandCount[1]};
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const LaneSettings l = lane_settings(*this, 0), r = lane_settings(*this, 1);
-    const f32x8 gain = join(l.gain, r.gain), attack = join(l.attack, r.attack), release = join(l.release, r.release);
-    const m32x8 bandLanes = join(l.bands, r.bands), dynamic = join(l.dynamic, r.dynamic);
-    f32x8 env = join(eqdrc::load(envelope[0]), eqdrc::load(envelope[1]));
-    f32x8 smoothed = join(eqdrc::load(smoothedGain[0]), eqdrc::load(smoothedGain[1]));
-    f32x8 buf = join(eqdrc::load(bandBuf[0]), eqdrc::load(bandBuf[1]));
-    f32x8 low = eqdrc::splat8(nan), high = eqdrc::splat8(nan), target = eqdrc::splat8(0.0f);
+    LaneGains<f32x8, eqdrc::m32x8> lanes{join(l.gain, r.gain),
+                                         join(l.attack, r.attack),
+                                         join(l.release, r.release),
+                                         join(l.bands, r.bands),
+                                         join(l.dynamic, r.dynamic),
+                                         join(eqdrc::load(envelope[0]), eqdrc::load(envelope[1])),
+                                         join(eqdrc::load(smoothedGain[0]), eqdrc::load(smoothedGain[1])),
+                                         join(eqdrc::load(bandBuf[0]), eqdrc::load(bandBuf[1])),
+                                         eqdrc::splat8(nan),
+                                         eqdrc::splat8(nan),
+                                         eqdrc::splat8(0.0f)};
+    const bool everyLane = lanes.every_lane_compresses();
     eqdrc::CrossoverLanes x0, x1;
     x0.load(*crossover[0], 0);
     x1.load(*crossover[1], 0);
@@ -471,22 +508,12 @@ void MultiBandDRCState::process_lanes_stereo(const float *const *in, float *cons
     // replaced by its gained bands.
     float blocks[2][kLaneBlock][kLanes8];
     const float *in0 = in[0], *in1 = in[1];
-
-    // Every band compressing (the usual tuning) lets a sample skip the selects.
-    const bool everyLane = !eqdrc::any(~(bandLanes & dynamic));
-
-    auto finish = [&](float *slot, f32x8 bands, f32x8 x, f32x8 e, auto everyLaneCompresses) {
-        const f32x8 g = eqdrc::smooth_gain(target, smoothed, attack, release);
-        if constexpr (decltype(everyLaneCompresses)::value) {
-            buf = x * g;
-            env = e;
-            smoothed = g;
-        } else {
-            buf = eqdrc::select(bandLanes, eqdrc::select(dynamic, x * g, x), bands);
-            env = eqdrc::select(dynamic, e, env);
-            smoothed = eqdrc::select(dynamic, g, smoothed);
+    auto search = [&](eqdrc::m32x8 moved, f32x8 e, f32x8 &low, f32x8 &high, f32x8 &target) {
+        for (int lane = 0; lane < kLanes8; lane++) {
+            const int c = lane / kDrcSlotsPerChannel, b = lane % kDrcSlotsPerChannel;
+            if (b < count[c] && moved[lane])
+                find_entry(c, b, lane, e[lane], low, high, target);
         }
-        eqdrc::store(slot, buf);
     };
 
     // The skewed crossover gives a sample's bands one step later: each block starts with
@@ -506,39 +533,14 @@ void MultiBandDRCState::process_lanes_stereo(const float *const *in, float *cons
         float(*later)[kLanes8] = blocks[current ^ 1];
         if (ahead > 0)
             xover.first(sample(next));
-        auto gains = [&](auto everyLaneCompresses) {
-            for (int i = 0; i < m;) {
-                f32x8 bands, x, e;
-                m32x8 moved;
-                bool search = false;
-                for (; i < m; i++) {
-                    if (i + 1 < ahead)  // ahead <= m: only the last block is short
-                        eqdrc::store(later[i], xover.step(sample(next + i + 1)));
-                    bands = eqdrc::load<f32x8>(now[i]);
-                    x = bands * gain;
-                    e = eqdrc::follow_envelope(x, env, attack, release);
-                    moved = (eqdrc::greater_equal(e, high) | ~eqdrc::greater_equal(e, low)) & dynamic;
-                    if (eqdrc::any(moved)) {
-                        search = true;
-                        break;
-                    }
-                    finish(now[i], bands, x, e, everyLaneCompresses);
-                }
-                if (!search)
-                    break;
-                for (int lane = 0; lane < kLanes8; lane++) {
-                    const int c = lane / kDrcSlotsPerChannel, b = lane % kDrcSlotsPerChannel;
-                    if (b < count[c] && moved[lane])
-                        find_entry(c, b, lane, e[lane], low, high, target);
-                }
-                finish(now[i], bands, x, e, everyLaneCompresses);
-                i++;
-            }
+        auto crossoverAhead = [&](int i) {
+            if (i + 1 < ahead)  // ahead <= m: only the last block is short
+                eqdrc::store(later[i], xover.step(sample(next + i + 1)));
         };
         if (everyLane)
-            gains(std::true_type{});
+            lanes.run<true>(now, m, crossoverAhead, search);
         else
-            gains(std::false_type{});
+            lanes.run<false>(now, m, crossoverAhead, search);
         if (ahead > 0)
             eqdrc::store(later[ahead - 1], xover.last());
         sum_bands(now, 0, count[0], out[0] + start, m);
@@ -549,8 +551,8 @@ void MultiBandDRCState::process_lanes_stereo(const float *const *in, float *cons
     xover.save(channels);
     x0.save(*crossover[0], 0);
     x1.save(*crossover[1], 0);
-    save_lanes(0, 0, buf, env, smoothed);
-    save_lanes(1, kDrcSlotsPerChannel, buf, env, smoothed);
+    save_lanes(0, 0, lanes.buf, lanes.env, lanes.smoothed);
+    save_lanes(1, kDrcSlotsPerChannel, lanes.buf, lanes.env, lanes.smoothed);
 }
 #endif
 

@@ -32,7 +32,7 @@ inline float follow_envelope(float x, float env, float attackDecay, float releas
 // operations as picking the decay first, but the comparison is off the path from one
 // sample's envelope to the next.
 template <class V>
-inline V follow_envelope(V x, V env, V attackDecay, V releaseDecay)
+EQDRC_LANE_INLINE V follow_envelope(V x, V env, V attackDecay, V releaseDecay)
 {
     const V one = broadcast<V>(1.0f), level = abs(x);
     const V attack = (one - attackDecay) * level + attackDecay * env;
@@ -50,7 +50,7 @@ inline float smooth_gain(float target, float gain, float attackDecay, float rele
 
 // Both decays' results, as for follow_envelope.
 template <class V>
-inline V smooth_gain(V target, V gain, V attackDecay, V releaseDecay)
+EQDRC_LANE_INLINE V smooth_gain(V target, V gain, V attackDecay, V releaseDecay)
 {
     const V one = broadcast<V>(1.0f);
     const V attack = attackDecay * gain + (one - attackDecay) * target;

@@ -50,7 +50,7 @@ using BiquadLanes = BiquadBank<f32x4>;
 // biquad_step in every lane of a bank of four (or eight) sections: the same operations
 // in the same order.
 template <class Bank, class V>
-inline V biquad_step(const Bank &c, V &z1, V &z2, V x)
+EQDRC_LANE_INLINE V biquad_step(const Bank &c, V &z1, V &z2, V x)
 {
     const V y = z1 + c.b0 * x;
     z1 = z2 + (c.b1 * x - c.a1 * y);

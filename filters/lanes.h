@@ -28,6 +28,15 @@
 #include <arm_neon.h>
 #endif
 
+// The per-sample lane helpers (a biquad step, the smoothers) are forced inline: with
+// scalar lanes the compiler would otherwise call them and pass their lanes through
+// memory, several times slower.
+#if defined(__GNUC__)
+#define EQDRC_LANE_INLINE inline __attribute__((always_inline))
+#else
+#define EQDRC_LANE_INLINE inline
+#endif
+
 namespace eqdrc {
 
 constexpr int kLanes = 4;
