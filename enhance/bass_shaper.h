@@ -53,7 +53,7 @@ struct BassShaper {
     // shape() of consecutive samples in lanes: both branches with the same operations,
     // the taken one selected.
     template <class V>
-    V shape_lanes(V y) const
+    EQDRC_LANE_INLINE V shape_lanes(V y) const
     {
         const V flush = broadcast<V>(kBassFlush), zero = broadcast<V>(0.0f);
         auto root = [&](V v) {

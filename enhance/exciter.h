@@ -58,7 +58,7 @@ struct ExciterState {
         return -1.0f;
     }
     // The same in every lane.
-    static eqdrc::f32x4 soft_clip(eqdrc::f32x4 v)
+    EQDRC_LANE_INLINE static eqdrc::f32x4 soft_clip(eqdrc::f32x4 v)
     {
         const eqdrc::f32x4 one = eqdrc::splat(1.0f), minusOne = eqdrc::splat(-1.0f);
         const eqdrc::f32x4 cubic = (eqdrc::splat(1.5f) - (v * eqdrc::splat(0.5f)) * v) * v;

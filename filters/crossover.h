@@ -148,7 +148,7 @@ struct SkewedCrossover {
     }
 
 private:
-    V advance(V in)
+    EQDRC_LANE_INLINE V advance(V in)
     {
         const V outA = biquad_step(a, za1, za2, in);
         const V outB = biquad_step(b, zb1, zb2, outA);

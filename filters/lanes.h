@@ -28,10 +28,11 @@
 #include <arm_neon.h>
 #endif
 
-// The per-sample lane helpers (a biquad step, the smoothers) are forced inline: with
-// scalar lanes the compiler would otherwise call them and pass their lanes through
-// memory, several times slower.
-#if defined(__GNUC__)
+// The per-sample lane helpers (a biquad step, the smoothers, a cascade's or crossover's
+// step, the shapers) are forced inline where lanes are scalar: the compiler would
+// otherwise call them and pass their lanes through memory, several times slower.  Vector
+// lanes leave the choice to the compiler, which inlines them where they pay.
+#if EQDRC_SCALAR_LANES && defined(__GNUC__)
 #define EQDRC_LANE_INLINE inline __attribute__((always_inline))
 #else
 #define EQDRC_LANE_INLINE inline

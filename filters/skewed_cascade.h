@@ -118,7 +118,7 @@ struct SkewedCascade {
     // zero for finite input) and its result is dropped: a group's output is taken after
     // its last section, or is its input when it has none.  Choosing after the whole
     // cascade keeps the choices off the path from one step to the next.
-    V step(V v)
+    EQDRC_LANE_INLINE V step(V v)
     {
         const V in = v;
         V w[H];
