@@ -254,8 +254,8 @@ TEST(MathfSymmetry, SincosIsSinAndCos)
     });
 }
 
-// The platform's functions are the reference only on x86-64 glibc 2.36 with FMA (its
-// FMA variants are the ones the outputs were made with); elsewhere this is skipped.
+// The platform's functions give the library's bits only on x86-64 glibc 2.36 with FMA
+// (its FMA variants are the reference); elsewhere this comparison is skipped.
 bool platform_is_reference()
 {
 #if defined(__x86_64__) && defined(__GLIBC__)

@@ -213,8 +213,8 @@ GstBuffer *next_frame(GstEqdrc *self)
     Stream &s = *self->stream;
     const size_t frameLength = static_cast<size_t>(s.frameLength);
     const size_t channels = static_cast<size_t>(s.channels);
-    // At most one frame at a time, and only while no frame waits: the chain's output FIFO
-    // then always has room.
+    // At most one frame at a time, and only while no frame waits, so that the chain's
+    // output FIFO has room for every frame it is given.
     while (s.frames->readable() < frameLength && s.inputLeft > 0) {
         const size_t chunk = std::min(s.inputLeft, frameLength);
         s.fade.push_dry(s.inputNext, chunk);

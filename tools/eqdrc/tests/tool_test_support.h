@@ -1,5 +1,5 @@
-// Helpers shared by the eqdrc tests: scratch folders and running the tool. Capturing the
-// library's log and its required leaks come from the library tests' support.
+// Helpers shared by the eqdrc tests: scratch folders and running the tool. The library's
+// log capture and its deliberate leaks are handled by the library tests' support.
 #ifndef EQDRC_TOOL_TEST_SUPPORT_H
 #define EQDRC_TOOL_TEST_SUPPORT_H
 
