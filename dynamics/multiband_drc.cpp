@@ -323,16 +323,23 @@ struct LaneGains {
     V env, smoothed, buf;
     V low, high, target;
 
-    // Every band compressing (the usual tuning) lets a sample skip the selects.
-    bool every_lane_compresses() const { return !eqdrc::any(~(bands & dynamic)); }
-
     // Gains rows[0, m) in place, calling before(i) first for each sample.  A sample whose
     // envelope leaves its entry's interval leaves the inner loop for search(moved, e, low,
     // high, target), which sets those lanes' entries, and re-enters it, so that loop makes
-    // no call.  The loop works on local copies, which stay in registers: the rows it
-    // stores to could otherwise be the members it reads.
-    template <bool EveryLane, int W, class Before, class Search>
+    // no call.  Every band compressing (the usual tuning) lets a sample skip the selects.
+    template <int W, class Before, class Search>
     void run(float (*rows)[W], int m, Before &&before, Search &&search)
+    {
+        if (!eqdrc::any(~(bands & dynamic)))
+            run_as<true>(rows, m, before, search);
+        else
+            run_as<false>(rows, m, before, search);
+    }
+
+    // The loop works on local copies, which stay in registers: the rows it stores to
+    // could otherwise be the members it reads.
+    template <bool EveryLane, int W, class Before, class Search>
+    void run_as(float (*rows)[W], int m, Before &before, Search &search)
     {
         V env_ = env, smoothed_ = smoothed, buf_ = buf, low_ = low, high_ = high, target_ = target;
         auto finish = [&](float *row, V in, V x, V e) {
@@ -440,7 +447,6 @@ void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int fr
                                          eqdrc::splat(nan),
                                          eqdrc::splat(nan),
                                          eqdrc::splat(0.0f)};
-    const bool everyLane = lanes.every_lane_compresses();
     eqdrc::CrossoverLanes held;
     held.load(*crossover[c], 0);
     eqdrc::CrossoverLanes *const channel[] = {&held};
@@ -460,10 +466,7 @@ void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int fr
         for (int i = 1; i < m; i++)
             eqdrc::store(block[i - 1], xover.step(eqdrc::splat(in[start + i])));
         eqdrc::store(block[m - 1], xover.last());
-        if (everyLane)
-            lanes.run<true>(block, m, nothing, search);
-        else
-            lanes.run<false>(block, m, nothing, search);
+        lanes.run(block, m, nothing, search);
         sum_bands(block, 0, count, out + start, m);
     }
 
@@ -498,7 +501,6 @@ void MultiBandDRCState::process_lanes_stereo(const float *const *in, float *cons
                                          eqdrc::splat8(nan),
                                          eqdrc::splat8(nan),
                                          eqdrc::splat8(0.0f)};
-    const bool everyLane = lanes.every_lane_compresses();
     eqdrc::CrossoverLanes x0, x1;
     x0.load(*crossover[0], 0);
     x1.load(*crossover[1], 0);
@@ -537,10 +539,7 @@ void MultiBandDRCState::process_lanes_stereo(const float *const *in, float *cons
             if (i + 1 < ahead)  // ahead <= m: only the last block is short
                 eqdrc::store(later[i], xover.step(sample(next + i + 1)));
         };
-        if (everyLane)
-            lanes.run<true>(now, m, crossoverAhead, search);
-        else
-            lanes.run<false>(now, m, crossoverAhead, search);
+        lanes.run(now, m, crossoverAhead, search);
         if (ahead > 0)
             eqdrc::store(later[ahead - 1], xover.last());
         sum_bands(now, 0, count[0], out[0] + start, m);
