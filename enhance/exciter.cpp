@@ -213,9 +213,9 @@ void ExciterState::process_pair(const float *const *in, float *const *out, int n
     // Step t: sample t through the input filters, sample t - 2 through the output filters.
     auto step = [&](int t, const f32x4 x) {
         const f32x4 s = soft_clip((hOlder + offset) * drive);
-        const f32x4 h = eqdrc::biquad_step(c, z1, z2, lanes(x[0], x[1], s[0], s[1]));
+        const f32x4 h = eqdrc::biquad_step(c, z1, z2, eqdrc::low_pairs(x, s));
         if (t >= kBehind) {
-            const f32x4 y = (dry * xOlder + wet * lanes(h[2], h[3], 0.0f, 0.0f)) * scale;
+            const f32x4 y = (dry * xOlder + wet * eqdrc::upper_pair(h)) * scale;
             out[0][t - kBehind] = y[0];
             out[1][t - kBehind] = y[1];
         }
@@ -229,7 +229,7 @@ void ExciterState::process_pair(const float *const *in, float *const *out, int n
         const bool inputs = t < n, outputs = t >= kBehind && t - kBehind < n;
         const eqdrc::m32x4 live = eqdrc::mask(inputs, inputs, outputs, outputs);
         const f32x4 keep1 = z1, keep2 = z2;
-        step(t, inputs ? lanes(in[0][t], in[1][t], 0.0f, 0.0f) / scale : eqdrc::splat(0.0f));
+        step(t, inputs ? eqdrc::pair_lanes(in[0][t], in[1][t]) / scale : eqdrc::splat(0.0f));
         z1 = eqdrc::select(live, z1, keep1);
         z2 = eqdrc::select(live, z2, keep2);
     };
@@ -237,7 +237,7 @@ void ExciterState::process_pair(const float *const *in, float *const *out, int n
     for (; t < kBehind; t++)
         partial_step(t);
     for (; t < n; t++)
-        step(t, lanes(in[0][t], in[1][t], 0.0f, 0.0f) / scale);
+        step(t, eqdrc::pair_lanes(in[0][t], in[1][t]) / scale);
     for (; t < n + kBehind; t++)
         partial_step(t);
 

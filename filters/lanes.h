@@ -136,6 +136,10 @@ inline f32x4 sqrt(f32x4 a)
     return a;
 }
 
+inline f32x4 pair_lanes(float a, float b) { return lanes(a, b, 0.0f, 0.0f); }
+inline f32x4 low_pairs(f32x4 a, f32x4 b) { return lanes(a.v[0], a.v[1], b.v[0], b.v[1]); }
+inline f32x4 upper_pair(f32x4 v) { return lanes(v.v[2], v.v[3], 0.0f, 0.0f); }
+
 #else
 
 typedef float f32x4 __attribute__((vector_size(16)));
@@ -185,6 +189,40 @@ inline f32x4 sqrt(f32x4 a)
     for (int i = 0; i < kLanes; i++)
         a[i] = std::sqrt(a[i]);
     return a;
+#endif
+}
+
+// Moving pairs of lanes: the compiler's own shuffles of these take up to twice the
+// instructions.  [a, b, 0, 0]:
+inline f32x4 pair_lanes(float a, float b)
+{
+#if defined(__SSE__)
+    return reinterpret_cast<f32x4>(_mm_unpacklo_ps(_mm_set_ss(a), _mm_set_ss(b)));
+#else
+    return lanes(a, b, 0.0f, 0.0f);
+#endif
+}
+
+// [a0, a1, b0, b1].
+inline f32x4 low_pairs(f32x4 a, f32x4 b)
+{
+#if defined(__SSE__)
+    return reinterpret_cast<f32x4>(_mm_movelh_ps(reinterpret_cast<__m128>(a), reinterpret_cast<__m128>(b)));
+#else
+    return __builtin_shufflevector(a, b, 0, 1, 4, 5);
+#endif
+}
+
+// v2 and v3 in lanes 0 and 1; lanes 2 and 3 are unspecified.
+inline f32x4 upper_pair(f32x4 v)
+{
+#if defined(__SSE__)
+    // Lanes 2 and 3 come from an undefined register, so no copy of v is needed first.
+    __m128 any;
+    __asm__("" : "=x"(any));
+    return reinterpret_cast<f32x4>(_mm_movehl_ps(any, reinterpret_cast<__m128>(v)));
+#else
+    return __builtin_shufflevector(v, v, 2, 3, 2, 3);
 #endif
 }
 

@@ -23,7 +23,8 @@ namespace skew {
 
 
 // What the cascade needs of a lane vector: its width, masks from per-lane flags, and the
-// skew's move of every pair of lanes one pair up with a new sample pair in lanes 0 and 1.
+// skew's move of every pair of lanes one pair up with a new sample pair in lanes 0 and 1,
+// and the last pair, moved to lanes 0 and 1.
 template <class V>
 struct SkewLanes;
 
@@ -32,7 +33,8 @@ struct SkewLanes<f32x4> {
     using Mask = m32x4;
     static constexpr int kCount = 4;
     static Mask mask_of(const bool *on) { return mask(on[0], on[1], on[2], on[3]); }
-    static f32x4 shift_in(f32x4 v, float a, float b) { return lanes(a, b, v[0], v[1]); }
+    static f32x4 shift_in(f32x4 v, float a, float b) { return low_pairs(pair_lanes(a, b), v); }
+    static f32x4 last_pair(f32x4 v) { return upper_pair(v); }
 };
 
 #if EQDRC_EIGHT_LANES
@@ -49,6 +51,7 @@ struct SkewLanes<f32x8> {
         const f32x8 fresh = {a, b, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f};
         return __builtin_shufflevector(fresh, v, 0, 1, 8, 9, 10, 11, 12, 13);
     }
+    static f32x4 last_pair(f32x8 v) { return upper_pair(high_half(v)); }
 };
 #endif
 
@@ -173,13 +176,15 @@ struct SkewedCascade {
         }
         for (; t < n; t++) {
             const V v = step(L::shift_in(older, x0[t], x1[t]));
-            sink(t - kDelay, v[L::kCount - 2], v[L::kCount - 1]);
+            const f32x4 y = L::last_pair(v);
+            sink(t - kDelay, y[0], y[1]);
             older = newer;
             newer = v;
         }
         for (; t < steps; t++) {
             const V v = partial_step(L::shift_in(older, 0.0f, 0.0f), t, n);
-            sink(t - kDelay, v[L::kCount - 2], v[L::kCount - 1]);
+            const f32x4 y = L::last_pair(v);
+            sink(t - kDelay, y[0], y[1]);
             older = newer;
             newer = v;
         }
