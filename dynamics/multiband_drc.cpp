@@ -267,25 +267,48 @@ constexpr int kLaneBlock = 64;
 // A channel's outputs over m samples: its bands from lane `first` on, added in band
 // order; band 3 joins only at exactly four bands.  The lane forms run one to four bands;
 // one loop per band count keeps the count out of the loop.
+template <int Count, class T>
+inline T band_sum(T zero, const T *band)
+{
+    T sum = zero + band[0];
+    for (int b = 1; b < Count; b++)
+        sum = sum + band[b];
+    return sum;
+}
+
+template <int Count, int Lanes>
+inline void sum_bands_of(const float (*rows)[Lanes], int first, float *out, int m)
+{
+    int i = 0;
+#if !EQDRC_SCALAR_LANES
+    // Four samples at a time: their rows, transposed, hold a band each.
+    for (; i + eqdrc::kLanes <= m; i += eqdrc::kLanes) {
+        eqdrc::f32x4 b0 = eqdrc::load(rows[i] + first), b1 = eqdrc::load(rows[i + 1] + first),
+                     b2 = eqdrc::load(rows[i + 2] + first), b3 = eqdrc::load(rows[i + 3] + first);
+        eqdrc::transpose(b0, b1, b2, b3);
+        const eqdrc::f32x4 band[] = {b0, b1, b2, b3};
+        eqdrc::store(out + i, band_sum<Count>(eqdrc::splat(0.0f), band));
+    }
+#endif
+    for (; i < m; i++)
+        out[i] = band_sum<Count>(0.0f, rows[i] + first);
+}
+
 template <int Lanes>
 inline void sum_bands(const float (*rows)[Lanes], int first, int count, float *out, int m)
 {
     switch (count) {
     case 1:
-        for (int i = 0; i < m; i++)
-            out[i] = 0.0f + rows[i][first];
+        sum_bands_of<1>(rows, first, out, m);
         break;
     case 2:
-        for (int i = 0; i < m; i++)
-            out[i] = (0.0f + rows[i][first]) + rows[i][first + 1];
+        sum_bands_of<2>(rows, first, out, m);
         break;
     case 3:
-        for (int i = 0; i < m; i++)
-            out[i] = ((0.0f + rows[i][first]) + rows[i][first + 1]) + rows[i][first + 2];
+        sum_bands_of<3>(rows, first, out, m);
         break;
     default:
-        for (int i = 0; i < m; i++)
-            out[i] = (((0.0f + rows[i][first]) + rows[i][first + 1]) + rows[i][first + 2]) + rows[i][first + 3];
+        sum_bands_of<4>(rows, first, out, m);
         break;
     }
 }
@@ -364,7 +387,9 @@ struct LaneGains {
                 in = eqdrc::load<V>(rows[i]);
                 x = in * gain;
                 e = eqdrc::follow_envelope(x, env_, attack, release);
-                moved = (eqdrc::greater_equal(e, high_) | ~eqdrc::greater_equal(e, low_)) & dynamic;
+                moved = eqdrc::greater_equal(e, high_) | eqdrc::not_greater_equal(e, low_);
+                if constexpr (!EveryLane)
+                    moved = moved & dynamic;
                 if (eqdrc::any(moved)) {
                     leaves = true;
                     break;

@@ -127,6 +127,8 @@ inline m32x4 operator~(m32x4 a)
     return a;
 }
 
+inline m32x4 not_greater_equal(f32x4 a, f32x4 b) { return ~greater_equal(a, b); }
+
 inline bool any(m32x4 m) { return (m.v[0] | m.v[1] | m.v[2] | m.v[3]) != 0; }
 
 inline f32x4 sqrt(f32x4 a)
@@ -149,6 +151,16 @@ typedef int32_t m32x4 __attribute__((vector_size(16)));
 inline m32x4 greater(f32x4 a, f32x4 b) { return a > b; }
 inline m32x4 greater_equal(f32x4 a, f32x4 b) { return a >= b; }
 inline m32x4 less_equal(f32x4 a, f32x4 b) { return a <= b; }
+
+// ~greater_equal: true in a lane holding a NaN.  One comparison on x86.
+inline m32x4 not_greater_equal(f32x4 a, f32x4 b)
+{
+#if defined(__SSE__)
+    return reinterpret_cast<m32x4>(_mm_cmpnge_ps(reinterpret_cast<__m128>(a), reinterpret_cast<__m128>(b)));
+#else
+    return ~(a >= b);
+#endif
+}
 
 inline f32x4 select(m32x4 m, f32x4 a, f32x4 b)
 {
@@ -224,6 +236,17 @@ inline f32x4 upper_pair(f32x4 v)
 #else
     return __builtin_shufflevector(v, v, 2, 3, 2, 3);
 #endif
+}
+
+// Four rows to four columns: row j's lane i goes to row i's lane j.
+inline void transpose(f32x4 &a, f32x4 &b, f32x4 &c, f32x4 &d)
+{
+    const f32x4 t0 = __builtin_shufflevector(a, b, 0, 4, 1, 5), t1 = __builtin_shufflevector(c, d, 0, 4, 1, 5);
+    const f32x4 t2 = __builtin_shufflevector(a, b, 2, 6, 3, 7), t3 = __builtin_shufflevector(c, d, 2, 6, 3, 7);
+    a = __builtin_shufflevector(t0, t1, 0, 1, 4, 5);
+    b = __builtin_shufflevector(t0, t1, 2, 3, 6, 7);
+    c = __builtin_shufflevector(t2, t3, 0, 1, 4, 5);
+    d = __builtin_shufflevector(t2, t3, 2, 3, 6, 7);
 }
 
 #endif

@@ -32,6 +32,10 @@ inline f32x8 broadcast<f32x8>(float x)
 // Ordered comparisons: false in a lane holding a NaN, as in scalar code.
 inline m32x8 greater(f32x8 a, f32x8 b) { return a > b; }
 inline m32x8 greater_equal(f32x8 a, f32x8 b) { return a >= b; }
+inline m32x8 not_greater_equal(f32x8 a, f32x8 b)
+{
+    return reinterpret_cast<m32x8>(_mm256_cmp_ps(reinterpret_cast<__m256>(a), reinterpret_cast<__m256>(b), _CMP_NGE_UQ));
+}
 
 // Masks are all ones or all zeros per lane, so the sign bit blendv reads decides alike.
 inline f32x8 select(m32x8 m, f32x8 a, f32x8 b)
