@@ -69,9 +69,11 @@ struct DcBlocker {
 };
 
 // The shaper over n consecutive samples in place, as many lanes at a time as the build
-// has, the rest one by one.
-void shape_block(const eqdrc::BassShaper &shaper, float *y, int n)
+// has, the rest one by one.  The shaper is copied: its constants could otherwise be
+// stored to through y, and would be loaded again for every vector.
+void shape_block(const eqdrc::BassShaper &shape, float *y, int n)
 {
+    const eqdrc::BassShaper shaper = shape;
     int i = 0;
 #if EQDRC_EIGHT_LANES
     for (; i + 8 <= n; i += 8)

@@ -50,20 +50,21 @@ struct BassShaper {
         return -(scale * (d + sqrt_flushed(f - (y + p) * y)));
     }
 
-    // shape() of consecutive samples in lanes: both branches with the same operations,
-    // the taken one selected.
+    // shape() of consecutive samples in lanes, each lane's branch in one form with its
+    // constants selected: the arguments' signs are dropped by the root, so the positive
+    // arc may take -(e + (a - y) y) = (y - a) y - e and the negative one
+    // -(f - (y + p) y) = (y + p) y - f, the same bits as rounding is symmetric; and
+    // -(H (d + r)) is -((r + d) H).
     template <class V>
     EQDRC_LANE_INLINE V shape_lanes(V y) const
     {
         const V flush = broadcast<V>(kBassFlush), zero = broadcast<V>(0.0f);
-        auto root = [&](V v) {
-            const V m = eqdrc::abs(v);
-            return select(greater(m, flush), eqdrc::sqrt(m), zero);
-        };
-        const V up = (root(broadcast<V>(e) + (broadcast<V>(a) - y) * y) + broadcast<V>(b)) * broadcast<V>(scale);
-        const V down =
-            -(broadcast<V>(scale) * (broadcast<V>(d) + root(broadcast<V>(f) - (y + broadcast<V>(p)) * y)));
-        return select(greater_equal(y, zero), up, down);
+        const auto up = greater_equal(y, zero);
+        const V offset = select_fixed(up, broadcast<V>(-a), broadcast<V>(p));
+        const V bias = select_fixed(up, broadcast<V>(-e), broadcast<V>(-f));
+        const V m = eqdrc::abs((y + offset) * y + bias);
+        const V root = select(greater(m, flush), eqdrc::sqrt(m), zero);
+        return negate_unless(up, (root + select_fixed(up, broadcast<V>(b), broadcast<V>(d))) * broadcast<V>(scale));
     }
 };
 

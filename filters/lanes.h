@@ -95,6 +95,15 @@ inline f32x4 select(m32x4 m, f32x4 a, f32x4 b)
     return a;
 }
 
+// select() for a and b fixed across a loop, and select(m, a, -a).
+inline f32x4 select_fixed(m32x4 m, f32x4 a, f32x4 b) { return select(m, a, b); }
+inline f32x4 negate_unless(m32x4 m, f32x4 a)
+{
+    for (int i = 0; i < kLanes; i++)
+        a.v[i] = m.v[i] ? a.v[i] : -a.v[i];
+    return a;
+}
+
 inline f32x4 lanes(float a, float b, float c, float d) { return f32x4{{a, b, c, d}}; }
 
 inline f32x4 abs(f32x4 a)
@@ -171,6 +180,27 @@ inline f32x4 select(m32x4 m, f32x4 a, f32x4 b)
 #else
     return reinterpret_cast<f32x4>((reinterpret_cast<m32x4>(a) & m) | (reinterpret_cast<m32x4>(b) & ~m));
 #endif
+}
+
+// select() for a and b fixed across a loop: without blendv, b ^ (m & (a ^ b)) takes two
+// operations once the compiler has formed a ^ b outside the loop.
+inline f32x4 select_fixed(m32x4 m, f32x4 a, f32x4 b)
+{
+#if defined(__SSE4_1__) || !defined(__SSE2__)
+    return select(m, a, b);  // one operation (blendv, bsl)
+#else
+    const m32x4 bb = reinterpret_cast<m32x4>(b);
+    m32x4 difference = reinterpret_cast<m32x4>(a) ^ bb;
+    // Opaque to the compiler, which would otherwise rebuild the three-operation select.
+    __asm__("" : "+x"(difference));
+    return reinterpret_cast<f32x4>(bb ^ (m & difference));
+#endif
+}
+
+// select(m, a, -a): the sign bits flipped where m is clear.
+inline f32x4 negate_unless(m32x4 m, f32x4 a)
+{
+    return reinterpret_cast<f32x4>(reinterpret_cast<m32x4>(a) ^ (~m & static_cast<int32_t>(0x80000000u)));
 }
 
 inline f32x4 lanes(float a, float b, float c, float d) { return f32x4{a, b, c, d}; }

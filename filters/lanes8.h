@@ -44,6 +44,12 @@ inline f32x8 select(m32x8 m, f32x8 a, f32x8 b)
                                                     reinterpret_cast<__m256>(m)));
 }
 
+inline f32x8 select_fixed(m32x8 m, f32x8 a, f32x8 b) { return select(m, a, b); }
+inline f32x8 negate_unless(m32x8 m, f32x8 a)
+{
+    return reinterpret_cast<f32x8>(reinterpret_cast<m32x8>(a) ^ (~m & static_cast<int32_t>(0x80000000u)));
+}
+
 // Clears the sign bits, as fabsf does.
 inline f32x8 abs(f32x8 a) { return reinterpret_cast<f32x8>(reinterpret_cast<m32x8>(a) & 0x7fffffff); }
 

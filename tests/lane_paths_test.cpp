@@ -22,6 +22,7 @@
 #include "dynamics/frame_peak.h"
 #include "dynamics/gain_ramp.h"
 #include "dynamics/smoothing.h"
+#include "enhance/bass_shaper.h"
 #include "filters/biquad.h"
 #include "filters/lanes.h"
 #include "support/test_support.h"
@@ -287,6 +288,31 @@ TEST(LanePaths, SmoothersAndBiquadEqualTheirScalarForms)
             float z[2] = {z1[k], z2[k]};
             ASSERT_TRUE(same_bits(y[k], eqdrc::biquad_step(c, z, x[k])));
             ASSERT_TRUE(same_bits(lz1[k], z[0]) && same_bits(lz2[k], z[1]));
+        }
+    }
+}
+
+// The shaper's lanes evaluate each branch in a rearranged form with its constants
+// selected; the bits must stay those of shape(), including at the arcs' zeros (y = a,
+// y = -p), at the flush level, and for the infinite and NaN constants that drive 0 and
+// blend 10.5 give.
+TEST(LanePaths, BassShaperLanesEqualShape)
+{
+    Random r{17};
+    const float designs[][2] = {{1.0f, 0.0f}, {6.0f, 4.0f}, {10.0f, 10.0f}, {0.0f, 3.0f}, {4.0f, 10.5f}, {-2.0f, 12.0f}};
+    for (const auto &d : designs) {
+        for (int round = 0; round < 200; round++) {
+            const eqdrc::BassShaper s = round == 0 ? eqdrc::BassShaper::design(d[0], d[1])
+                                                   : eqdrc::BassShaper::design(r.uniform(0.1f, 12.0f), r.uniform(0.0f, 11.0f));
+            const float special[] = {s.a, -s.p, s.a * 0.5f, -s.p * 0.5f, 1e-8f, -1e-8f, 1.0001e-8f, 1e-4f, -1e-4f};
+            for (int i = 0; i < 50; i++) {
+                float y[4];
+                for (float &v : y)
+                    v = r.below(3) == 0 ? special[r.below(sizeof special / sizeof special[0])] : awkward_value(r);
+                const eqdrc::f32x4 w = s.shape_lanes(lanes_of(y));
+                for (int k = 0; k < 4; k++)
+                    ASSERT_TRUE(same_bits(w[k], s.shape(y[k]))) << "y " << y[k] << " drive " << d[0];
+            }
         }
     }
 }
