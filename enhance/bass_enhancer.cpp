@@ -277,9 +277,9 @@ void BassEnhancerState::process_pair(const float *const in[2], float *const out[
         const float *hi0 = high[current][0], *hi1 = high[current][1];
         float *y0 = out[0] + start, *y1 = out[1] + start;
         const float amount0 = amountLinear[0], amount1 = amountLinear[1], scaleOut = fullScale;
-        auto mix = [=](int i, float harmonics0, float harmonics1) {
-            y0[i] = (hi0[i] + harmonics0 * amount0) * scaleOut;
-            y1[i] = (hi1[i] + harmonics1 * amount1) * scaleOut;
+        auto mix = [=](int i, eqdrc::f32x4 harmonics) {
+            y0[i] = (hi0[i] + harmonics[0] * amount0) * scaleOut;
+            y1[i] = (hi1[i] + harmonics[1] * amount1) * scaleOut;
         };
         if (sections.count == 3 * kSections)
             eqdrc::skew::SkewedCascade<eqdrc::skew::Widest<3 * kSections>, 3 * kSections>().run(sections, h, m, mix);

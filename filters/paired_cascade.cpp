@@ -10,9 +10,9 @@ template <class V, int Count>
 void run_skewed(const CascadeSections &s, const float *const x[2], float *const y[2], int n)
 {
     float *y0 = y[0], *y1 = y[1];
-    skew::SkewedCascade<V, Count>().run(s, x, n, [y0, y1](int i, float a, float b) {
-        y0[i] = a;
-        y1[i] = b;
+    skew::SkewedCascade<V, Count>().run(s, x, n, [y0, y1](int i, f32x4 v) {
+        y0[i] = v[0];
+        y1[i] = v[1];
     });
 }
 

@@ -158,7 +158,8 @@ struct SkewedCascade {
         return v;
     }
 
-    // Sample i leaves the last group at step i + kDelay and goes to sink(i, y0, y1).
+    // Sample i leaves the last group at step i + kDelay and goes to sink(i, y), channel c's
+    // output in lane c of y (lanes 2 and 3 unspecified).
     // Reads of x stay ahead of the sink's samples, so each channel may run in place.
     template <class Sink>
     void run(const CascadeSections &s, const float *const x[2], int n, Sink &&sink)
@@ -176,15 +177,13 @@ struct SkewedCascade {
         }
         for (; t < n; t++) {
             const V v = step(L::shift_in(older, x0[t], x1[t]));
-            const f32x4 y = L::last_pair(v);
-            sink(t - kDelay, y[0], y[1]);
+            sink(t - kDelay, L::last_pair(v));
             older = newer;
             newer = v;
         }
         for (; t < steps; t++) {
             const V v = partial_step(L::shift_in(older, 0.0f, 0.0f), t, n);
-            const f32x4 y = L::last_pair(v);
-            sink(t - kDelay, y[0], y[1]);
+            sink(t - kDelay, L::last_pair(v));
             older = newer;
             newer = v;
         }

@@ -193,16 +193,16 @@ void eqdrc::LoudnessMeter::add_stereo_frames(const float *const *in, int frameLe
             // The two channels' slots of this call are apart, so their sums run side by
             // side, each in its own order, as the weighted samples leave the filters.
             float *ring0 = energyRing + slot[0], *ring1 = energyRing + slot[1];
+            eqdrc::f32x4 sums = eqdrc::pair_lanes(sum[0], sum[1]);
             eqdrc::skew::SkewedCascade<eqdrc::f32x4, kSectionsPerChannel>().run(
-                sections, x, m, [&](int i, float w0, float w1) {
-                    const float e0 = w0 * w0, e1 = w1 * w1;
-                    sum[0] = sum[0] - ring0[i];
-                    sum[1] = sum[1] - ring1[i];
-                    sum[0] = sum[0] + e0;
-                    sum[1] = sum[1] + e1;
-                    ring0[i] = e0;
-                    ring1[i] = e1;
+                sections, x, m, [&](int i, eqdrc::f32x4 w) {
+                    const eqdrc::f32x4 e = w * w;
+                    sums = (sums - eqdrc::pair_lanes(ring0[i], ring1[i])) + e;
+                    ring0[i] = e[0];
+                    ring1[i] = e[1];
                 });
+            sum[0] = sums[0];
+            sum[1] = sums[1];
             for (int ch = 0; ch < 2; ch++)
                 slot[ch] = slot[ch] + m == ringSize ? 0 : slot[ch] + m;
             continue;
