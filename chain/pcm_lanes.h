@@ -11,20 +11,31 @@
 #include "core/numeric.h"
 #include "filters/lanes.h"
 
+#if !EQDRC_SCALAR_LANES && defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace eqdrc {
+
+#if !EQDRC_SCALAR_LANES
+typedef int32_t i32x4 __attribute__((vector_size(16)));
+typedef uint32_t u32x4 __attribute__((vector_size(16)));
+
+// The low 16 bits of every lane, sign-extended.
+inline i32x4 low_halves(i32x4 w) { return reinterpret_cast<i32x4>(reinterpret_cast<u32x4>(w) << 16) >> 16; }
+#endif
 
 // x scaled by the channel's gain, into left and right.
 inline void pcm_to_channels(const int16_t *in, float *left, float *right, float gainLeft, float gainRight, int n)
 {
     int i = 0;
-#if !EQDRC_SCALAR_LANES
-    typedef int16_t i16x8 __attribute__((vector_size(16)));
-    typedef int16_t i16x4 __attribute__((vector_size(8)));
+#if !EQDRC_SCALAR_LANES && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
     const f32x4 gl = splat(gainLeft), gr = splat(gainRight);
     for (; i + kLanes <= n; i += kLanes) {
-        i16x8 v;
-        std::memcpy(&v, in + 2 * i, sizeof v);
-        const i16x4 l = __builtin_shufflevector(v, v, 0, 2, 4, 6), r = __builtin_shufflevector(v, v, 1, 3, 5, 7);
+        // Each 32-bit word holds a left sample in its low half, a right one in its high.
+        i32x4 w;
+        std::memcpy(&w, in + 2 * i, sizeof w);
+        const i32x4 l = low_halves(w), r = w >> 16;
         store(left + i, __builtin_convertvector(l, f32x4) * gl);
         store(right + i, __builtin_convertvector(r, f32x4) * gr);
     }
@@ -50,19 +61,24 @@ inline void channels_to_pcm(const float *left, const float *right, int16_t *out,
 {
     int i = 0;
 #if !EQDRC_SCALAR_LANES
-    typedef int32_t i32x4 __attribute__((vector_size(16)));
-    typedef int16_t i16x4 __attribute__((vector_size(8)));
     typedef int16_t i16x8 __attribute__((vector_size(16)));
     if (high < 2147483648.0f && low >= -2147483648.0f) {
+        // Neither bound is NaN here, and after the first clamp neither is v, so the
+        // clamps are a min and a max.
         const f32x4 lo = splat(low), hi = splat(high);
         auto convert = [&](f32x4 v) {
-            v = select(v < hi, v, hi);
-            v = select(v <= lo, lo, v);
-            return __builtin_convertvector(__builtin_convertvector(v, i32x4), i16x4);
+            const i32x4 s = __builtin_convertvector(max_ordered(min_ordered(v, hi), lo), i32x4);
+            return low_halves(s);  // which a saturating pack keeps
         };
         for (; i + kLanes <= n; i += kLanes) {
-            const i16x4 l = convert(load(left + i)), r = convert(load(right + i));
-            const i16x8 v = __builtin_shufflevector(l, r, 0, 4, 1, 5, 2, 6, 3, 7);
+            const i32x4 l = convert(load(left + i)), r = convert(load(right + i));
+            const i32x4 first = __builtin_shufflevector(l, r, 0, 4, 1, 5), second = __builtin_shufflevector(l, r, 2, 6, 3, 7);
+#if defined(__SSE2__)
+            const i16x8 v = reinterpret_cast<i16x8>(
+                _mm_packs_epi32(reinterpret_cast<__m128i>(first), reinterpret_cast<__m128i>(second)));
+#else
+            const i16x8 v = __builtin_convertvector(__builtin_shufflevector(first, second, 0, 1, 2, 3, 4, 5, 6, 7), i16x8);
+#endif
             std::memcpy(out + 2 * i, &v, sizeof v);
         }
     }

@@ -34,7 +34,7 @@ inline void running_peaks(const float *const *x, int n, float *peak, float frame
                     sum[c] = sum[c] + t[2];
                     sum[c] = sum[c] + t[3];
                 }
-                lanePeak[c] = select(greater(mag, lanePeak[c]), mag, lanePeak[c]);
+                lanePeak[c] = max_ordered(mag, lanePeak[c]);
             }
         }
         for (int c = 0; c < C; c++) {

@@ -95,6 +95,20 @@ inline f32x4 select(m32x4 m, f32x4 a, f32x4 b)
     return a;
 }
 
+// select(greater(a, b), a, b) and select(less(a, b), a, b).
+inline f32x4 max_ordered(f32x4 a, f32x4 b)
+{
+    for (int i = 0; i < kLanes; i++)
+        a.v[i] = a.v[i] > b.v[i] ? a.v[i] : b.v[i];
+    return a;
+}
+inline f32x4 min_ordered(f32x4 a, f32x4 b)
+{
+    for (int i = 0; i < kLanes; i++)
+        a.v[i] = a.v[i] < b.v[i] ? a.v[i] : b.v[i];
+    return a;
+}
+
 // select() for a and b fixed across a loop, and select(m, a, -a).
 inline f32x4 select_fixed(m32x4 m, f32x4 a, f32x4 b) { return select(m, a, b); }
 inline f32x4 negate_unless(m32x4 m, f32x4 a)
@@ -179,6 +193,27 @@ inline f32x4 select(m32x4 m, f32x4 a, f32x4 b)
         _mm_blendv_ps(reinterpret_cast<__m128>(b), reinterpret_cast<__m128>(a), reinterpret_cast<__m128>(m)));
 #else
     return reinterpret_cast<f32x4>((reinterpret_cast<m32x4>(a) & m) | (reinterpret_cast<m32x4>(b) & ~m));
+#endif
+}
+
+// a where a > b, else b (b when either is NaN): one maxps.  Not fmax, which drops NaN,
+// nor NEON's vmax, which returns it.
+inline f32x4 max_ordered(f32x4 a, f32x4 b)
+{
+#if defined(__SSE__)
+    return reinterpret_cast<f32x4>(_mm_max_ps(reinterpret_cast<__m128>(a), reinterpret_cast<__m128>(b)));
+#else
+    return select(a > b, a, b);
+#endif
+}
+
+// a where a < b, else b (b when either is NaN): one minps.
+inline f32x4 min_ordered(f32x4 a, f32x4 b)
+{
+#if defined(__SSE__)
+    return reinterpret_cast<f32x4>(_mm_min_ps(reinterpret_cast<__m128>(a), reinterpret_cast<__m128>(b)));
+#else
+    return select(a < b, a, b);
 #endif
 }
 
