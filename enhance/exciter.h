@@ -57,13 +57,12 @@ struct ExciterState {
             return (1.5f - (v * 0.5f) * v) * v;
         return -1.0f;
     }
-    // The same in every lane.
+    // The same in every lane, as the cubic of v clamped to [-1, 1] (NaN to 1): the cubic
+    // gives exactly 1 and -1 at the ends, and v itself inside.
     EQDRC_LANE_INLINE static eqdrc::f32x4 soft_clip(eqdrc::f32x4 v)
     {
-        const eqdrc::f32x4 one = eqdrc::splat(1.0f), minusOne = eqdrc::splat(-1.0f);
-        const eqdrc::f32x4 cubic = (eqdrc::splat(1.5f) - (v * eqdrc::splat(0.5f)) * v) * v;
-        return eqdrc::select(eqdrc::less_equal(v, one), eqdrc::select(eqdrc::greater_equal(v, minusOne), cubic, minusOne),
-                             one);
+        v = eqdrc::max_ordered(eqdrc::min_ordered(v, eqdrc::splat(1.0f)), eqdrc::splat(-1.0f));
+        return (eqdrc::splat(1.5f) - (v * eqdrc::splat(0.5f)) * v) * v;
     }
 
 private:

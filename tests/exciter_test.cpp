@@ -110,6 +110,25 @@ TEST(ExciterClipper, BoundariesAndNaN)
     EXPECT_EQ(ExciterState::soft_clip(0.5f), 0.6875f);
 }
 
+// The lanes clamp first and take the cubic of the clamped value; every lane must give the
+// scalar clipper's bits, signed zeros and the values next to the ends included.
+TEST(ExciterClipper, LanesEqualTheScalarClipper)
+{
+    const float inf = std::numeric_limits<float>::infinity();
+    std::vector<float> v = {0.0f, -0.0f, 1.0f, -1.0f, std::nextafter(1.0f, 0.0f), std::nextafter(1.0f, 2.0f),
+                            std::nextafter(-1.0f, 0.0f), std::nextafter(-1.0f, -2.0f), inf, -inf, std::nanf(""),
+                            -std::nanf(""), 1e-40f, -1e-40f, 3.0f, -3.0f};
+    for (int i = -1000; i <= 1000; i++)
+        v.push_back(static_cast<float>(i) * 0.00137f);
+    while (v.size() % 4 != 0)
+        v.push_back(0.25f);
+    for (size_t i = 0; i < v.size(); i += 4) {
+        const eqdrc::f32x4 y = ExciterState::soft_clip(eqdrc::lanes(v[i], v[i + 1], v[i + 2], v[i + 3]));
+        for (int k = 0; k < 4; k++)
+            EXPECT_TRUE(eqdrc_test::same_bits(y[k], ExciterState::soft_clip(v[i + k]))) << v[i + k];
+    }
+}
+
 TEST(ExciterClipper, HeavyDriveBoundsTheWetPath)
 {
     // Whatever the drive, the clipper output is within [-1, 1]: the wet share of the
