@@ -365,8 +365,11 @@ struct LaneGains {
     void run_as(float (*rows)[W], int m, Before &before, Search &search)
     {
         V env_ = env, smoothed_ = smoothed, buf_ = buf, low_ = low, high_ = high, target_ = target;
+        // The gain smoother's target terms, formed again only when a search moves the target.
+        const V one = eqdrc::broadcast<V>(1.0f), attackRest = one - attack, releaseRest = one - release;
+        V attackTerm = attackRest * target_, releaseTerm = releaseRest * target_;
         auto finish = [&](float *row, V in, V x, V e) {
-            const V g = eqdrc::smooth_gain(target_, smoothed_, attack, release);
+            const V g = eqdrc::smooth_gain_towards(target_, attackTerm, releaseTerm, smoothed_, attack, release);
             if constexpr (EveryLane) {
                 buf_ = x * g;
                 env_ = e;
@@ -399,6 +402,8 @@ struct LaneGains {
             if (!leaves)
                 break;
             search(moved, e, low_, high_, target_);
+            attackTerm = attackRest * target_;
+            releaseTerm = releaseRest * target_;
             finish(rows[i], in, x, e);
             i++;
         }

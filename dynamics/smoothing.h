@@ -48,14 +48,22 @@ inline float smooth_gain(float target, float gain, float attackDecay, float rele
     return k * gain + (1.0f - k) * target;
 }
 
-// Both decays' results, as for follow_envelope.
+// Both decays' results, as for follow_envelope, with the target's terms
+// (1 - decay) target formed beforehand: they change only with the target.
+template <class V>
+EQDRC_LANE_INLINE V smooth_gain_towards(V target, V attackTerm, V releaseTerm, V gain, V attackDecay, V releaseDecay)
+{
+    const V attack = attackDecay * gain + attackTerm;
+    const V release = releaseDecay * gain + releaseTerm;
+    return select(greater(target, gain), attack, release);
+}
+
 template <class V>
 EQDRC_LANE_INLINE V smooth_gain(V target, V gain, V attackDecay, V releaseDecay)
 {
     const V one = broadcast<V>(1.0f);
-    const V attack = attackDecay * gain + (one - attackDecay) * target;
-    const V release = releaseDecay * gain + (one - releaseDecay) * target;
-    return select(greater(target, gain), attack, release);
+    return smooth_gain_towards(target, (one - attackDecay) * target, (one - releaseDecay) * target, gain, attackDecay,
+                               releaseDecay);
 }
 
 }  // namespace eqdrc
