@@ -68,21 +68,49 @@ struct DcBlocker {
     }
 };
 
-// The shaper over n consecutive samples in place, as many lanes at a time as the build
-// has, the rest one by one.  The shaper is copied: its constants could otherwise be
-// stored to through y, and would be loaded again for every vector.
-void shape_block(const eqdrc::BassShaper &shape, float *y, int n)
+// Both channels' DC blockers in lanes 0 and 1, each lane performing DcBlocker::step.
+struct DcBlockerPair {
+    eqdrc::f32x4 g, prevIn, lastOut;
+
+    DcBlockerPair(const float pole[2], const float in[2], const float out[2])
+        : g(eqdrc::pair_lanes(pole[0], pole[1])), prevIn(eqdrc::pair_lanes(in[0], in[1])),
+          lastOut(eqdrc::pair_lanes(out[0], out[1]))
+    {
+    }
+
+    EQDRC_LANE_INLINE eqdrc::f32x4 step(eqdrc::f32x4 w)
+    {
+        const eqdrc::f32x4 flush = eqdrc::splat(kFlush), zero = eqdrc::splat(0.0f);
+        const eqdrc::f32x4 a = w - prevIn;
+        const eqdrc::f32x4 kept = (a + lastOut) * g, flushed = (a + zero) * g;
+        lastOut = eqdrc::select(eqdrc::less_equal(eqdrc::abs(lastOut), flush), flushed, kept);
+        prevIn = eqdrc::select(eqdrc::less_equal(eqdrc::abs(w), flush), zero, w);
+        return lastOut;
+    }
+    void save(float in[2], float out[2]) const
+    {
+        for (int ch = 0; ch < 2; ch++)
+            DcBlocker(g[ch], prevIn[ch], lastOut[ch]).save(in[ch], out[ch]);
+    }
+};
+
+// The two channels' shapers over n interleaved pairs in place, as many lanes at a time as
+// the build has, the rest one by one.
+void shape_pairs(const eqdrc::BassShaper shaper[2], float (*y)[2], int n)
 {
-    const eqdrc::BassShaper shaper = shape;
+    float *v = y[0];
+    const int count = 2 * n;
     int i = 0;
 #if EQDRC_EIGHT_LANES
-    for (; i + 8 <= n; i += 8)
-        eqdrc::store(y + i, shaper.shape_lanes(eqdrc::load<eqdrc::f32x8>(y + i)));
+    const eqdrc::ShaperLanes<eqdrc::f32x8> eight(shaper[0], shaper[1]);
+    for (; i + 8 <= count; i += 8)
+        eqdrc::store(v + i, eight.shape(eqdrc::load<eqdrc::f32x8>(v + i)));
 #endif
-    for (; i + eqdrc::kLanes <= n; i += eqdrc::kLanes)
-        eqdrc::store(y + i, shaper.shape_lanes(eqdrc::load(y + i)));
-    for (; i < n; i++)
-        y[i] = shaper.shape(y[i]);
+    const eqdrc::ShaperLanes<eqdrc::f32x4> four(shaper[0], shaper[1]);
+    for (; i + eqdrc::kLanes <= count; i += eqdrc::kLanes)
+        eqdrc::store(v + i, four.shape(eqdrc::load(v + i)));
+    for (; i < count; i++)
+        v[i] = shaper[i % 2].shape(v[i]);
 }
 
 }  // namespace
@@ -198,19 +226,19 @@ void BassEnhancerState::process(const float *const *in, float *const *out, int f
 
 bool BassEnhancerState::floor_on(int ch) const { return static_cast<float>(floorActive[ch]) > kFloorOnThreshold; }
 
-// Both channels at once, in passes over blocks, each pass short enough a chain for the
-// pipeline to overlap many samples: the band split in lanes [low 0, low 1, high 0,
-// high 1], in the same loop as the DC blocker of the block before (two independent
-// recursions); the shaper over consecutive samples of a channel in lanes; the harmonic
-// filters as a skewed cascade, mixed into the output as each sample leaves it.  Every lane performs the operations of the loop
-// above.  A block is read before the one before it is written, which the caller's
-// buffers allow (pair_runs_as_sequence).
+// Both channels at once, in passes over blocks of interleaved pairs [channel 0,
+// channel 1], each pass short enough a chain for the pipeline to overlap many samples: the
+// band split in lanes [low 0, low 1, high 0, high 1], in the same loop as the DC blockers
+// of the block before (two independent recursions); the shapers over the pairs in lanes;
+// the harmonic filters as a skewed cascade, mixed into the output as each sample leaves
+// it.  Every lane performs the operations of the loop above.  A block is read before the
+// one before it is written, which the caller's buffers allow (pair_runs_as_sequence).
 void BassEnhancerState::process_pair(const float *const in[2], float *const out[2], int frameLen)
 {
     using eqdrc::f32x4;
-    // Two blocks: the one being split, and the one being finished.  harmonics holds the
-    // low band, shaped in place, then the DC blocker's and the filters' output.
-    float harmonics[2][2][kPairBlock], high[2][2][kPairBlock];
+    // Two blocks: the one being split, and the one being finished.  low holds the low
+    // band, shaped in place, then the DC blockers' output.
+    float low[2][kPairBlock][2], high[2][kPairBlock][2];
 
     eqdrc::BiquadLanes split[2];
     f32x4 z1[2], z2[2];
@@ -228,12 +256,10 @@ void BassEnhancerState::process_pair(const float *const in[2], float *const out[
     auto split_sample = [&](int i, int block, int j) {
         const f32x4 x = eqdrc::lanes(in0[i], in1[i], in0[i], in1[i]) / scale;
         const f32x4 bands = eqdrc::biquad_step(split[1], z1[1], z2[1], eqdrc::biquad_step(split[0], z1[0], z2[0], x));
-        harmonics[block][0][j] = bands[0];
-        harmonics[block][1][j] = bands[1];
-        high[block][0][j] = bands[2];
-        high[block][1][j] = bands[3];
+        eqdrc::store_low_pair(low[block][j], bands);
+        eqdrc::store_high_pair(high[block][j], bands);
     };
-    DcBlocker left{dcPole[0], dcPrevIn[0], dcPrevOut[0]}, right{dcPole[1], dcPrevIn[1], dcPrevOut[1]};
+    DcBlockerPair blockers(dcPole, dcPrevIn, dcPrevOut);
 
     // harmonicLow, harmonicHigh and, when on, floorHigh: two sections each.
     eqdrc::CascadeSections sections;
@@ -246,45 +272,44 @@ void BassEnhancerState::process_pair(const float *const in[2], float *const out[
             sections.state[ch][k] = c.state + ch * kStatePerChannel + (k % kSections) * eqdrc::kBiquadState;
         }
     }
+    const f32x4 amount = eqdrc::pair_lanes(amountLinear[0], amountLinear[1]), scaleOut = eqdrc::splat(fullScale);
 
     int current = 0;
     const int first = frameLen < kPairBlock ? frameLen : kPairBlock;
     for (int j = 0; j < first; j++)
         split_sample(j, current, j);
-    for (int ch = 0; ch < 2; ch++)
-        shape_block(shaper[ch], harmonics[current][ch], first);
+    shape_pairs(shaper, low[current], first);
     for (int start = 0; start < frameLen; start += kPairBlock) {
         const int m = frameLen - start < kPairBlock ? frameLen - start : kPairBlock;
         const int next = start + kPairBlock;
         const int ahead = frameLen - next < kPairBlock ? (frameLen > next ? frameLen - next : 0) : kPairBlock;
         const int later = current ^ 1;
-        float *h0 = harmonics[current][0], *h1 = harmonics[current][1];
+        float(*lo)[2] = low[current];
         int j = 0;
         for (; j < ahead; j++) {  // ahead <= m: only the last block is short
             split_sample(next + j, later, j);
-            h0[j] = left.step(h0[j]);
-            h1[j] = right.step(h1[j]);
+            eqdrc::store_low_pair(lo[j], blockers.step(eqdrc::load_pair(lo[j])));
         }
-        for (; j < m; j++) {
-            h0[j] = left.step(h0[j]);
-            h1[j] = right.step(h1[j]);
-        }
-        for (int ch = 0; ch < 2 && ahead > 0; ch++)
-            shape_block(shaper[ch], harmonics[later][ch], ahead);
+        for (; j < m; j++)
+            eqdrc::store_low_pair(lo[j], blockers.step(eqdrc::load_pair(lo[j])));
+        if (ahead > 0)
+            shape_pairs(shaper, low[later], ahead);
 
         // The harmonic filters, each sample mixed as it leaves them.
-        const float *const h[2] = {h0, h1};
-        const float *hi0 = high[current][0], *hi1 = high[current][1];
+        const float(*hi)[2] = high[current];
         float *y0 = out[0] + start, *y1 = out[1] + start;
-        const float amount0 = amountLinear[0], amount1 = amountLinear[1], scaleOut = fullScale;
-        auto mix = [=](int i, eqdrc::f32x4 harmonics) {
-            y0[i] = (hi0[i] + harmonics[0] * amount0) * scaleOut;
-            y1[i] = (hi1[i] + harmonics[1] * amount1) * scaleOut;
+        auto source = [lo](int i) { return eqdrc::load_pair(lo[i]); };
+        auto mix = [=](int i, f32x4 harmonics) {
+            const f32x4 y = (eqdrc::load_pair(hi[i]) + harmonics * amount) * scaleOut;
+            y0[i] = y[0];
+            y1[i] = y[1];
         };
         if (sections.count == 3 * kSections)
-            eqdrc::skew::SkewedCascade<eqdrc::skew::Widest<3 * kSections>, 3 * kSections>().run(sections, h, m, mix);
+            eqdrc::skew::SkewedCascade<eqdrc::skew::Widest<3 * kSections>, 3 * kSections>().run_from(sections, source, m,
+                                                                                                     mix);
         else
-            eqdrc::skew::SkewedCascade<eqdrc::skew::Widest<2 * kSections>, 2 * kSections>().run(sections, h, m, mix);
+            eqdrc::skew::SkewedCascade<eqdrc::skew::Widest<2 * kSections>, 2 * kSections>().run_from(sections, source, m,
+                                                                                                     mix);
         current = later;
     }
 
@@ -296,8 +321,7 @@ void BassEnhancerState::process_pair(const float *const in[2], float *const out[
             filter.state[ch * kStatePerChannel + k * eqdrc::kBiquadState + 1] = z2[k][lane];
         }
     }
-    left.save(dcPrevIn[0], dcPrevOut[0]);
-    right.save(dcPrevIn[1], dcPrevOut[1]);
+    blockers.save(dcPrevIn, dcPrevOut);
 }
 
 void BassEnhancerState::set_para(const float *section)

@@ -32,6 +32,9 @@ inline float sqrt_flushed(float v)
     return a > kBassFlush ? std::sqrt(a) : 0.0f;
 }
 
+template <class V>
+struct ShaperLanes;
+
 struct BassShaper {
     float a, b, p, d, e, f;  // the arcs' constants, in the record's order
     float scale;             // H, the output scale of both arcs
@@ -41,8 +44,7 @@ struct BassShaper {
     // infinities or NaN, which are left as they come.
     static BassShaper design(float drive, float blend);
 
-    // A NaN takes the negative branch.  (BassEnhancerState::process_pair evaluates both
-    // branches in lanes with the same operations.)
+    // A NaN takes the negative branch.
     float shape(float y) const
     {
         if (y >= 0.0f)
@@ -50,23 +52,50 @@ struct BassShaper {
         return -(scale * (d + sqrt_flushed(f - (y + p) * y)));
     }
 
-    // shape() of consecutive samples in lanes, each lane's branch in one form with its
-    // constants selected: the arguments' signs are dropped by the root, so the positive
-    // arc may take -(e + (a - y) y) = (y - a) y - e and the negative one
-    // -(f - (y + p) y) = (y + p) y - f, the same bits as rounding is symmetric; and
-    // -(H (d + r)) is -((r + d) H).
+    // shape() in every lane of V.
     template <class V>
-    EQDRC_LANE_INLINE V shape_lanes(V y) const
+    V shape_lanes(V y) const;
+};
+
+// The shaper in lanes, lane k with the constants of shapers[k % 2]: one shaper in every
+// lane, or two channels' over their interleaved samples.  Each lane gives the bits of
+// shape(), with its branch in one form and its constants selected: the root drops its
+// argument's sign, so the positive arc may take -(e + (a - y) y) = (y - a) y - e and the
+// negative one -(f - (y + p) y) = (y + p) y - f, the same bits as rounding is symmetric;
+// and -(H (d + r)) is -((r + d) H).
+template <class V>
+struct ShaperLanes {
+    V negA, p, negE, negF, b, d, scale;
+
+    ShaperLanes(const BassShaper &even, const BassShaper &odd)
+    {
+        for (int k = 0; k < static_cast<int>(sizeof(V) / sizeof(float)); k++) {
+            const BassShaper &s = k % 2 == 0 ? even : odd;
+            negA[k] = -s.a;
+            p[k] = s.p;
+            negE[k] = -s.e;
+            negF[k] = -s.f;
+            b[k] = s.b;
+            d[k] = s.d;
+            scale[k] = s.scale;
+        }
+    }
+
+    EQDRC_LANE_INLINE V shape(V y) const
     {
         const V flush = broadcast<V>(kBassFlush), zero = broadcast<V>(0.0f);
         const auto up = greater_equal(y, zero);
-        const V offset = select_fixed(up, broadcast<V>(-a), broadcast<V>(p));
-        const V bias = select_fixed(up, broadcast<V>(-e), broadcast<V>(-f));
-        const V m = eqdrc::abs((y + offset) * y + bias);
+        const V m = eqdrc::abs((y + select_fixed(up, negA, p)) * y + select_fixed(up, negE, negF));
         const V root = select(greater(m, flush), eqdrc::sqrt(m), zero);
-        return negate_unless(up, (root + select_fixed(up, broadcast<V>(b), broadcast<V>(d))) * broadcast<V>(scale));
+        return negate_unless(up, (root + select_fixed(up, b, d)) * scale);
     }
 };
+
+template <class V>
+inline V BassShaper::shape_lanes(V y) const
+{
+    return ShaperLanes<V>(*this, *this).shape(y);
+}
 
 }  // namespace eqdrc
 

@@ -22,6 +22,8 @@
 
 #if !EQDRC_SCALAR_LANES && defined(__SSE4_1__)
 #include <smmintrin.h>
+#elif !EQDRC_SCALAR_LANES && defined(__SSE2__)
+#include <emmintrin.h>
 #elif !EQDRC_SCALAR_LANES && defined(__SSE__)
 #include <xmmintrin.h>
 #elif !EQDRC_SCALAR_LANES && defined(__aarch64__)
@@ -164,6 +166,7 @@ inline f32x4 sqrt(f32x4 a)
 inline f32x4 pair_lanes(float a, float b) { return lanes(a, b, 0.0f, 0.0f); }
 inline f32x4 low_pairs(f32x4 a, f32x4 b) { return lanes(a.v[0], a.v[1], b.v[0], b.v[1]); }
 inline f32x4 upper_pair(f32x4 v) { return lanes(v.v[2], v.v[3], 0.0f, 0.0f); }
+inline f32x4 load_pair(const float *p) { return lanes(p[0], p[1], 0.0f, 0.0f); }
 
 #else
 
@@ -303,6 +306,16 @@ inline f32x4 upper_pair(f32x4 v)
 #endif
 }
 
+// [p[0], p[1], 0, 0].
+inline f32x4 load_pair(const float *p)
+{
+#if defined(__SSE2__)
+    return reinterpret_cast<f32x4>(_mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(p))));
+#else
+    return lanes(p[0], p[1], 0.0f, 0.0f);
+#endif
+}
+
 // Four rows to four columns: row j's lane i goes to row i's lane j.
 inline void transpose(f32x4 &a, f32x4 &b, f32x4 &c, f32x4 &d)
 {
@@ -317,6 +330,13 @@ inline void transpose(f32x4 &a, f32x4 &b, f32x4 &c, f32x4 &d)
 #endif
 
 inline f32x4 splat(float x) { return lanes(x, x, x, x); }
+
+// Lanes 0 and 1, or 2 and 3, of v to p[0] and p[1].
+inline void store_low_pair(float *p, f32x4 v) { std::memcpy(p, &v, 2 * sizeof(float)); }
+inline void store_high_pair(float *p, f32x4 v)
+{
+    std::memcpy(p, reinterpret_cast<const char *>(&v) + 2 * sizeof(float), 2 * sizeof(float));
+}
 
 // splat() for code written for four or eight lanes alike.
 template <class V>

@@ -22,9 +22,9 @@ namespace eqdrc {
 namespace skew {
 
 
-// What the cascade needs of a lane vector: its width, masks from per-lane flags, and the
-// skew's move of every pair of lanes one pair up with a new sample pair in lanes 0 and 1,
-// and the last pair, moved to lanes 0 and 1.
+// What the cascade needs of a lane vector: its width, masks from per-lane flags, the
+// skew's move of every pair of lanes one pair up with a new sample pair (lanes 0 and 1 of
+// `pair`) in lanes 0 and 1, and the last pair, moved to lanes 0 and 1.
 template <class V>
 struct SkewLanes;
 
@@ -33,7 +33,7 @@ struct SkewLanes<f32x4> {
     using Mask = m32x4;
     static constexpr int kCount = 4;
     static Mask mask_of(const bool *on) { return mask(on[0], on[1], on[2], on[3]); }
-    static f32x4 shift_in(f32x4 v, float a, float b) { return low_pairs(pair_lanes(a, b), v); }
+    static f32x4 shift_in(f32x4 v, f32x4 pair) { return low_pairs(pair, v); }
     static f32x4 last_pair(f32x4 v) { return upper_pair(v); }
 };
 
@@ -46,10 +46,9 @@ struct SkewLanes<f32x8> {
     {
         return join(mask(on[0], on[1], on[2], on[3]), mask(on[4], on[5], on[6], on[7]));
     }
-    static f32x8 shift_in(f32x8 v, float a, float b)
+    static f32x8 shift_in(f32x8 v, f32x4 pair)
     {
-        const f32x8 fresh = {a, b, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f};
-        return __builtin_shufflevector(fresh, v, 0, 1, 8, 9, 10, 11, 12, 13);
+        return __builtin_shufflevector(join(pair, pair), v, 0, 1, 8, 9, 10, 11, 12, 13);
     }
     static f32x4 last_pair(f32x8 v) { return upper_pair(high_half(v)); }
 };
@@ -158,36 +157,45 @@ struct SkewedCascade {
         return v;
     }
 
-    // Sample i leaves the last group at step i + kDelay and goes to sink(i, y), channel c's
-    // output in lane c of y (lanes 2 and 3 unspecified).
-    // Reads of x stay ahead of the sink's samples, so each channel may run in place.
-    template <class Sink>
-    void run(const CascadeSections &s, const float *const x[2], int n, Sink &&sink)
+    // Sample i comes from source(i), channel c in lane c (lanes 2 and 3 are not read),
+    // leaves the last group at step i + kDelay and goes to sink(i, y), channel c's output
+    // in lane c of y (lanes 2 and 3 unspecified).  Each source(i) is called before
+    // sink(i), so a channel may run in place.
+    template <class Source, class Sink>
+    void run_from(const CascadeSections &s, Source &&source, int n, Sink &&sink)
     {
         load(s);
-        const float *x0 = x[0], *x1 = x[1];
         const int steps = n + kDelay;
+        const f32x4 none = splat(0.0f);
         V older{}, newer{};  // the outputs of steps t - 2 and t - 1
         static_assert(kSkew == 2, "two steps in flight");
         int t = 0;
         for (; t < kDelay && t < steps; t++) {
-            const V v = partial_step(L::shift_in(older, t < n ? x0[t] : 0.0f, t < n ? x1[t] : 0.0f), t, n);
+            const V v = partial_step(L::shift_in(older, t < n ? source(t) : none), t, n);
             older = newer;
             newer = v;
         }
         for (; t < n; t++) {
-            const V v = step(L::shift_in(older, x0[t], x1[t]));
+            const V v = step(L::shift_in(older, source(t)));
             sink(t - kDelay, L::last_pair(v));
             older = newer;
             newer = v;
         }
         for (; t < steps; t++) {
-            const V v = partial_step(L::shift_in(older, 0.0f, 0.0f), t, n);
+            const V v = partial_step(L::shift_in(older, none), t, n);
             sink(t - kDelay, L::last_pair(v));
             older = newer;
             newer = v;
         }
         save(s);
+    }
+
+    // The same from the two channels' arrays.
+    template <class Sink>
+    void run(const CascadeSections &s, const float *const x[2], int n, Sink &&sink)
+    {
+        const float *x0 = x[0], *x1 = x[1];
+        run_from(s, [x0, x1](int t) { return pair_lanes(x0[t], x1[t]); }, n, sink);
     }
 };
 
