@@ -110,12 +110,11 @@ void Limiter::process(const DynamicsFormat &format, const float *const *in, floa
         float a = p;
         int i = 0;
         if (reads_stay_ahead(x, y, n)) {
+            // With bottom < 0 < top (a stage full scale), the clip is a max then a min:
+            // NaN goes to bottom, and an equal v has the bound's bits.
             const f32x4 high = splat(top), low = splat(bottom);
-            for (; i + kLanes <= n; i += kLanes) {
-                const f32x4 v = load(x + i) * ramp_lanes(a, step);
-                const f32x4 inner = select(greater_equal(v, low), v, low);
-                store(y + i, select(greater(v, high), high, inner));
-            }
+            for (; i + kLanes <= n; i += kLanes)
+                store(y + i, min_ordered(max_ordered(load(x + i) * ramp_lanes(a, step), low), high));
         }
         for (; i < n; i++) {
             a = a + step;

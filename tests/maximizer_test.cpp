@@ -99,6 +99,13 @@ TEST(LimiterLevels, ReleaseOutputIsClampedAtFullScale)
     EXPECT_EQ(loudest, kFullScale);
     EXPECT_EQ(buf.data[0][0], kFullScale);
     EXPECT_EQ(buf.data[1][1], -kFullScale);
+
+    // A NaN sample (its peak ignored) leaves the release clamp at the bottom.
+    fill(&buf, peaks);
+    buf.data[0][5] = buf.data[1][kFrame - 2] = std::nanf("");
+    Maximizer_Process(st, buf.ptrs(), buf.ptrs(), kFrame);
+    EXPECT_EQ(buf.data[0][5], -kFullScale);
+    EXPECT_EQ(buf.data[1][kFrame - 2], -kFullScale);
     Maximizer_Destroy(st);
 }
 
