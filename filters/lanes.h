@@ -296,11 +296,9 @@ inline f32x4 low_pairs(f32x4 a, f32x4 b)
 // v2 and v3 in lanes 0 and 1; lanes 2 and 3 are unspecified.
 inline f32x4 upper_pair(f32x4 v)
 {
-#if defined(__SSE__)
-    // Lanes 2 and 3 come from an undefined register, so no copy of v is needed first.
-    __m128 any;
-    __asm__("" : "=x"(any));
-    return reinterpret_cast<f32x4>(_mm_movehl_ps(any, reinterpret_cast<__m128>(v)));
+#if defined(__SSE2__)
+    // pshufd writes a register of its own: no copy of v first, as movhlps would need.
+    return reinterpret_cast<f32x4>(_mm_castsi128_ps(_mm_shuffle_epi32(_mm_castps_si128(reinterpret_cast<__m128>(v)), 0xEE)));
 #else
     return __builtin_shufflevector(v, v, 2, 3, 2, 3);
 #endif
