@@ -301,8 +301,7 @@ void BassEnhancerState::process_pair(const float *const in[2], float *const out[
         auto source = [lo](int i) { return eqdrc::load_pair(lo[i]); };
         auto mix = [=](int i, f32x4 harmonics) {
             const f32x4 y = (eqdrc::load_pair(hi[i]) + harmonics * amount) * scaleOut;
-            y0[i] = y[0];
-            y1[i] = y[1];
+            eqdrc::store_lanes(y0 + i, y1 + i, y);
         };
         if (sections.count == 3 * kSections)
             eqdrc::skew::SkewedCascade<eqdrc::skew::Widest<3 * kSections>, 3 * kSections>().run_from(sections, source, m,

@@ -216,8 +216,7 @@ void ExciterState::process_pair(const float *const *in, float *const *out, int n
         const f32x4 h = eqdrc::biquad_step(c, z1, z2, eqdrc::low_pairs(x, s));
         if (t >= kBehind) {
             const f32x4 y = (dry * xOlder + wet * eqdrc::upper_pair(h)) * scale;
-            out[0][t - kBehind] = y[0];
-            out[1][t - kBehind] = y[1];
+            eqdrc::store_lanes(out[0] + t - kBehind, out[1] + t - kBehind, y);
         }
         hOlder = hNewer;
         hNewer = h;

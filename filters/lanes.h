@@ -167,6 +167,11 @@ inline f32x4 pair_lanes(float a, float b) { return lanes(a, b, 0.0f, 0.0f); }
 inline f32x4 low_pairs(f32x4 a, f32x4 b) { return lanes(a.v[0], a.v[1], b.v[0], b.v[1]); }
 inline f32x4 upper_pair(f32x4 v) { return lanes(v.v[2], v.v[3], 0.0f, 0.0f); }
 inline f32x4 load_pair(const float *p) { return lanes(p[0], p[1], 0.0f, 0.0f); }
+inline void store_lanes(float *a, float *b, f32x4 v)
+{
+    *a = v.v[0];
+    *b = v.v[1];
+}
 
 #else
 
@@ -311,6 +316,18 @@ inline f32x4 load_pair(const float *p)
     return reinterpret_cast<f32x4>(_mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(p))));
 #else
     return lanes(p[0], p[1], 0.0f, 0.0f);
+#endif
+}
+
+// Lane 0 of v to *a, lane 1 to *b (two channels' samples from a pair).
+inline void store_lanes(float *a, float *b, f32x4 v)
+{
+    *a = v[0];
+#if defined(__SSE2__)
+    // pshufd, not a copy of v and shufps.
+    *b = _mm_cvtss_f32(_mm_castsi128_ps(_mm_shuffle_epi32(_mm_castps_si128(reinterpret_cast<__m128>(v)), 0x55)));
+#else
+    *b = v[1];
 #endif
 }
 

@@ -11,8 +11,7 @@ void run_skewed(const CascadeSections &s, const float *const x[2], float *const 
 {
     float *y0 = y[0], *y1 = y[1];
     skew::SkewedCascade<V, Count>().run(s, x, n, [y0, y1](int i, f32x4 v) {
-        y0[i] = v[0];
-        y1[i] = v[1];
+        store_lanes(y0 + i, y1 + i, v);
     });
 }
 

@@ -198,8 +198,7 @@ void eqdrc::LoudnessMeter::add_stereo_frames(const float *const *in, int frameLe
                 sections, x, m, [&](int i, eqdrc::f32x4 w) {
                     const eqdrc::f32x4 e = w * w;
                     sums = (sums - eqdrc::pair_lanes(ring0[i], ring1[i])) + e;
-                    ring0[i] = e[0];
-                    ring1[i] = e[1];
+                    eqdrc::store_lanes(ring0 + i, ring1 + i, e);
                 });
             sum[0] = sums[0];
             sum[1] = sums[1];
