@@ -8,43 +8,69 @@
 
 namespace eqdrc {
 
+// Adds four terms per channel to sum[c] one after the other; two channels' sums run in
+// two lanes.
+template <int C>
+inline void add_in_order(float *sum, const f32x4 *t)
+{
+    if constexpr (C == 2) {
+        f32x4 sums = pair_lanes(sum[0], sum[1]);
+        const f32x4 first = interleave_low(t[0], t[1]), second = interleave_high(t[0], t[1]);
+        sums = sums + first;
+        sums = sums + upper_pair(first);
+        sums = sums + second;
+        sums = sums + upper_pair(second);
+        sum[0] = sums[0];
+        sum[1] = sums[1];
+    } else {
+        for (int c = 0; c < C; c++)
+            for (int k = 0; k < kLanes; k++)
+                sum[c] = sum[c] + t[c][k];
+    }
+}
+
 // The running peaks of C channels after x[c][0..n): `if (|x[i]| > peak) peak = |x[i]|` in
 // turn, from peak[c].  Being the largest magnitude (a NaN is never taken), each is found
 // four samples at a time.  With `meanSquare`, also adds |x[i]|^2 / frames to
 // meanSquare[c], one term after the other; the channels' sums run side by side.
+template <int C, bool MeanSquare>
+inline int running_peaks_lanes(const float *const *x, int n, float *peak, float frames, float *meanSquare)
+{
+    f32x4 lanePeak[C];
+    float sum[C];
+    for (int c = 0; c < C; c++) {
+        lanePeak[c] = splat(peak[c]);
+        sum[c] = MeanSquare ? meanSquare[c] : 0.0f;
+    }
+    const f32x4 frameCount = splat(frames);
+    int i = 0;
+    for (; i + kLanes <= n; i += kLanes) {
+        f32x4 t[C];
+        for (int c = 0; c < C; c++) {
+            const f32x4 mag = abs(load(x[c] + i));
+            t[c] = mag * mag / frameCount;
+            lanePeak[c] = max_ordered(mag, lanePeak[c]);
+        }
+        if constexpr (MeanSquare)
+            add_in_order<C>(sum, t);
+    }
+    for (int c = 0; c < C; c++) {
+        for (int lane = 0; lane < kLanes; lane++)
+            if (lanePeak[c][lane] > peak[c])
+                peak[c] = lanePeak[c][lane];
+        if (MeanSquare)
+            meanSquare[c] = sum[c];
+    }
+    return i;
+}
+
 template <int C>
 inline void running_peaks(const float *const *x, int n, float *peak, float frames, float *meanSquare)
 {
     int i = 0;
-    if (n >= kLanes) {
-        f32x4 lanePeak[C];
-        float sum[C];
-        for (int c = 0; c < C; c++) {
-            lanePeak[c] = splat(peak[c]);
-            sum[c] = meanSquare ? meanSquare[c] : 0.0f;
-        }
-        const f32x4 frameCount = splat(frames);
-        for (; i + kLanes <= n; i += kLanes) {
-            for (int c = 0; c < C; c++) {
-                const f32x4 mag = abs(load(x[c] + i));
-                if (meanSquare) {
-                    const f32x4 t = mag * mag / frameCount;
-                    sum[c] = sum[c] + t[0];
-                    sum[c] = sum[c] + t[1];
-                    sum[c] = sum[c] + t[2];
-                    sum[c] = sum[c] + t[3];
-                }
-                lanePeak[c] = max_ordered(mag, lanePeak[c]);
-            }
-        }
-        for (int c = 0; c < C; c++) {
-            for (int lane = 0; lane < kLanes; lane++)
-                if (lanePeak[c][lane] > peak[c])
-                    peak[c] = lanePeak[c][lane];
-            if (meanSquare)
-                meanSquare[c] = sum[c];
-        }
-    }
+    if (n >= kLanes)
+        i = meanSquare ? running_peaks_lanes<C, true>(x, n, peak, frames, meanSquare)
+                       : running_peaks_lanes<C, false>(x, n, peak, frames, meanSquare);
     for (int c = 0; c < C; c++) {
         for (int j = i; j < n; j++) {
             const float mag = std::fabs(x[c][j]);

@@ -167,6 +167,8 @@ inline f32x4 pair_lanes(float a, float b) { return lanes(a, b, 0.0f, 0.0f); }
 inline f32x4 low_pairs(f32x4 a, f32x4 b) { return lanes(a.v[0], a.v[1], b.v[0], b.v[1]); }
 inline f32x4 upper_pair(f32x4 v) { return lanes(v.v[2], v.v[3], 0.0f, 0.0f); }
 inline f32x4 load_pair(const float *p) { return lanes(p[0], p[1], 0.0f, 0.0f); }
+inline f32x4 interleave_low(f32x4 a, f32x4 b) { return lanes(a.v[0], b.v[0], a.v[1], b.v[1]); }
+inline f32x4 interleave_high(f32x4 a, f32x4 b) { return lanes(a.v[2], b.v[2], a.v[3], b.v[3]); }
 inline void store_lanes(float *a, float *b, f32x4 v)
 {
     *a = v.v[0];
@@ -318,6 +320,10 @@ inline f32x4 load_pair(const float *p)
     return lanes(p[0], p[1], 0.0f, 0.0f);
 #endif
 }
+
+// [a0, b0, a1, b1] and [a2, b2, a3, b3].
+inline f32x4 interleave_low(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 4, 1, 5); }
+inline f32x4 interleave_high(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 2, 6, 3, 7); }
 
 // Lane 0 of v to *a, lane 1 to *b (two channels' samples from a pair).
 inline void store_lanes(float *a, float *b, f32x4 v)

@@ -363,6 +363,16 @@ TEST(LanePaths, RampProbeAndPeakEqualTheirLoops)
         ASSERT_TRUE(same_bits(eqdrc::running_peak(x.data(), n, start, frames, &laneMeanSquare), peak));
         ASSERT_TRUE(same_bits(eqdrc::running_peak(x.data(), n, start, frames, nullptr), peak));
         ASSERT_TRUE(same_bits(laneMeanSquare, meanSquare));
+
+        // Two channels at once, their sums side by side: each as one channel alone.
+        const std::vector<float> other = awkward(n, r);
+        const float *const both[] = {x.data(), other.data()};
+        float pairPeak[2] = {start, 3.0f}, pairMeanSquare[2] = {0.5f, 0.25f};
+        eqdrc::running_peaks<2>(both, n, pairPeak, frames, pairMeanSquare);
+        float otherMeanSquare = 0.25f;
+        const float otherPeak = eqdrc::running_peak(other.data(), n, 3.0f, frames, &otherMeanSquare);
+        ASSERT_TRUE(same_bits(pairPeak[0], peak) && same_bits(pairPeak[1], otherPeak));
+        ASSERT_TRUE(same_bits(pairMeanSquare[0], meanSquare) && same_bits(pairMeanSquare[1], otherMeanSquare));
     }
 }
 
