@@ -1,7 +1,8 @@
 // Four float lanes, for running independent filters (the two channels, the crossover's
 // bands) in lock-step.  Every lane performs exactly the IEEE single-precision operation
-// the scalar code would, in the same order: only +, -, *, /, comparisons, selection and
-// sign clearing are offered here, nothing fused, reassociated or approximated.
+// the scalar code would, in the same order: only +, -, *, /, square roots, comparisons,
+// selection (min and max among them), sign clearing and flipping, and moves of lanes are
+// offered here, nothing fused, reassociated or approximated.
 #ifndef EQDRC_FILTERS_LANES_H
 #define EQDRC_FILTERS_LANES_H
 
@@ -340,11 +341,11 @@ inline void store_lanes(float *a, float *b, f32x4 v)
 // Four rows to four columns: row j's lane i goes to row i's lane j.
 inline void transpose(f32x4 &a, f32x4 &b, f32x4 &c, f32x4 &d)
 {
-    const f32x4 t0 = __builtin_shufflevector(a, b, 0, 4, 1, 5), t1 = __builtin_shufflevector(c, d, 0, 4, 1, 5);
-    const f32x4 t2 = __builtin_shufflevector(a, b, 2, 6, 3, 7), t3 = __builtin_shufflevector(c, d, 2, 6, 3, 7);
-    a = __builtin_shufflevector(t0, t1, 0, 1, 4, 5);
+    const f32x4 t0 = interleave_low(a, b), t1 = interleave_low(c, d);
+    const f32x4 t2 = interleave_high(a, b), t3 = interleave_high(c, d);
+    a = low_pairs(t0, t1);
     b = __builtin_shufflevector(t0, t1, 2, 3, 6, 7);
-    c = __builtin_shufflevector(t2, t3, 0, 1, 4, 5);
+    c = low_pairs(t2, t3);
     d = __builtin_shufflevector(t2, t3, 2, 3, 6, 7);
 }
 
