@@ -8,11 +8,12 @@
 
 namespace eqdrc {
 
-// Adds four terms per channel to sum[c] one after the other; two channels' sums run in
-// two lanes.
+// Adds four terms per channel to sum[c] one after the other; where lanes are vectors, two
+// channels' sums run in two lanes.
 template <int C>
 inline void add_in_order(float *sum, const f32x4 *t)
 {
+#if !EQDRC_SCALAR_LANES
     if constexpr (C == 2) {
         f32x4 sums = pair_lanes(sum[0], sum[1]);
         const f32x4 first = interleave_low(t[0], t[1]), second = interleave_high(t[0], t[1]);
@@ -22,11 +23,12 @@ inline void add_in_order(float *sum, const f32x4 *t)
         sums = sums + upper_pair(second);
         sum[0] = sums[0];
         sum[1] = sums[1];
-    } else {
-        for (int c = 0; c < C; c++)
-            for (int k = 0; k < kLanes; k++)
-                sum[c] = sum[c] + t[c][k];
+        return;
     }
+#endif
+    for (int c = 0; c < C; c++)
+        for (int k = 0; k < kLanes; k++)
+            sum[c] = sum[c] + t[c][k];
 }
 
 // The running peaks of C channels after x[c][0..n): `if (|x[i]| > peak) peak = |x[i]|` in

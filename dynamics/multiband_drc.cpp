@@ -368,7 +368,7 @@ struct LaneGains {
         // The gain smoother's target terms, formed again only when a search moves the target.
         const V one = eqdrc::broadcast<V>(1.0f), attackRest = one - attack, releaseRest = one - release;
         V attackTerm = attackRest * target_, releaseTerm = releaseRest * target_;
-        auto finish = [&](float *row, V in, V x, V e) {
+        auto finish = [&](float *row, V in, V x, V e) EQDRC_LANE_LAMBDA {
             const V g = eqdrc::smooth_gain_towards(target_, attackTerm, releaseTerm, smoothed_, attack, release);
             if constexpr (EveryLane) {
                 buf_ = x * g;
@@ -565,7 +565,7 @@ void MultiBandDRCState::process_lanes_stereo(const float *const *in, float *cons
         float(*later)[kLanes8] = blocks[current ^ 1];
         if (ahead > 0)
             xover.first(sample(next));
-        auto crossoverAhead = [&](int i) {
+        auto crossoverAhead = [&](int i) EQDRC_LANE_LAMBDA {
             if (i + 1 < ahead)  // ahead <= m: only the last block is short
                 eqdrc::store(later[i], xover.step(sample(next + i + 1)));
         };

@@ -68,9 +68,9 @@ struct DcBlocker {
     }
 };
 
-// Both channels' DC blockers in lanes 0 and 1, each lane performing DcBlocker::step.
+// Both channels' DC blockers in a pair, each lane performing DcBlocker::step.
 struct DcBlockerPair {
-    eqdrc::f32x4 g, prevIn, lastOut;
+    eqdrc::Pair g, prevIn, lastOut;
 
     DcBlockerPair(const float pole[2], const float in[2], const float out[2])
         : g(eqdrc::pair_lanes(pole[0], pole[1])), prevIn(eqdrc::pair_lanes(in[0], in[1])),
@@ -78,14 +78,16 @@ struct DcBlockerPair {
     {
     }
 
-    EQDRC_LANE_INLINE eqdrc::f32x4 step(eqdrc::f32x4 w)
+    // The pair at p through the blockers, in place.
+    EQDRC_LANE_INLINE void step(float *p)
     {
-        const eqdrc::f32x4 flush = eqdrc::splat(kFlush), zero = eqdrc::splat(0.0f);
-        const eqdrc::f32x4 a = w - prevIn;
-        const eqdrc::f32x4 kept = (a + lastOut) * g, flushed = (a + zero) * g;
+        const eqdrc::Pair flush = eqdrc::pair_lanes(kFlush, kFlush), zero = eqdrc::pair_lanes(0.0f, 0.0f);
+        const eqdrc::Pair w = eqdrc::load_pair(p);
+        const eqdrc::Pair a = w - prevIn;
+        const eqdrc::Pair kept = (a + lastOut) * g, flushed = (a + zero) * g;
         lastOut = eqdrc::select(eqdrc::less_equal(eqdrc::abs(lastOut), flush), flushed, kept);
         prevIn = eqdrc::select(eqdrc::less_equal(eqdrc::abs(w), flush), zero, w);
-        return lastOut;
+        eqdrc::store_pair(p, lastOut);
     }
     void save(float in[2], float out[2]) const
     {
@@ -253,7 +255,7 @@ void BassEnhancerState::process_pair(const float *const in[2], float *const out[
     }
     const f32x4 scale = eqdrc::splat(fullScale);
     const float *in0 = in[0], *in1 = in[1];
-    auto split_sample = [&](int i, int block, int j) {
+    auto split_sample = [&](int i, int block, int j) EQDRC_LANE_LAMBDA {
         const f32x4 x = eqdrc::lanes(in0[i], in1[i], in0[i], in1[i]) / scale;
         const f32x4 bands = eqdrc::biquad_step(split[1], z1[1], z2[1], eqdrc::biquad_step(split[0], z1[0], z2[0], x));
         eqdrc::store_low_pair(low[block][j], bands);
@@ -272,7 +274,8 @@ void BassEnhancerState::process_pair(const float *const in[2], float *const out[
             sections.state[ch][k] = c.state + ch * kStatePerChannel + (k % kSections) * eqdrc::kBiquadState;
         }
     }
-    const f32x4 amount = eqdrc::pair_lanes(amountLinear[0], amountLinear[1]), scaleOut = eqdrc::splat(fullScale);
+    const eqdrc::Pair amount = eqdrc::pair_lanes(amountLinear[0], amountLinear[1]),
+                      scaleOut = eqdrc::pair_lanes(fullScale, fullScale);
 
     int current = 0;
     const int first = frameLen < kPairBlock ? frameLen : kPairBlock;
@@ -288,19 +291,19 @@ void BassEnhancerState::process_pair(const float *const in[2], float *const out[
         int j = 0;
         for (; j < ahead; j++) {  // ahead <= m: only the last block is short
             split_sample(next + j, later, j);
-            eqdrc::store_low_pair(lo[j], blockers.step(eqdrc::load_pair(lo[j])));
+            blockers.step(lo[j]);
         }
         for (; j < m; j++)
-            eqdrc::store_low_pair(lo[j], blockers.step(eqdrc::load_pair(lo[j])));
+            blockers.step(lo[j]);
         if (ahead > 0)
             shape_pairs(shaper, low[later], ahead);
 
         // The harmonic filters, each sample mixed as it leaves them.
         const float(*hi)[2] = high[current];
         float *y0 = out[0] + start, *y1 = out[1] + start;
-        auto source = [lo](int i) { return eqdrc::load_pair(lo[i]); };
-        auto mix = [=](int i, f32x4 harmonics) {
-            const f32x4 y = (eqdrc::load_pair(hi[i]) + harmonics * amount) * scaleOut;
+        auto source = [lo](int i) EQDRC_LANE_LAMBDA { return eqdrc::load_pair(lo[i]); };
+        auto mix = [=](int i, eqdrc::Pair harmonics) EQDRC_LANE_LAMBDA {
+            const eqdrc::Pair y = (eqdrc::load_pair(hi[i]) + harmonics * amount) * scaleOut;
             eqdrc::store_lanes(y0 + i, y1 + i, y);
         };
         if (sections.count == 3 * kSections)

@@ -211,12 +211,12 @@ void ExciterState::process_pair(const float *const *in, float *const *out, int n
     // The input filters' results and the scaled inputs of the last two steps.
     f32x4 hOlder = eqdrc::splat(0.0f), hNewer = hOlder, xOlder = hOlder, xNewer = hOlder;
     // Step t: sample t through the input filters, sample t - 2 through the output filters.
-    auto step = [&](int t, const f32x4 x) {
+    auto step = [&](int t, const f32x4 x) EQDRC_LANE_LAMBDA {
         const f32x4 s = soft_clip((hOlder + offset) * drive);
         const f32x4 h = eqdrc::biquad_step(c, z1, z2, eqdrc::low_pairs(x, s));
         if (t >= kBehind) {
-            const f32x4 y = (dry * xOlder + wet * eqdrc::upper_pair(h)) * scale;
-            eqdrc::store_lanes(out[0] + t - kBehind, out[1] + t - kBehind, y);
+            const f32x4 y = (dry * xOlder + wet * eqdrc::widen(eqdrc::upper_pair(h))) * scale;
+            eqdrc::store_lanes(out[0] + t - kBehind, out[1] + t - kBehind, eqdrc::lower_pair(y));
         }
         hOlder = hNewer;
         hNewer = h;
@@ -228,7 +228,7 @@ void ExciterState::process_pair(const float *const *in, float *const *out, int n
         const bool inputs = t < n, outputs = t >= kBehind && t - kBehind < n;
         const eqdrc::m32x4 live = eqdrc::mask(inputs, inputs, outputs, outputs);
         const f32x4 keep1 = z1, keep2 = z2;
-        step(t, inputs ? eqdrc::pair_lanes(in[0][t], in[1][t]) / scale : eqdrc::splat(0.0f));
+        step(t, inputs ? eqdrc::widen(eqdrc::pair_lanes(in[0][t], in[1][t])) / scale : eqdrc::splat(0.0f));
         z1 = eqdrc::select(live, z1, keep1);
         z2 = eqdrc::select(live, z2, keep2);
     };
@@ -236,7 +236,7 @@ void ExciterState::process_pair(const float *const *in, float *const *out, int n
     for (; t < kBehind; t++)
         partial_step(t);
     for (; t < n; t++)
-        step(t, eqdrc::pair_lanes(in[0][t], in[1][t]) / scale);
+        step(t, eqdrc::widen(eqdrc::pair_lanes(in[0][t], in[1][t])) / scale);
     for (; t < n + kBehind; t++)
         partial_step(t);
 

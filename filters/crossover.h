@@ -135,7 +135,7 @@ struct SkewedCrossover {
     }
 
     // Sample i in, the bands of sample i - 1 out.
-    V step(V in) { return advance(in); }
+    EQDRC_LANE_INLINE V step(V in) { return advance(in); }
 
     // The bands of the run's last sample: only c's last lanes work.
     V last()

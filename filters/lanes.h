@@ -32,13 +32,17 @@
 #endif
 
 // The per-sample lane helpers (a biquad step, the smoothers, a cascade's or crossover's
-// step, the shapers) are forced inline where lanes are scalar: the compiler would
-// otherwise call them and pass their lanes through memory, several times slower.  Vector
-// lanes leave the choice to the compiler, which inlines them where they pay.
+// step, the shapers, and the per-sample lambdas of the stages' loops, marked
+// EQDRC_LANE_LAMBDA after their parameters) are forced inline where lanes are scalar: the
+// compiler would otherwise call them and pass their lanes through memory, several times
+// slower.  Vector lanes leave the choice to the compiler, which inlines them where they
+// pay.
 #if EQDRC_SCALAR_LANES && defined(__GNUC__)
 #define EQDRC_LANE_INLINE inline __attribute__((always_inline))
+#define EQDRC_LANE_LAMBDA __attribute__((always_inline))
 #else
 #define EQDRC_LANE_INLINE inline
+#define EQDRC_LANE_LAMBDA
 #endif
 
 namespace eqdrc {
@@ -164,17 +168,49 @@ inline f32x4 sqrt(f32x4 a)
     return a;
 }
 
-inline f32x4 pair_lanes(float a, float b) { return lanes(a, b, 0.0f, 0.0f); }
 inline f32x4 low_pairs(f32x4 a, f32x4 b) { return lanes(a.v[0], a.v[1], b.v[0], b.v[1]); }
-inline f32x4 upper_pair(f32x4 v) { return lanes(v.v[2], v.v[3], 0.0f, 0.0f); }
-inline f32x4 load_pair(const float *p) { return lanes(p[0], p[1], 0.0f, 0.0f); }
-inline f32x4 interleave_low(f32x4 a, f32x4 b) { return lanes(a.v[0], b.v[0], a.v[1], b.v[1]); }
-inline f32x4 interleave_high(f32x4 a, f32x4 b) { return lanes(a.v[2], b.v[2], a.v[3], b.v[3]); }
-inline void store_lanes(float *a, float *b, f32x4 v)
+
+// Two channels' values, channel c in lane c.  Where lanes are scalar a pair is two floats:
+// four lanes would do twice the work, and the compiler's mix of pair-wide and lane-wide
+// moves through memory stalls store forwarding.
+struct Pair {
+    float v[2];
+    float &operator[](int i) { return v[i]; }
+    float operator[](int i) const { return v[i]; }
+};
+struct PairMask {
+    int32_t v[2];
+};
+
+#define EQDRC_PAIRWISE(op) \
+    inline Pair operator op(Pair a, Pair b) { return Pair{{a.v[0] op b.v[0], a.v[1] op b.v[1]}}; }
+EQDRC_PAIRWISE(+)
+EQDRC_PAIRWISE(-)
+EQDRC_PAIRWISE(*)
+EQDRC_PAIRWISE(/)
+#undef EQDRC_PAIRWISE
+
+inline Pair abs(Pair a) { return Pair{{std::fabs(a.v[0]), std::fabs(a.v[1])}}; }
+inline PairMask less_equal(Pair a, Pair b) { return PairMask{{a.v[0] <= b.v[0] ? -1 : 0, a.v[1] <= b.v[1] ? -1 : 0}}; }
+inline Pair select(PairMask m, Pair a, Pair b) { return Pair{{m.v[0] ? a.v[0] : b.v[0], m.v[1] ? a.v[1] : b.v[1]}}; }
+
+inline Pair pair_lanes(float a, float b) { return Pair{{a, b}}; }
+inline Pair load_pair(const float *p) { return Pair{{p[0], p[1]}}; }
+inline void store_pair(float *p, Pair v)
+{
+    p[0] = v.v[0];
+    p[1] = v.v[1];
+}
+inline void store_lanes(float *a, float *b, Pair v)
 {
     *a = v.v[0];
     *b = v.v[1];
 }
+// The pair in lanes 0 and 1 of four (2 and 3 zero); lanes 0 and 1 or 2 and 3 as a pair.
+inline f32x4 widen(Pair p) { return lanes(p.v[0], p.v[1], 0.0f, 0.0f); }
+inline Pair lower_pair(f32x4 v) { return Pair{{v.v[0], v.v[1]}}; }
+inline Pair upper_pair(f32x4 v) { return Pair{{v.v[2], v.v[3]}}; }
+inline f32x4 with_pair_below(Pair p, f32x4 v) { return lanes(p.v[0], p.v[1], v.v[0], v.v[1]); }
 
 #else
 
@@ -280,6 +316,11 @@ inline f32x4 sqrt(f32x4 a)
 #endif
 }
 
+// Two channels' values, channel c in lane c: where lanes are vectors, lanes 0 and 1 of
+// four (2 and 3 unspecified unless said).
+using Pair = f32x4;
+using PairMask = m32x4;
+
 // Moving pairs of lanes: the compiler's own shuffles of these take up to twice the
 // instructions.  [a, b, 0, 0]:
 inline f32x4 pair_lanes(float a, float b)
@@ -321,6 +362,11 @@ inline f32x4 load_pair(const float *p)
     return lanes(p[0], p[1], 0.0f, 0.0f);
 #endif
 }
+
+inline void store_pair(float *p, Pair v) { std::memcpy(p, &v, 2 * sizeof(float)); }
+inline f32x4 widen(Pair p) { return p; }
+inline Pair lower_pair(f32x4 v) { return v; }
+inline f32x4 with_pair_below(Pair p, f32x4 v) { return low_pairs(p, v); }
 
 // [a0, b0, a1, b1] and [a2, b2, a3, b3].
 inline f32x4 interleave_low(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 4, 1, 5); }

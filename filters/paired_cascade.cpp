@@ -10,7 +10,7 @@ template <class V, int Count>
 void run_skewed(const CascadeSections &s, const float *const x[2], float *const y[2], int n)
 {
     float *y0 = y[0], *y1 = y[1];
-    skew::SkewedCascade<V, Count>().run(s, x, n, [y0, y1](int i, f32x4 v) {
+    skew::SkewedCascade<V, Count>().run(s, x, n, [y0, y1](int i, Pair v) EQDRC_LANE_LAMBDA {
         store_lanes(y0 + i, y1 + i, v);
     });
 }

@@ -33,8 +33,8 @@ struct SkewLanes<f32x4> {
     using Mask = m32x4;
     static constexpr int kCount = 4;
     static Mask mask_of(const bool *on) { return mask(on[0], on[1], on[2], on[3]); }
-    static f32x4 shift_in(f32x4 v, f32x4 pair) { return low_pairs(pair, v); }
-    static f32x4 last_pair(f32x4 v) { return upper_pair(v); }
+    static f32x4 shift_in(f32x4 v, Pair pair) { return with_pair_below(pair, v); }
+    static Pair last_pair(f32x4 v) { return upper_pair(v); }
 };
 
 #if EQDRC_EIGHT_LANES
@@ -46,11 +46,11 @@ struct SkewLanes<f32x8> {
     {
         return join(mask(on[0], on[1], on[2], on[3]), mask(on[4], on[5], on[6], on[7]));
     }
-    static f32x8 shift_in(f32x8 v, f32x4 pair)
+    static f32x8 shift_in(f32x8 v, Pair pair)
     {
         return __builtin_shufflevector(join(pair, pair), v, 0, 1, 8, 9, 10, 11, 12, 13);
     }
-    static f32x4 last_pair(f32x8 v) { return upper_pair(high_half(v)); }
+    static Pair last_pair(f32x8 v) { return upper_pair(high_half(v)); }
 };
 #endif
 
@@ -166,7 +166,7 @@ struct SkewedCascade {
     {
         load(s);
         const int steps = n + kDelay;
-        const f32x4 none = splat(0.0f);
+        const Pair none = pair_lanes(0.0f, 0.0f);
         V older{}, newer{};  // the outputs of steps t - 2 and t - 1
         static_assert(kSkew == 2, "two steps in flight");
         int t = 0;
@@ -195,7 +195,8 @@ struct SkewedCascade {
     void run(const CascadeSections &s, const float *const x[2], int n, Sink &&sink)
     {
         const float *x0 = x[0], *x1 = x[1];
-        run_from(s, [x0, x1](int t) { return pair_lanes(x0[t], x1[t]); }, n, sink);
+        run_from(
+            s, [x0, x1](int t) EQDRC_LANE_LAMBDA { return pair_lanes(x0[t], x1[t]); }, n, sink);
     }
 };
 

@@ -193,10 +193,10 @@ void eqdrc::LoudnessMeter::add_stereo_frames(const float *const *in, int frameLe
             // The two channels' slots of this call are apart, so their sums run side by
             // side, each in its own order, as the weighted samples leave the filters.
             float *ring0 = energyRing + slot[0], *ring1 = energyRing + slot[1];
-            eqdrc::f32x4 sums = eqdrc::pair_lanes(sum[0], sum[1]);
+            eqdrc::Pair sums = eqdrc::pair_lanes(sum[0], sum[1]);
             eqdrc::skew::SkewedCascade<eqdrc::f32x4, kSectionsPerChannel>().run(
-                sections, x, m, [&](int i, eqdrc::f32x4 w) {
-                    const eqdrc::f32x4 e = w * w;
+                sections, x, m, [&](int i, eqdrc::Pair w) EQDRC_LANE_LAMBDA {
+                    const eqdrc::Pair e = w * w;
                     sums = (sums - eqdrc::pair_lanes(ring0[i], ring1[i])) + e;
                     eqdrc::store_lanes(ring0 + i, ring1 + i, e);
                 });
