@@ -196,11 +196,6 @@ inline Pair select(PairMask m, Pair a, Pair b) { return Pair{{m.v[0] ? a.v[0] : 
 
 inline Pair pair_lanes(float a, float b) { return Pair{{a, b}}; }
 inline Pair load_pair(const float *p) { return Pair{{p[0], p[1]}}; }
-inline void store_pair(float *p, Pair v)
-{
-    p[0] = v.v[0];
-    p[1] = v.v[1];
-}
 inline void store_lanes(float *a, float *b, Pair v)
 {
     *a = v.v[0];
@@ -363,7 +358,6 @@ inline f32x4 load_pair(const float *p)
 #endif
 }
 
-inline void store_pair(float *p, Pair v) { std::memcpy(p, &v, 2 * sizeof(float)); }
 inline f32x4 widen(Pair p) { return p; }
 inline Pair lower_pair(f32x4 v) { return v; }
 inline f32x4 with_pair_below(Pair p, f32x4 v) { return low_pairs(p, v); }
