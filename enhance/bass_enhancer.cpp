@@ -94,24 +94,43 @@ struct DcBlockerPair {
     }
 };
 
-// The two channels' shapers over n interleaved pairs in place, as many lanes at a time as
-// the build has, the rest one by one.
-void shape_pairs(const eqdrc::BassShaper shaper[2], float (*y)[2], int n)
-{
-    float *v = y[0];
-    const int count = 2 * n;
-    int i = 0;
+// The two channels' shapers over interleaved pairs, their lane constants formed once a
+// frame: as many lanes at a time as the build has, the rest one by one.
+struct PairShapers {
+    const eqdrc::BassShaper *shaper;
 #if EQDRC_EIGHT_LANES
-    const eqdrc::ShaperLanes<eqdrc::f32x8> eight(shaper[0], shaper[1]);
-    for (; i + 8 <= count; i += 8)
-        eqdrc::store(v + i, eight.shape(eqdrc::load<eqdrc::f32x8>(v + i)));
+    eqdrc::ShaperLanes<eqdrc::f32x8> eight;
 #endif
-    const eqdrc::ShaperLanes<eqdrc::f32x4> four(shaper[0], shaper[1]);
-    for (; i + eqdrc::kLanes <= count; i += eqdrc::kLanes)
-        eqdrc::store(v + i, four.shape(eqdrc::load(v + i)));
-    for (; i < count; i++)
-        v[i] = shaper[i % 2].shape(v[i]);
-}
+    eqdrc::ShaperLanes<eqdrc::f32x4> four;
+
+    explicit PairShapers(const eqdrc::BassShaper s[2])
+        : shaper(s),
+#if EQDRC_EIGHT_LANES
+          eight(s[0], s[1]),
+#endif
+          four(s[0], s[1])
+    {
+    }
+
+    // n pairs in place.  The loops work on copies of the constants, which the stores
+    // through y could otherwise alias, so they would be loaded again for every vector.
+    void shape(float (*y)[2], int n) const
+    {
+        float *v = y[0];
+        const int count = 2 * n;
+        int i = 0;
+#if EQDRC_EIGHT_LANES
+        const eqdrc::ShaperLanes<eqdrc::f32x8> lanes8 = eight;
+        for (; i + 8 <= count; i += 8)
+            eqdrc::store(v + i, lanes8.shape(eqdrc::load<eqdrc::f32x8>(v + i)));
+#endif
+        const eqdrc::ShaperLanes<eqdrc::f32x4> lanes4 = four;
+        for (; i + eqdrc::kLanes <= count; i += eqdrc::kLanes)
+            eqdrc::store(v + i, lanes4.shape(eqdrc::load(v + i)));
+        for (; i < count; i++)
+            v[i] = shaper[i % 2].shape(v[i]);
+    }
+};
 
 }  // namespace
 
@@ -262,6 +281,7 @@ void BassEnhancerState::process_pair(const float *const in[2], float *const out[
         eqdrc::store_high_pair(high[block][j], bands);
     };
     DcBlockerPair blockers(dcPole, dcPrevIn, dcPrevOut);
+    const PairShapers shapers(shaper);
 
     // harmonicLow, harmonicHigh and, when on, floorHigh: two sections each.
     eqdrc::CascadeSections sections;
@@ -281,7 +301,7 @@ void BassEnhancerState::process_pair(const float *const in[2], float *const out[
     const int first = frameLen < kPairBlock ? frameLen : kPairBlock;
     for (int j = 0; j < first; j++)
         split_sample(j, current, j);
-    shape_pairs(shaper, low[current], first);
+    shapers.shape(low[current], first);
     for (int start = 0; start < frameLen; start += kPairBlock) {
         const int m = frameLen - start < kPairBlock ? frameLen - start : kPairBlock;
         const int next = start + kPairBlock;
@@ -291,7 +311,7 @@ void BassEnhancerState::process_pair(const float *const in[2], float *const out[
         for (int j = 0; j < ahead; j++)  // ahead <= m: only the last block is short
             split_sample(next + j, later, j);
         if (ahead > 0)
-            shape_pairs(shaper, low[later], ahead);
+            shapers.shape(low[later], ahead);
 
         // The harmonic filters, each sample mixed as it leaves them.
         const float(*hi)[2] = high[current];

@@ -32,9 +32,6 @@ inline float sqrt_flushed(float v)
     return a > kBassFlush ? std::sqrt(a) : 0.0f;
 }
 
-template <class V>
-struct ShaperLanes;
-
 struct BassShaper {
     float a, b, p, d, e, f;  // the arcs' constants, in the record's order
     float scale;             // H, the output scale of both arcs
@@ -51,10 +48,6 @@ struct BassShaper {
             return (sqrt_flushed(e + (a - y) * y) + b) * scale;
         return -(scale * (d + sqrt_flushed(f - (y + p) * y)));
     }
-
-    // shape() in every lane of V.
-    template <class V>
-    V shape_lanes(V y) const;
 };
 
 // The shaper in lanes, lane k with the constants of shapers[k % 2]: one shaper in every
@@ -90,12 +83,6 @@ struct ShaperLanes {
         return negate_unless(up, (root + select_fixed(up, b, d)) * scale);
     }
 };
-
-template <class V>
-inline V BassShaper::shape_lanes(V y) const
-{
-    return ShaperLanes<V>(*this, *this).shape(y);
-}
 
 }  // namespace eqdrc
 

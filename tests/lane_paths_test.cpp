@@ -309,7 +309,7 @@ TEST(LanePaths, BassShaperLanesEqualShape)
                 float y[4];
                 for (float &v : y)
                     v = r.below(3) == 0 ? special[r.below(sizeof special / sizeof special[0])] : awkward_value(r);
-                const eqdrc::f32x4 w = s.shape_lanes(lanes_of(y));
+                const eqdrc::f32x4 w = eqdrc::ShaperLanes<eqdrc::f32x4>(s, s).shape(lanes_of(y));
                 for (int k = 0; k < 4; k++)
                     ASSERT_TRUE(same_bits(w[k], s.shape(y[k]))) << "y " << y[k] << " drive " << d[0];
             }
