@@ -50,7 +50,8 @@ inline int running_peaks_lanes(const float *const *x, int n, float *peak, float 
         f32x4 t[C];
         for (int c = 0; c < C; c++) {
             const f32x4 mag = abs(load(x[c] + i));
-            t[c] = mag * mag / frameCount;
+            if constexpr (MeanSquare)
+                t[c] = mag * mag / frameCount;
             lanePeak[c] = max_ordered(mag, lanePeak[c]);
         }
         if constexpr (MeanSquare)
@@ -60,7 +61,7 @@ inline int running_peaks_lanes(const float *const *x, int n, float *peak, float 
         for (int lane = 0; lane < kLanes; lane++)
             if (lanePeak[c][lane] > peak[c])
                 peak[c] = lanePeak[c][lane];
-        if (MeanSquare)
+        if constexpr (MeanSquare)
             meanSquare[c] = sum[c];
     }
     return i;
