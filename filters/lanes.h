@@ -51,23 +51,35 @@ constexpr int kLanes = 4;
 
 #if EQDRC_SCALAR_LANES
 
-struct f32x4 {
-    float v[kLanes];
+// N float lanes, worked one at a time, and a mask of N lanes: all bits set where a
+// comparison held.
+template <int N>
+struct FloatLanes {
+    float v[N];
     float &operator[](int i) { return v[i]; }
     float operator[](int i) const { return v[i]; }
 };
-// A lane mask: all bits set where a comparison held.
-struct m32x4 {
-    int32_t v[kLanes];
+template <int N>
+struct MaskLanes {
+    int32_t v[N];
     int32_t operator[](int i) const { return v[i]; }
 };
+using f32x4 = FloatLanes<kLanes>;
+using m32x4 = MaskLanes<kLanes>;
 
-#define EQDRC_LANEWISE(op)                                  \
-    inline f32x4 operator op(f32x4 a, f32x4 b)              \
-    {                                                       \
-        for (int i = 0; i < kLanes; i++)                    \
-            a.v[i] = a.v[i] op b.v[i];                      \
-        return a;                                           \
+// Two channels' values, channel c in lane c.  Where lanes are scalar a pair is two floats:
+// four lanes would do twice the work, and the compiler's mix of pair-wide and lane-wide
+// moves through memory stalls store forwarding.
+using Pair = FloatLanes<2>;
+using PairMask = MaskLanes<2>;
+
+#define EQDRC_LANEWISE(op)                                          \
+    template <int N>                                                \
+    inline FloatLanes<N> operator op(FloatLanes<N> a, FloatLanes<N> b) \
+    {                                                               \
+        for (int i = 0; i < N; i++)                                 \
+            a.v[i] = a.v[i] op b.v[i];                              \
+        return a;                                                   \
     }
 EQDRC_LANEWISE(+)
 EQDRC_LANEWISE(-)
@@ -75,29 +87,32 @@ EQDRC_LANEWISE(*)
 EQDRC_LANEWISE(/)
 #undef EQDRC_LANEWISE
 
-inline f32x4 operator-(f32x4 a)
+template <int N>
+inline FloatLanes<N> operator-(FloatLanes<N> a)
 {
-    for (int i = 0; i < kLanes; i++)
+    for (int i = 0; i < N; i++)
         a.v[i] = -a.v[i];
     return a;
 }
 
-#define EQDRC_COMPARE(name, op)                             \
-    inline m32x4 name(f32x4 a, f32x4 b)                     \
-    {                                                       \
-        m32x4 m;                                            \
-        for (int i = 0; i < kLanes; i++)                    \
-            m.v[i] = a.v[i] op b.v[i] ? -1 : 0;             \
-        return m;                                           \
+#define EQDRC_COMPARE(name, op)                                     \
+    template <int N>                                                \
+    inline MaskLanes<N> name(FloatLanes<N> a, FloatLanes<N> b)      \
+    {                                                               \
+        MaskLanes<N> m;                                             \
+        for (int i = 0; i < N; i++)                                 \
+            m.v[i] = a.v[i] op b.v[i] ? -1 : 0;                     \
+        return m;                                                   \
     }
 EQDRC_COMPARE(greater, >)
 EQDRC_COMPARE(greater_equal, >=)
 EQDRC_COMPARE(less_equal, <=)
 #undef EQDRC_COMPARE
 
-inline f32x4 select(m32x4 m, f32x4 a, f32x4 b)
+template <int N>
+inline FloatLanes<N> select(MaskLanes<N> m, FloatLanes<N> a, FloatLanes<N> b)
 {
-    for (int i = 0; i < kLanes; i++)
+    for (int i = 0; i < N; i++)
         a.v[i] = m.v[i] ? a.v[i] : b.v[i];
     return a;
 }
@@ -127,9 +142,10 @@ inline f32x4 negate_unless(m32x4 m, f32x4 a)
 
 inline f32x4 lanes(float a, float b, float c, float d) { return f32x4{{a, b, c, d}}; }
 
-inline f32x4 abs(f32x4 a)
+template <int N>
+inline FloatLanes<N> abs(FloatLanes<N> a)
 {
-    for (int i = 0; i < kLanes; i++)
+    for (int i = 0; i < N; i++)
         a.v[i] = std::fabs(a.v[i]);
     return a;
 }
@@ -169,30 +185,6 @@ inline f32x4 sqrt(f32x4 a)
 }
 
 inline f32x4 low_pairs(f32x4 a, f32x4 b) { return lanes(a.v[0], a.v[1], b.v[0], b.v[1]); }
-
-// Two channels' values, channel c in lane c.  Where lanes are scalar a pair is two floats:
-// four lanes would do twice the work, and the compiler's mix of pair-wide and lane-wide
-// moves through memory stalls store forwarding.
-struct Pair {
-    float v[2];
-    float &operator[](int i) { return v[i]; }
-    float operator[](int i) const { return v[i]; }
-};
-struct PairMask {
-    int32_t v[2];
-};
-
-#define EQDRC_PAIRWISE(op) \
-    inline Pair operator op(Pair a, Pair b) { return Pair{{a.v[0] op b.v[0], a.v[1] op b.v[1]}}; }
-EQDRC_PAIRWISE(+)
-EQDRC_PAIRWISE(-)
-EQDRC_PAIRWISE(*)
-EQDRC_PAIRWISE(/)
-#undef EQDRC_PAIRWISE
-
-inline Pair abs(Pair a) { return Pair{{std::fabs(a.v[0]), std::fabs(a.v[1])}}; }
-inline PairMask less_equal(Pair a, Pair b) { return PairMask{{a.v[0] <= b.v[0] ? -1 : 0, a.v[1] <= b.v[1] ? -1 : 0}}; }
-inline Pair select(PairMask m, Pair a, Pair b) { return Pair{{m.v[0] ? a.v[0] : b.v[0], m.v[1] ? a.v[1] : b.v[1]}}; }
 
 inline Pair pair_lanes(float a, float b) { return Pair{{a, b}}; }
 inline Pair load_pair(const float *p) { return Pair{{p[0], p[1]}}; }
