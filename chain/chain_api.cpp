@@ -2,6 +2,7 @@
 #include "chain/audio_post.h"
 #include "chain/record_file.h"
 #include "core/log.h"
+#include "filters/lane_code.h"
 
 using namespace eqdrc;
 
@@ -23,7 +24,10 @@ void dump_version()
     static const char kRule[] = "---------------------------------------------------------\n";
     log_line(site::kBannerRuleTop, "%s", kRule);
     log_line(site::kBannerVersion, "%s version: %s\n", kProductLabel, "tqaudio_effect_eqdrc-" EQDRC_BUILD_VERSION);
-    log_line(site::kBannerBuilding, "%s building: %s\n", kProductLabel, __DATE__ " " __TIME__);
+    // The second stamp also names the processing code that runs (one of several copies on
+    // x86-64, chosen at load).
+    log_line(site::kBannerBuilding, "%s building: %s\n", kProductLabel,
+             __DATE__ " " __TIME__ ", " EQDRC_LANE_CODE " processing code");
     log_line(site::kBannerRuleBottom, "%s", kRule);
 }
 

@@ -1,6 +1,6 @@
 // The processing code's builds (scalar lanes, SSE2, AVX2 on x86-64): how one is chosen,
 // and that each gives the same bits, through the test program as a separate process
-// (the choice is made once, when the library is loaded).
+// (the choice is made once, when the library is loaded), which names it in its banner.
 #include <sys/wait.h>
 
 #include <cmath>
@@ -38,6 +38,16 @@ private:
     std::string old_;
 };
 
+// The version banner's build-stamp line, from a run's standard error.
+std::string building_line(const std::string &log)
+{
+    const size_t at = log.find(" building: ");
+    if (at == std::string::npos)
+        return "(no building line)";
+    const size_t begin = log.rfind('\n', at) + 1, end = log.find('\n', at);
+    return log.substr(begin, end - begin);
+}
+
 TEST(SimdPath, ForcedByTheVariableAndNeverWiderThanTheCpu)
 {
     const Path widest = eqdrc_simd::widest_path();
@@ -67,18 +77,31 @@ TEST(SimdPath, EveryPathGivesTheSameBitsForTheWholeChain)
     }
     const std::string in = temp_path("simd_in.raw"), rec = std::string(EQDRC_SOURCE_DIR) + "/tunings/reference.bin";
     write_file(in, pcm.data(), pcm.size());
-    std::string first;
+    std::string first, first_banner;
     for (const char *path : {"scalar", "sse2", "avx2"}) {
-        const std::string out = temp_path("simd_out.raw"), dump = temp_path("simd_dump.rec");
+        const std::string out = temp_path("simd_out.raw"), dump = temp_path("simd_dump.rec"),
+                          log = temp_path("simd_log.txt");
         std::string cmd = std::string("EQDRC_SIMD=") + path + " ASAN_OPTIONS=detect_leaks=0 " + EQDRC_TEST_RUNNER +
                           " " + EQDRC_QUORVEL_ENH + " " + in + " " + out + " " + rec + " " + rec + " " + dump +
-                          " >/dev/null 2>&1";
+                          " >/dev/null 2>" + log;
         int st = std::system(cmd.c_str());
         ASSERT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0) << path;
-        std::string got = read_file(out);
+        std::string got = read_file(out), banner = building_line(read_file(log));
         std::remove(out.c_str());
         std::remove(dump.c_str());
+        std::remove(log.c_str());
         ASSERT_FALSE(got.empty()) << path;
+        // The banner names the copy that ran: the forced one where the library holds
+        // several, the library's only one elsewhere.
+#if EQDRC_SIMD_DISPATCH
+        ScopedEnv simd("EQDRC_SIMD", path);
+        const std::string ran = eqdrc_simd::path_name(eqdrc_simd::chosen_path());
+        EXPECT_NE(banner.find(", " + ran + " processing code"), std::string::npos) << path << ": " << banner;
+#else
+        if (first_banner.empty())
+            first_banner = banner;
+        EXPECT_EQ(banner, first_banner) << path;
+#endif
         if (first.empty()) {
             EXPECT_NE(got, pcm) << "the chain must change the signal";
             first = got;
