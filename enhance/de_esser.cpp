@@ -90,8 +90,8 @@ void DeEsserState::design(int ch, AlphaForm form)
     float sn, cs;
     eqdrc::mathf::sincosf(w0, &sn, &cs);
 
-    // Constant 0 dB peak band-pass, bandwidth in octaves.  Creation and retuning have
-    // always formed the sinh argument differently; equal while the width is 1.
+    // Constant 0 dB peak band-pass, bandwidth in octaves.  Creation and retuning form
+    // the sinh argument in different orders; equal while the width is 1.
     const float arg = form == AlphaForm::kCreation ? kHalfLn2 * w0 / sn : (width * kHalfLn2) * w0 / sn;
     const float alpha = sn * eqdrc::mathf::sinhf(arg);
     const float a0 = 1.0f + alpha;

@@ -1,5 +1,6 @@
-// K-weighted gated loudness meter.  Every constant below is the float32 the meter has
-// always used, written from its bit pattern; the static_asserts tie each to its decimal.
+// K-weighted gated loudness meter.  Every constant below is the meter's float32, written
+// from its bit pattern so no decimal rounding can move it; the static_asserts tie each to
+// its decimal.
 #include "meters/loudness_meter.h"
 
 #include <cmath>
