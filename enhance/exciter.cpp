@@ -67,15 +67,6 @@ void ExciterState::design()
     }
 }
 
-namespace {
-
-// Silence is looked for in runs of at least this many samples; while it lasts, a few
-// samples are run one by one watching for a repeating state between blocks run as usual.
-constexpr int kWatchSteps = 2 * eqdrc::kMaxRepeatPeriod;
-constexpr int kBlockBetweenWatches = 64;
-
-}  // namespace
-
 float ExciterState::Channel::step(Memories &m, float sample) const
 {
     const float x = sample / fullScale;
@@ -127,18 +118,14 @@ void ExciterState::process(const float *const *in, float *const *out, int frameL
     // From here no output lands on an input not yet read, so the constant tail read now
     // is what the samples will be.  On silence the input high-pass rings down into a
     // fixed point or short cycle of denormals, and stays there: copied once it repeats.
-    int from = 0;
-    for (int ch = 0; ch < channels; ch++)
-        from = std::max(from, eqdrc::constant_tail_start(in[ch], frameLen));
-    if (frameLen - from < kWatchSteps)
-        from = frameLen;
+    const int from = eqdrc::watched_tail_start(in, channels, frameLen);
     float held[eqdrc::kExciterMaxChannels] = {};
     for (int ch = 0; ch < channels && from < frameLen; ch++)
         held[ch] = in[ch][from];
     bool active[eqdrc::kExciterMaxChannels] = {true, true};
     run(in, out, 0, from, active, pair);
-    for (int t = from; t < frameLen;) {
-        const int left = frameLen - t, watched = std::min(kWatchSteps, left);
+    const auto watch = [&](int t, int watched, int left) {
+        bool done = true;
         for (int ch = 0; ch < channels; ch++) {
             if (!active[ch])
                 continue;
@@ -149,12 +136,11 @@ void ExciterState::process(const float *const *in, float *const *out, int frameL
                                            left) == left)
                 active[ch] = false;
             keep(ch, m);
+            done = done && !active[ch];
         }
-        t += watched;
-        const int block = std::min(kBlockBetweenWatches, frameLen - t);
-        run(in, out, t, t + block, active, pair);
-        t += block;
-    }
+        return done;
+    };
+    eqdrc::run_watching(from, frameLen, watch, [&](int t, int end) { run(in, out, t, end, active, pair); });
 }
 
 // Samples [from, to) of the active channels, both at once when the buffers allow it.

@@ -8,6 +8,7 @@
 #ifndef EQDRC_FILTERS_REPEATING_STATE_H
 #define EQDRC_FILTERS_REPEATING_STATE_H
 
+#include <algorithm>
 #include <cstring>
 #include <type_traits>
 
@@ -16,13 +17,19 @@ namespace eqdrc {
 // Cycles longer than this are run out like any other input.
 constexpr int kMaxRepeatPeriod = 8;
 
-// Runs `step` (float(State &), one output per call, the input held constant inside it)
+// A constant tail is looked for in runs of at least this many samples; while it lasts, a
+// few samples are stepped one by one watching for a repeating state between blocks run
+// as usual, so a recursion still ringing down pays little for the watching.
+constexpr int kWatchSteps = 2 * kMaxRepeatPeriod;
+constexpr int kBlockBetweenWatches = 64;
+
+// Runs `step` (Out(State &), one output per call, the input held constant inside it)
 // for at most `steps` outputs out[0..steps), stopping as soon as the state equals one of
 // the last kMaxRepeatPeriod states; from there it fills out[..total) by repetition and
 // leaves the state where `total` steps would have.  Returns the outputs written: `total`
 // when a repeat was found, else `steps`.  steps <= total.
-template <class State, class Step>
-int run_until_repeating(State &state, Step step, float *out, int steps, int total)
+template <class State, class Step, class Out>
+int run_until_repeating(State &state, Step step, Out *out, int steps, int total)
 {
     static_assert(std::is_trivially_copyable<State>::value, "states are compared as bits");
     State before[kMaxRepeatPeriod];  // before[i % kMaxRepeatPeriod]: the state before step i
@@ -49,6 +56,33 @@ inline int constant_tail_start(const float *x, int n)
     while (start > 0 && std::memcmp(&x[start - 1], &x[n - 1], sizeof(float)) == 0)
         start--;
     return start;
+}
+
+// Where the constant tail that the first `channels` inputs share begins, or n when it is
+// shorter than one watch (not worth watching).
+inline int watched_tail_start(const float *const *in, int channels, int n)
+{
+    int from = 0;
+    for (int ch = 0; ch < channels; ch++)
+        from = std::max(from, constant_tail_start(in[ch], n));
+    return n - from < kWatchSteps ? n : from;
+}
+
+// Samples [from, n) of a constant tail: `watch(t, watched, left)` steps samples
+// [t, t + watched) looking for a repeat and returns true once it has filled all `left`
+// samples to the end; between watches `run(t, end)` runs a block as usual.
+template <class Watch, class Run>
+void run_watching(int from, int n, Watch watch, Run run)
+{
+    for (int t = from; t < n;) {
+        const int left = n - t, watched = std::min(kWatchSteps, left);
+        if (watch(t, watched, left))
+            return;
+        t += watched;
+        const int block = std::min(kBlockBetweenWatches, n - t);
+        run(t, t + block);
+        t += block;
+    }
 }
 
 }  // namespace eqdrc
