@@ -15,6 +15,7 @@
 #include "dynamics/gain_ramp.h"
 #include "filters/lanes.h"
 #include "filters/paired_cascade.h"
+#include "filters/repeating_state.h"
 
 namespace {
 
@@ -159,40 +160,64 @@ float DeEsserState::next_gain(int ch, float energy) const
 void DeEsserState::process_pair(const float *const *in, float *const *out, int n)
 {
     using eqdrc::f32x4;
+    struct Memories {
+        f32x4 z1, z2;
+    };
     eqdrc::BiquadLanes c;
-    f32x4 z1, z2;
+    Memories m;
     for (int lane = 0; lane < eqdrc::kLanes; lane++) {
         const int ch = lane & 1;
         c.set(lane, lane < 2 ? bandPassCoeffs[ch] : notchCoeffs[ch]);
-        z1[lane] = lane < 2 ? bandPassState[ch][0] : notchState[ch][0];
-        z2[lane] = lane < 2 ? bandPassState[ch][1] : notchState[ch][1];
+        m.z1[lane] = lane < 2 ? bandPassState[ch][0] : notchState[ch][0];
+        m.z2[lane] = lane < 2 ? bandPassState[ch][1] : notchState[ch][1];
     }
     // Per sample: the two energy terms, then the two notch outputs.
-    float held[eqdrc::kDeEsserPairFrames * eqdrc::kLanes];
+    f32x4 held[eqdrc::kDeEsserPairFrames];
     const f32x4 frames = eqdrc::splat(static_cast<float>(n));
     const eqdrc::m32x4 bandLanes = eqdrc::mask(true, true, false, false);
+    const auto step = [&](Memories &z, float a, float b) EQDRC_LANE_LAMBDA {
+        const f32x4 y = eqdrc::biquad_step(c, z.z1, z.z2, eqdrc::lanes(a, b, a, b));
+        return eqdrc::select(bandLanes, (y * y) / frames, y);
+    };
     const float *x0 = in[0], *x1 = in[1];
     // Channel 0's energy is summed as the terms come, beside the filters' recursion;
     // channel 1's sum continues from its total, so it follows.
     float energy = 0.0f;
-    for (int i = 0; i < n; i++) {
-        const f32x4 y = eqdrc::biquad_step(c, z1, z2, eqdrc::lanes(x0[i], x1[i], x0[i], x1[i]));
-        const f32x4 t = eqdrc::select(bandLanes, (y * y) / frames, y);
-        eqdrc::store(held + i * eqdrc::kLanes, t);
-        energy = energy + t[0];
+    const int from = eqdrc::watched_tail_start(in, 2, n);
+    for (int i = 0; i < from; i++) {
+        held[i] = step(m, x0[i], x1[i]);
+        energy = energy + held[i][0];
     }
+    // On silence both filters ring down into a fixed point or short cycle of denormals
+    // and stay there: copied once it repeats.  Channel 0's terms are summed afterwards,
+    // in the same order.
+    if (from < n) {
+        const float a = x0[from], b = x1[from];
+        const auto stepHeld = [&](Memories &z) { return step(z, a, b); };
+        eqdrc::run_watching(
+            from, n,
+            [&](int t, int watched, int left) {
+                return eqdrc::run_until_repeating(m, stepHeld, held + t, watched, left) == left;
+            },
+            [&](int t, int end) {
+                for (int i = t; i < end; i++)
+                    held[i] = stepHeld(m);
+            });
+    }
+    const float *rows = reinterpret_cast<const float *>(held);
+    energy = sum_in_order(energy, rows + from * eqdrc::kLanes, n - from);
     for (int ch = 0; ch < 2; ch++) {
-        bandPassState[ch][0] = z1[ch];
-        bandPassState[ch][1] = z2[ch];
-        notchState[ch][0] = z1[2 + ch];
-        notchState[ch][1] = z2[2 + ch];
+        bandPassState[ch][0] = m.z1[ch];
+        bandPassState[ch][1] = m.z2[ch];
+        notchState[ch][0] = m.z1[2 + ch];
+        notchState[ch][1] = m.z2[2 + ch];
     }
 
     const float target0 = next_gain(0, energy);
-    energy = sum_in_order(energy, held + 1, n);
+    energy = sum_in_order(energy, rows + 1, n);
     const float target1 = next_gain(1, energy);
-    crossfade(0, target0, x0, held + 2, out[0], n);
-    crossfade(1, target1, x1, held + 3, out[1], n);
+    crossfade(0, target0, x0, rows + 2, out[0], n);
+    crossfade(1, target1, x1, rows + 3, out[1], n);
 }
 
 void DeEsserState::crossfade(int ch, float target, const float *x, const float *notched, float *y, int n)

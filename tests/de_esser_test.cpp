@@ -1,5 +1,6 @@
 // De-esser: the band decision, fading and recovery, the shared band energy, the ramp,
-// retuning, the read-back and misuse.
+// holds of one value, retuning, the read-back and misuse.
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <vector>
@@ -140,6 +141,57 @@ TEST(DeEsserFading, RampIsSizedByTheCreationFrameLength)
     run(st, 1, kF0, {0.0f}, &clock, 0);
     EXPECT_GT(st->gain[0], attack * attack);
     DeEsser_Destroy(st);
+}
+
+// Programme, a long hold of one value, programme again, a second hold: both filters ring
+// down into a repeating state during each hold and must leave it exactly.
+std::vector<float> bursts_and_holds(uint32_t seed, int holdStart, float held)
+{
+    std::vector<float> x(9000, held);
+    for (int i = 0; i < 9000; i++) {
+        seed = seed * 1664525u + 1013904223u;
+        if (i < holdStart || (i >= 6000 && i < 6500))
+            x[static_cast<size_t>(i)] = static_cast<float>(static_cast<int32_t>(seed) >> 17);
+    }
+    return x;
+}
+
+TEST(DeEsserSilence, HoldsAreCopiedOnceTheyRepeatAndGiveTheChannelLoopsBits)
+{
+    // The stereo frame runs both channels' filters in lanes and copies a repeating state
+    // on a hold; an output buffer that overlaps the other channel's input sends the same
+    // frame through the channel-by-channel loop, which steps every sample.
+    for (float f0 : {kF0, 150.0f, 2500.0f, 11000.0f})
+        for (float held : {0.0f, -0.0f, 37.0f})
+            for (int frameLen : {kFrame, 96, 17}) {
+                SCOPED_TRACE(testing::Message() << "f0 " << f0 << " held " << held << " frame " << frameLen);
+                const Section sec{f0, -60.0f, -45.0f};
+                const std::vector<float> in[2] = {bursts_and_holds(1, 900, held), bursts_and_holds(2, 950, held)};
+                DeEsserState *lanes = DeEsser_Init(sec.w, 16, kFs, 2, frameLen, 0);
+                DeEsserState *steps = DeEsser_Init(sec.w, 16, kFs, 2, frameLen, 0);
+                std::vector<float> got[2] = {in[0], in[1]}, want[2] = {in[0], in[1]};
+                std::vector<float> spare(static_cast<size_t>(frameLen));
+                bool denormalHeld = false;
+                for (int at = 0; at < 9000; at += frameLen) {
+                    const int n = std::min(frameLen, 9000 - at);
+                    float *buf[2] = {got[0].data() + at, got[1].data() + at};
+                    DeEsser_Process(lanes, buf, buf, n);
+                    float *src[2] = {want[0].data() + at, want[1].data() + at};
+                    float *dst[2] = {spare.data(), src[0]};  // channel 1 lands on channel 0's input
+                    DeEsser_Process(steps, src, dst, n);
+                    std::copy(src[0], src[0] + n, src[1]);
+                    std::copy(spare.data(), spare.data() + n, src[0]);
+                    denormalHeld |= std::fpclassify(lanes->notchState[0][0]) == FP_SUBNORMAL ||
+                                    std::fpclassify(lanes->bandPassState[0][1]) == FP_SUBNORMAL;
+                    ASSERT_EQ(std::memcmp(lanes, steps, sizeof(DeEsserState)), 0) << at;
+                }
+                for (int ch = 0; ch < 2; ch++)
+                    ASSERT_TRUE(eqdrc_test::same_bits(got[ch], want[ch])) << ch;
+                if (held == 0.0f && f0 == kF0)
+                    EXPECT_TRUE(denormalHeld);
+                DeEsser_Destroy(lanes);
+                DeEsser_Destroy(steps);
+            }
 }
 
 // ---------------------------------------------------------------------------------
