@@ -143,19 +143,6 @@ TEST(DeEsserFading, RampIsSizedByTheCreationFrameLength)
     DeEsser_Destroy(st);
 }
 
-// Programme, a long hold of one value, programme again, a second hold: both filters ring
-// down into a repeating state during each hold and must leave it exactly.
-std::vector<float> bursts_and_holds(uint32_t seed, int holdStart, float held)
-{
-    std::vector<float> x(9000, held);
-    for (int i = 0; i < 9000; i++) {
-        seed = seed * 1664525u + 1013904223u;
-        if (i < holdStart || (i >= 6000 && i < 6500))
-            x[static_cast<size_t>(i)] = static_cast<float>(static_cast<int32_t>(seed) >> 17);
-    }
-    return x;
-}
-
 TEST(DeEsserSilence, HoldsAreCopiedOnceTheyRepeatAndGiveTheChannelLoopsBits)
 {
     // The stereo frame runs both channels' filters in lanes and copies a repeating state
@@ -166,7 +153,8 @@ TEST(DeEsserSilence, HoldsAreCopiedOnceTheyRepeatAndGiveTheChannelLoopsBits)
             for (int frameLen : {kFrame, 96, 17}) {
                 SCOPED_TRACE(testing::Message() << "f0 " << f0 << " held " << held << " frame " << frameLen);
                 const Section sec{f0, -60.0f, -45.0f};
-                const std::vector<float> in[2] = {bursts_and_holds(1, 900, held), bursts_and_holds(2, 950, held)};
+                const std::vector<float> in[2] = {eqdrc_test::bursts_and_holds(1, 900, held),
+                                                  eqdrc_test::bursts_and_holds(2, 950, held)};
                 DeEsserState *lanes = DeEsser_Init(sec.w, 16, kFs, 2, frameLen, 0);
                 DeEsserState *steps = DeEsser_Init(sec.w, 16, kFs, 2, frameLen, 0);
                 std::vector<float> got[2] = {in[0], in[1]}, want[2] = {in[0], in[1]};

@@ -162,19 +162,6 @@ std::vector<float> reference_channel(const Section &sec, int ch, const std::vect
     return out;
 }
 
-// Programme, a long hold of one value, programme again, a second hold: the filters
-// ring down into a repeating state during each hold and must leave it exactly.
-std::vector<float> bursts_and_holds(uint32_t seed, int holdStart, float held)
-{
-    std::vector<float> x(9000, held);
-    for (int i = 0; i < 9000; i++) {
-        seed = seed * 1664525u + 1013904223u;
-        if (i < holdStart || (i >= 6000 && i < 6500))
-            x[static_cast<size_t>(i)] = static_cast<float>(static_cast<int32_t>(seed) >> 17);
-    }
-    return x;
-}
-
 TEST(ExciterSilence, HoldsAreCopiedOnceTheyRepeatAndGiveTheRecursionsBits)
 {
     // Offset 0.05 at 3 kHz settles in a denormal fixed point, offset 0 in a cycle of six;
@@ -188,8 +175,8 @@ TEST(ExciterSilence, HoldsAreCopiedOnceTheyRepeatAndGiveTheRecursionsBits)
                 for (int frameLen : {kFrame, 96, 17}) {
                     SCOPED_TRACE(testing::Message() << "cutoff " << sec.w[2] << " offset " << sec.w[0] << " held "
                                                     << held << " channels " << channels << " frame " << frameLen);
-                    const std::vector<float> in[2] = {bursts_and_holds(1, 900, held),
-                                                      bursts_and_holds(2, 950, held)};
+                    const std::vector<float> in[2] = {eqdrc_test::bursts_and_holds(1, 900, held),
+                                                      eqdrc_test::bursts_and_holds(2, 950, held)};
                     ExciterState *st = Exciter_Init(sec.w, 16, kFs, channels, 0);
                     std::vector<float> got[2] = {in[0], in[1]};
                     bool denormalHeld = false;

@@ -36,6 +36,17 @@ std::vector<float> sine(int frames, float freq, int sampleRate, float amplitude,
     return v;
 }
 
+std::vector<float> bursts_and_holds(uint32_t seed, int holdStart, float held)
+{
+    std::vector<float> x(9000, held);
+    for (int i = 0; i < 9000; i++) {
+        seed = seed * 1664525u + 1013904223u;
+        if (i < holdStart || (i >= 6000 && i < 6500))
+            x[static_cast<size_t>(i)] = static_cast<float>(static_cast<int32_t>(seed) >> 17);
+    }
+    return x;
+}
+
 bool same_bits(float a, float b)
 {
     if (std::isnan(a) || std::isnan(b))

@@ -24,6 +24,11 @@ struct Planar {
 // A sine of `amplitude` (integer sample scale) at `freq` Hz, starting at sample `start`.
 std::vector<float> sine(int frames, float freq, int sampleRate, float amplitude, int start = 0);
 
+// 9000 samples: programme (random 16-bit values) up to `holdStart`, a long hold of
+// `held`, programme again over [6000, 6500), a second hold.  Recursions ring down into a
+// repeating state during each hold and must leave it exactly.
+std::vector<float> bursts_and_holds(uint32_t seed, int holdStart, float held);
+
 // Bitwise float equality in which every NaN equals every other NaN (CPUs disagree on
 // NaN sign and payload, so the library promises only "a NaN").
 bool same_bits(float a, float b);
