@@ -164,19 +164,19 @@ void DeEsserState::process_pair(const float *const *in, float *const *out, int n
         f32x4 z1, z2;
     };
     eqdrc::BiquadLanes c;
-    Memories m;
+    Memories z;
     for (int lane = 0; lane < eqdrc::kLanes; lane++) {
         const int ch = lane & 1;
         c.set(lane, lane < 2 ? bandPassCoeffs[ch] : notchCoeffs[ch]);
-        m.z1[lane] = lane < 2 ? bandPassState[ch][0] : notchState[ch][0];
-        m.z2[lane] = lane < 2 ? bandPassState[ch][1] : notchState[ch][1];
+        z.z1[lane] = lane < 2 ? bandPassState[ch][0] : notchState[ch][0];
+        z.z2[lane] = lane < 2 ? bandPassState[ch][1] : notchState[ch][1];
     }
     // Per sample: the two energy terms, then the two notch outputs.
     f32x4 held[eqdrc::kDeEsserPairFrames];
     const f32x4 frames = eqdrc::splat(static_cast<float>(n));
     const eqdrc::m32x4 bandLanes = eqdrc::mask(true, true, false, false);
-    const auto step = [&](Memories &z, float a, float b) EQDRC_LANE_LAMBDA {
-        const f32x4 y = eqdrc::biquad_step(c, z.z1, z.z2, eqdrc::lanes(a, b, a, b));
+    const auto step = [&](Memories &m, float a, float b) EQDRC_LANE_LAMBDA {
+        const f32x4 y = eqdrc::biquad_step(c, m.z1, m.z2, eqdrc::lanes(a, b, a, b));
         return eqdrc::select(bandLanes, (y * y) / frames, y);
     };
     const float *x0 = in[0], *x1 = in[1];
@@ -184,33 +184,36 @@ void DeEsserState::process_pair(const float *const *in, float *const *out, int n
     // channel 1's sum continues from its total, so it follows.
     float energy = 0.0f;
     const int from = eqdrc::watched_tail_start(in, 2, n);
+    Memories m = z;  // a copy the watch below never sees, so it can stay in registers
     for (int i = 0; i < from; i++) {
-        held[i] = step(m, x0[i], x1[i]);
-        energy = energy + held[i][0];
+        const f32x4 t = step(m, x0[i], x1[i]);
+        held[i] = t;
+        energy = energy + t[0];
     }
+    z = m;
     // On silence both filters ring down into a fixed point or short cycle of denormals
     // and stay there: copied once it repeats.  Channel 0's terms are summed afterwards,
     // in the same order.
     if (from < n) {
         const float a = x0[from], b = x1[from];
-        const auto stepHeld = [&](Memories &z) { return step(z, a, b); };
+        const auto stepHeld = [&](Memories &s) { return step(s, a, b); };
         eqdrc::run_watching(
             from, n,
             [&](int t, int watched, int left) {
-                return eqdrc::run_until_repeating(m, stepHeld, held + t, watched, left) == left;
+                return eqdrc::run_until_repeating(z, stepHeld, held + t, watched, left) == left;
             },
             [&](int t, int end) {
                 for (int i = t; i < end; i++)
-                    held[i] = stepHeld(m);
+                    held[i] = stepHeld(z);
             });
     }
     const float *rows = reinterpret_cast<const float *>(held);
     energy = sum_in_order(energy, rows + from * eqdrc::kLanes, n - from);
     for (int ch = 0; ch < 2; ch++) {
-        bandPassState[ch][0] = m.z1[ch];
-        bandPassState[ch][1] = m.z2[ch];
-        notchState[ch][0] = m.z1[2 + ch];
-        notchState[ch][1] = m.z2[2 + ch];
+        bandPassState[ch][0] = z.z1[ch];
+        bandPassState[ch][1] = z.z2[ch];
+        notchState[ch][0] = z.z1[2 + ch];
+        notchState[ch][1] = z.z2[2 + ch];
     }
 
     const float target0 = next_gain(0, energy);

@@ -23,13 +23,14 @@ constexpr int kMaxRepeatPeriod = 8;
 constexpr int kWatchSteps = 2 * kMaxRepeatPeriod;
 constexpr int kBlockBetweenWatches = 64;
 
-// Runs `step` (Out(State &), one output per call, the input held constant inside it)
-// for at most `steps` outputs out[0..steps), stopping as soon as the state equals one of
-// the last kMaxRepeatPeriod states; from there it fills out[..total) by repetition and
-// leaves the state where `total` steps would have.  Returns the outputs written: `total`
-// when a repeat was found, else `steps`.  steps <= total.
-template <class State, class Step, class Out>
-int run_until_repeating(State &state, Step step, Out *out, int steps, int total)
+// Runs `step(state, i)` (the input held constant inside it; it writes output i itself)
+// for i = 0 .. steps - 1, stopping as soon as the state equals one of the last
+// kMaxRepeatPeriod states, at step i with that period: then outputs [i, total) repeat the
+// ones `period` before each, and `repeat(i, period)` lets the caller fill them (or keep
+// the work that made them just once).  The state is left where `total` steps would have
+// left it.  Returns `total` when a repeat was found, else `steps`.  steps <= total.
+template <class State, class Step, class Repeat>
+int step_until_repeating(State &state, Step step, Repeat repeat, int steps, int total)
 {
     static_assert(std::is_trivially_copyable<State>::value, "states are compared as bits");
     State before[kMaxRepeatPeriod];  // before[i % kMaxRepeatPeriod]: the state before step i
@@ -38,15 +39,28 @@ int run_until_repeating(State &state, Step step, Out *out, int steps, int total)
         for (int period = 1; period <= back; period++) {
             if (std::memcmp(&state, &before[(i - period) % kMaxRepeatPeriod], sizeof(State)) != 0)
                 continue;
-            for (int j = i; j < total; j++)
-                out[j] = out[j - period];
+            repeat(i, period);
             state = before[(i - period + (total - i) % period) % kMaxRepeatPeriod];
             return total;
         }
         before[i % kMaxRepeatPeriod] = state;
-        out[i] = step(state);
+        step(state, i);
     }
     return steps;
+}
+
+// step_until_repeating with `step` (Out(State &)) giving one output per call into
+// out[0..steps), and the repeat copied to out[..total).
+template <class State, class Step, class Out>
+int run_until_repeating(State &state, Step step, Out *out, int steps, int total)
+{
+    return step_until_repeating(
+        state, [&](State &s, int i) { out[i] = step(s); },
+        [&](int from, int period) {
+            for (int j = from; j < total; j++)
+                out[j] = out[j - period];
+        },
+        steps, total);
 }
 
 // Where the run of identical samples (bit for bit) that ends x[0..n) begins; n >= 1.
