@@ -17,6 +17,7 @@
 #include "filters/designer.h"
 #include "filters/lanes8.h"
 #include "filters/paired_cascade.h"
+#include "filters/repeating_state.h"
 #include "filters/skewed_cascade.h"
 
 namespace {
@@ -129,6 +130,90 @@ struct PairShapers {
             eqdrc::store(v + i, lanes4.shape(eqdrc::load(v + i)));
         for (; i < count; i++)
             v[i] = shaper[i % 2].shape(v[i]);
+    }
+};
+
+// Both channels' band split in lanes [low 0, low 1, high 0, high 1], two sections each,
+// into blocks of interleaved pairs, the low band shaped.  On a hold the split rings down
+// into a fixed point or short cycle of denormals and stays there; once its state
+// repeats, its bands are copied, and so are the shaped values, which would otherwise
+// cost a microcode assist per vector on x86.
+struct PairSplit {
+    struct Memories {
+        eqdrc::f32x4 z1[kSections], z2[kSections];
+    };
+    eqdrc::BiquadLanes c[kSections];
+    Memories z;
+    eqdrc::f32x4 scale;
+    const float *in0, *in1;
+    int tail;            // where the frame's watched constant tail begins (frameLen: none)
+    float held0, held1;  // its values, read before any output can land on them
+
+    PairSplit(const Cascade &low, const Cascade &high, float fullScale, const float *const in[2], int frameLen)
+        : scale(eqdrc::splat(fullScale)), in0(in[0]), in1(in[1]), tail(eqdrc::watched_tail_start(in, 2, frameLen)),
+          held0(tail < frameLen ? in0[tail] : 0.0f), held1(tail < frameLen ? in1[tail] : 0.0f)
+    {
+        for (int lane = 0; lane < eqdrc::kLanes; lane++) {
+            const Cascade &filter = lane < 2 ? low : high;
+            const float *coeffs = filter.coeffs + (lane & 1) * kCoeffsPerChannel;
+            const float *state = filter.state + (lane & 1) * kStatePerChannel;
+            for (int k = 0; k < kSections; k++) {
+                c[k].set(lane, coeffs + k * eqdrc::kBiquadCoeffs);
+                z.z1[k][lane] = state[k * eqdrc::kBiquadState];
+                z.z2[k][lane] = state[k * eqdrc::kBiquadState + 1];
+            }
+        }
+    }
+
+    void save(Cascade &low, Cascade &high) const
+    {
+        for (int lane = 0; lane < eqdrc::kLanes; lane++) {
+            float *state = (lane < 2 ? low : high).state + (lane & 1) * kStatePerChannel;
+            for (int k = 0; k < kSections; k++) {
+                state[k * eqdrc::kBiquadState] = z.z1[k][lane];
+                state[k * eqdrc::kBiquadState + 1] = z.z2[k][lane];
+            }
+        }
+    }
+
+    EQDRC_LANE_INLINE void step(Memories &m, float x0, float x1, float *lowPair, float *highPair) const
+    {
+        const eqdrc::f32x4 x = eqdrc::lanes(x0, x1, x0, x1) / scale;
+        const eqdrc::f32x4 low = eqdrc::biquad_step(c[0], m.z1[0], m.z2[0], x);
+        const eqdrc::f32x4 bands = eqdrc::biquad_step(c[1], m.z1[1], m.z2[1], low);
+        eqdrc::store_low_pair(lowPair, bands);
+        eqdrc::store_high_pair(highPair, bands);
+    }
+
+    // Samples [base, base + count) into lo[0..count) and hi[0..count), lo shaped.
+    void run(int base, int count, float (*lo)[2], float (*hi)[2], const PairShapers &shapers)
+    {
+        const int steady = tail - base < count ? (tail > base ? tail - base : 0) : count;
+        // Local copies: the stores through lo and hi cannot alias them, so the constants
+        // stay in registers, and the watch never sees the memories of the steady loop.
+        const PairSplit k = *this;
+        Memories m = z;
+        for (int j = 0; j < steady; j++)
+            k.step(m, k.in0[base + j], k.in1[base + j], lo[j], hi[j]);
+        z = m;
+        int repeatFrom = count, period = 0;
+        const auto held = [&](Memories &s, int j) { k.step(s, k.held0, k.held1, lo[j], hi[j]); };
+        eqdrc::run_watching(
+            steady, count,
+            [&](int t, int watched, int left) {
+                return eqdrc::step_until_repeating(
+                           z, [&](Memories &s, int i) { held(s, t + i); },
+                           [&](int from, int cycle) { repeatFrom = t + from, period = cycle; }, watched, left) == left;
+            },
+            [&](int t, int end) {
+                for (int j = t; j < end; j++)
+                    held(z, j);
+            });
+        shapers.shape(lo, repeatFrom);
+        for (int j = repeatFrom; j < count; j++) {
+            std::memcpy(lo[j], lo[j - period], sizeof lo[j]);
+            std::memcpy(hi[j], hi[j - period], sizeof hi[j]);
+        }
     }
 };
 
@@ -247,7 +332,7 @@ bool BassEnhancerState::floor_on(int ch) const { return static_cast<float>(floor
 
 // Both channels at once, in passes over blocks of interleaved pairs [channel 0,
 // channel 1], each pass short enough a chain for the pipeline to overlap many samples: the
-// band split in lanes [low 0, low 1, high 0, high 1], a block ahead; the shapers over the
+// band split in lanes (PairSplit), a block ahead; the shapers over the
 // pairs in lanes; the DC blockers in a pair as the source of the harmonic filters' skewed
 // cascade, each sample mixed into the output as it leaves it.  (Beside the split instead,
 // the blockers' recursion waits on the split's denormal steps when a tail rings down: 1.5
@@ -256,32 +341,13 @@ bool BassEnhancerState::floor_on(int ch) const { return static_cast<float>(floor
 // buffers allow (pair_runs_as_sequence).
 void BassEnhancerState::process_pair(const float *const in[2], float *const out[2], int frameLen)
 {
-    using eqdrc::f32x4;
     // Two blocks: the one being split, and the one being finished.  low holds the low
     // band, shaped in place.
     float low[2][kPairBlock][2], high[2][kPairBlock][2];
 
-    eqdrc::BiquadLanes split[2];
-    f32x4 z1[2], z2[2];
-    for (int lane = 0; lane < eqdrc::kLanes; lane++) {
-        const Cascade &filter = lane < 2 ? splitLow : splitHigh;
-        const int ch = lane & 1;
-        for (int k = 0; k < kSections; k++) {
-            split[k].set(lane, filter.coeffs + ch * kCoeffsPerChannel + k * eqdrc::kBiquadCoeffs);
-            z1[k][lane] = filter.state[ch * kStatePerChannel + k * eqdrc::kBiquadState];
-            z2[k][lane] = filter.state[ch * kStatePerChannel + k * eqdrc::kBiquadState + 1];
-        }
-    }
-    const f32x4 scale = eqdrc::splat(fullScale);
-    const float *in0 = in[0], *in1 = in[1];
-    auto split_sample = [&](int i, int block, int j) EQDRC_LANE_LAMBDA {
-        const f32x4 x = eqdrc::lanes(in0[i], in1[i], in0[i], in1[i]) / scale;
-        const f32x4 bands = eqdrc::biquad_step(split[1], z1[1], z2[1], eqdrc::biquad_step(split[0], z1[0], z2[0], x));
-        eqdrc::store_low_pair(low[block][j], bands);
-        eqdrc::store_high_pair(high[block][j], bands);
-    };
-    DcBlockerPair blockers(dcPole, dcPrevIn, dcPrevOut);
+    PairSplit split(splitLow, splitHigh, fullScale, in, frameLen);
     const PairShapers shapers(shaper);
+    DcBlockerPair blockers(dcPole, dcPrevIn, dcPrevOut);
 
     // harmonicLow, harmonicHigh and, when on, floorHigh: two sections each.
     eqdrc::CascadeSections sections;
@@ -298,20 +364,14 @@ void BassEnhancerState::process_pair(const float *const in[2], float *const out[
                       scaleOut = eqdrc::pair_lanes(fullScale, fullScale);
 
     int current = 0;
-    const int first = frameLen < kPairBlock ? frameLen : kPairBlock;
-    for (int j = 0; j < first; j++)
-        split_sample(j, current, j);
-    shapers.shape(low[current], first);
+    split.run(0, frameLen < kPairBlock ? frameLen : kPairBlock, low[current], high[current], shapers);
     for (int start = 0; start < frameLen; start += kPairBlock) {
         const int m = frameLen - start < kPairBlock ? frameLen - start : kPairBlock;
         const int next = start + kPairBlock;
         const int ahead = frameLen - next < kPairBlock ? (frameLen > next ? frameLen - next : 0) : kPairBlock;
         const int later = current ^ 1;
         float(*lo)[2] = low[current];
-        for (int j = 0; j < ahead; j++)  // ahead <= m: only the last block is short
-            split_sample(next + j, later, j);
-        if (ahead > 0)
-            shapers.shape(low[later], ahead);
+        split.run(next, ahead, low[later], high[later], shapers);  // ahead <= m: only the last is short
 
         // The harmonic filters, each sample mixed as it leaves them.
         const float(*hi)[2] = high[current];
@@ -330,14 +390,7 @@ void BassEnhancerState::process_pair(const float *const in[2], float *const out[
         current = later;
     }
 
-    for (int lane = 0; lane < eqdrc::kLanes; lane++) {
-        Cascade &filter = lane < 2 ? splitLow : splitHigh;
-        const int ch = lane & 1;
-        for (int k = 0; k < kSections; k++) {
-            filter.state[ch * kStatePerChannel + k * eqdrc::kBiquadState] = z1[k][lane];
-            filter.state[ch * kStatePerChannel + k * eqdrc::kBiquadState + 1] = z2[k][lane];
-        }
-    }
+    split.save(splitLow, splitHigh);
     blockers.save(dcPrevIn, dcPrevOut);
 }
 

@@ -1,7 +1,9 @@
-// Bass enhancer: harmonics in place of the fundamental, settling, retuning, read-back
-// and misuse.
+// Bass enhancer: harmonics in place of the fundamental, settling, holds of one value,
+// retuning, read-back and misuse.
+#include <algorithm>
 #include <cmath>
 #include <complex>
+#include <cstring>
 #include <vector>
 
 #include "enhance/bass_enhancer.h"
@@ -128,6 +130,55 @@ TEST(BassEnhancerHarmonics, SilenceSettlesToSilence)
     EXPECT_LT(late, 1e-3f);             // far below one LSB
     EXPECT_EQ(st->dcPrevOut[0], 0.0f);  // flushed, not left denormal
     BassEnhancer_Destroy(st);
+}
+
+// The stereo frame runs both channels' split in lanes and, once its state repeats on a
+// hold, copies the split's bands and shaped values; a mono state steps every sample.
+TEST(BassEnhancerSilence, HoldsAreCopiedOnceTheSplitRepeatsAndGiveTheChannelLoopsBits)
+{
+    constexpr int kLongerHold = kFs / 2;
+    const Section sections[] = {kReference, {6.0f, 8.0f, 4.0f, 60.0f, 0.0f, 30.0f}, {0.0f, 2.0f, 9.0f, 180.0f, 1.0f, 20.0f}};
+    for (const Section &sec : sections)
+        for (float held : {0.0f, -0.0f, 37.0f})
+            for (int frameLen : {kFrame, 300, 17}) {  // 300: a short block after a whole one
+                SCOPED_TRACE(testing::Message() << "freq " << sec.w[3] << " held " << held << " frame " << frameLen);
+                // The split at these corners takes about a quarter second to reach the
+                // denormal range, so the second hold is made longer.
+                std::vector<float> stereo[2] = {eqdrc_test::bursts_and_holds(1, 900, held),
+                                                eqdrc_test::bursts_and_holds(2, 950, held)};
+                for (auto &x : stereo)
+                    x.insert(x.end(), kLongerHold, held);
+                const int total = static_cast<int>(stereo[0].size());
+                std::vector<float> mono[2] = {stereo[0], stereo[1]};
+                BassEnhancerState *pair = BassEnhancer_Init(sec.w, 16, kFs, 2, 0);
+                BassEnhancerState *single[2] = {BassEnhancer_Init(sec.w, 16, kFs, 1, 0),
+                                                BassEnhancer_Init(sec.w + 10, 16, kFs, 1, 0)};
+                bool denormalHeld = false;
+                for (int at = 0; at < total; at += frameLen) {
+                    const int n = std::min(frameLen, total - at);
+                    float *buf[2] = {stereo[0].data() + at, stereo[1].data() + at};
+                    BassEnhancer_Process(pair, buf, buf, n);
+                    for (int ch = 0; ch < 2; ch++) {
+                        float *one[1] = {mono[ch].data() + at};
+                        BassEnhancer_Process(single[ch], one, one, n);
+                        ASSERT_TRUE(eqdrc_test::same_bits(std::vector<float>(buf[ch], buf[ch] + n),
+                                                          std::vector<float>(one[0], one[0] + n)))
+                            << "channel " << ch << " at " << at;
+                        for (auto filter : {&BassEnhancerState::splitLow, &BassEnhancerState::splitHigh,
+                                            &BassEnhancerState::harmonicLow, &BassEnhancerState::harmonicHigh})
+                            ASSERT_EQ(std::memcmp((pair->*filter).state + 4 * ch, (single[ch]->*filter).state,
+                                                  4 * sizeof(float)),
+                                      0)
+                                << "channel " << ch << " at " << at;
+                        denormalHeld |= std::fpclassify(pair->splitLow.state[4 * ch]) == FP_SUBNORMAL;
+                    }
+                }
+                if (held == 0.0f)
+                    EXPECT_TRUE(denormalHeld);
+                BassEnhancer_Destroy(pair);
+                BassEnhancer_Destroy(single[0]);
+                BassEnhancer_Destroy(single[1]);
+            }
 }
 
 TEST(BassEnhancerHarmonics, FloorFlagIsTruncatedBeforeItIsTested)
