@@ -210,10 +210,8 @@ struct PairSplit {
                     held(z, j);
             });
         shapers.shape(lo, repeatFrom);
-        for (int j = repeatFrom; j < count; j++) {
-            std::memcpy(lo[j], lo[j - period], sizeof lo[j]);
-            std::memcpy(hi[j], hi[j - period], sizeof hi[j]);
-        }
+        eqdrc::repeat_rows(lo[0], 2, repeatFrom, count, period);
+        eqdrc::repeat_rows(hi[0], 2, repeatFrom, count, period);
     }
 };
 

@@ -172,7 +172,8 @@ void DeEsserState::process_pair(const float *const *in, float *const *out, int n
         z.z2[lane] = lane < 2 ? bandPassState[ch][1] : notchState[ch][1];
     }
     // Per sample: the two energy terms, then the two notch outputs.
-    f32x4 held[eqdrc::kDeEsserPairFrames];
+    constexpr int kRow = eqdrc::kLanes;
+    float held[eqdrc::kDeEsserPairFrames * kRow];
     const f32x4 frames = eqdrc::splat(static_cast<float>(n));
     const eqdrc::m32x4 bandLanes = eqdrc::mask(true, true, false, false);
     const auto step = [&](Memories &m, float a, float b) EQDRC_LANE_LAMBDA {
@@ -187,7 +188,7 @@ void DeEsserState::process_pair(const float *const *in, float *const *out, int n
     Memories m = z;  // a copy the watch below never sees, so it can stay in registers
     for (int i = 0; i < from; i++) {
         const f32x4 t = step(m, x0[i], x1[i]);
-        held[i] = t;
+        eqdrc::store(held + i * kRow, t);
         energy = energy + t[0];
     }
     z = m;
@@ -196,19 +197,21 @@ void DeEsserState::process_pair(const float *const *in, float *const *out, int n
     // in the same order.
     if (from < n) {
         const float a = x0[from], b = x1[from];
-        const auto stepHeld = [&](Memories &s) { return step(s, a, b); };
+        const auto stepHeld = [&](Memories &s, int i) { eqdrc::store(held + i * kRow, step(s, a, b)); };
         eqdrc::run_watching(
             from, n,
             [&](int t, int watched, int left) {
-                return eqdrc::run_until_repeating(z, stepHeld, held + t, watched, left) == left;
+                return eqdrc::step_until_repeating(
+                           z, [&](Memories &s, int i) { stepHeld(s, t + i); },
+                           [&](int i, int period) { eqdrc::repeat_rows(held, kRow, t + i, n, period); }, watched,
+                           left) == left;
             },
             [&](int t, int end) {
                 for (int i = t; i < end; i++)
-                    held[i] = stepHeld(z);
+                    stepHeld(z, i);
             });
     }
-    const float *rows = reinterpret_cast<const float *>(held);
-    energy = sum_in_order(energy, rows + from * eqdrc::kLanes, n - from);
+    energy = sum_in_order(energy, held + from * kRow, n - from);
     for (int ch = 0; ch < 2; ch++) {
         bandPassState[ch][0] = z.z1[ch];
         bandPassState[ch][1] = z.z2[ch];
@@ -217,10 +220,10 @@ void DeEsserState::process_pair(const float *const *in, float *const *out, int n
     }
 
     const float target0 = next_gain(0, energy);
-    energy = sum_in_order(energy, rows + 1, n);
+    energy = sum_in_order(energy, held + 1, n);
     const float target1 = next_gain(1, energy);
-    crossfade(0, target0, x0, rows + 2, out[0], n);
-    crossfade(1, target1, x1, rows + 3, out[1], n);
+    crossfade(0, target0, x0, held + 2, out[0], n);
+    crossfade(1, target1, x1, held + 3, out[1], n);
 }
 
 void DeEsserState::crossfade(int ch, float target, const float *x, const float *notched, float *y, int n)

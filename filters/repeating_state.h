@@ -63,6 +63,13 @@ int run_until_repeating(State &state, Step step, Out *out, int steps, int total)
         steps, total);
 }
 
+// Fills rows [from, to) of `width` floats each with the row `period` before it.
+inline void repeat_rows(float *rows, int width, int from, int to, int period)
+{
+    for (int j = from; j < to; j++)
+        std::memcpy(rows + j * width, rows + (j - period) * width, sizeof(float) * static_cast<size_t>(width));
+}
+
 // Where the run of identical samples (bit for bit) that ends x[0..n) begins; n >= 1.
 inline int constant_tail_start(const float *x, int n)
 {
