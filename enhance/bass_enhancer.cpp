@@ -197,17 +197,11 @@ struct PairSplit {
             k.step(m, k.in0[base + j], k.in1[base + j], lo[j], hi[j]);
         z = m;
         int repeatFrom = count, period = 0;
-        const auto held = [&](Memories &s, int j) { k.step(s, k.held0, k.held1, lo[j], hi[j]); };
-        eqdrc::run_watching(
-            steady, count,
-            [&](int t, int watched, int left) {
-                return eqdrc::step_until_repeating(
-                           z, [&](Memories &s, int i) { held(s, t + i); },
-                           [&](int from, int cycle) { repeatFrom = t + from, period = cycle; }, watched, left) == left;
-            },
-            [&](int t, int end) {
-                for (int j = t; j < end; j++)
-                    held(z, j);
+        eqdrc::run_held(
+            z, steady, count, [&](Memories &s, int j) { k.step(s, k.held0, k.held1, lo[j], hi[j]); },
+            [&](int from, int cycle) {
+                repeatFrom = from;
+                period = cycle;
             });
         shapers.shape(lo, repeatFrom);
         eqdrc::repeat_rows(lo[0], 2, repeatFrom, count, period);

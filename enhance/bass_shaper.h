@@ -50,8 +50,8 @@ struct BassShaper {
     }
 };
 
-// The shaper in lanes, lane k with the constants of shapers[k % 2]: one shaper in every
-// lane, or two channels' over their interleaved samples.  Each lane gives the bits of
+// The shaper in lanes, even lanes with `even`'s constants and odd lanes with `odd`'s: one
+// shaper in every lane, or two channels' over their interleaved samples.  Each lane gives the bits of
 // shape(), with its branch in one form and its constants selected: the root drops its
 // argument's sign, so the positive arc may take -(e + (a - y) y) = (y - a) y - e and the
 // negative one -(f - (y + p) y) = (y + p) y - f, the same bits as rounding is symmetric;

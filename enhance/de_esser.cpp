@@ -197,19 +197,9 @@ void DeEsserState::process_pair(const float *const *in, float *const *out, int n
     // in the same order.
     if (from < n) {
         const float a = x0[from], b = x1[from];
-        const auto stepHeld = [&](Memories &s, int i) { eqdrc::store(held + i * kRow, step(s, a, b)); };
-        eqdrc::run_watching(
-            from, n,
-            [&](int t, int watched, int left) {
-                return eqdrc::step_until_repeating(
-                           z, [&](Memories &s, int i) { stepHeld(s, t + i); },
-                           [&](int i, int period) { eqdrc::repeat_rows(held, kRow, t + i, n, period); }, watched,
-                           left) == left;
-            },
-            [&](int t, int end) {
-                for (int i = t; i < end; i++)
-                    stepHeld(z, i);
-            });
+        eqdrc::run_held(
+            z, from, n, [&](Memories &s, int i) { eqdrc::store(held + i * kRow, step(s, a, b)); },
+            [&](int i, int period) { eqdrc::repeat_rows(held, kRow, i, n, period); });
     }
     energy = sum_in_order(energy, held + from * kRow, n - from);
     for (int ch = 0; ch < 2; ch++) {

@@ -106,6 +106,25 @@ void run_watching(int from, int n, Watch watch, Run run)
     }
 }
 
+// Samples [from, n) of a constant tail through one recursion: `step(state, j)` writes
+// output j, watched for a repeat between blocks stepped as usual; once the state repeats
+// at sample j, `repeat(j, period)` fills [j, n) (or keeps where it begins).
+template <class State, class Step, class Repeat>
+void run_held(State &state, int from, int n, Step step, Repeat repeat)
+{
+    run_watching(
+        from, n,
+        [&](int t, int watched, int left) {
+            return step_until_repeating(
+                       state, [&](State &s, int i) { step(s, t + i); },
+                       [&](int i, int period) { repeat(t + i, period); }, watched, left) == left;
+        },
+        [&](int t, int end) {
+            for (int j = t; j < end; j++)
+                step(state, j);
+        });
+}
+
 }  // namespace eqdrc
 
 #endif
