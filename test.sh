@@ -19,10 +19,14 @@
 #            the plugin's tests also run in every variant's ctest);
 #   tsan     ThreadSanitizer build: chains on four threads against one, and the plugins'
 #            record hand-over with a control thread retuning a running chain;
+#   standalone  a fresh clone of the committed tree, alone in an empty folder, passes the
+#            release variant: nothing the tests read lives outside the repository;
 #   mathf    our maths functions against this machine's libm on all 2^32 arguments
 #            (x86-64 glibc 2.36 only, about 5 minutes; not in the default list).
-# The conformance families checked are those listed in .ci/conformance-families.
-#   ./test.sh [VARIANT ...]      (default: release debug asan aarch64 scalar fuzz valgrind python studio alsa tsan)
+# The conformance vectors are the project's copy in tests/conformance
+# (scripts/refresh-conformance.sh refreshes it); the families checked are those listed
+# in .ci/conformance-families.
+#   ./test.sh [VARIANT ...]      (default: release debug asan aarch64 scalar fuzz valgrind python studio alsa tsan standalone)
 set -euo pipefail
 cd "$(dirname "$0")"
 tools/ensure-deps.sh --with-cross
@@ -41,7 +45,7 @@ build_and_test() {  # DIR CMAKE-ARGS...
 
 conformance() {  # DIR (the caller sets CC / CHECK_RUNNER / preloads as the build needs)
     local t0=$SECONDS
-    [ -z "$families" ] || ../shared/conformance/check -f "$families" "$1"
+    [ -z "$families" ] || tests/conformance/check -f "$families" "$1"
     echo "($1: conformance in $((SECONDS - t0)) s)"
 }
 
@@ -112,7 +116,7 @@ variant_armhf() {
     # length, not of output.
     local t0=$SECONDS
     CC=arm-linux-gnueabihf-gcc CHECK_RUNNER="qemu-arm -L /usr/arm-linux-gnueabihf" \
-        ../shared/conformance/check -f "$(echo "$families" | sed 's/\(^\|,\)tool\(,\|$\)/\1/; s/,$//')" build-armhf
+        tests/conformance/check -f "$(echo "$families" | sed 's/\(^\|,\)tool\(,\|$\)/\1/; s/,$//')" build-armhf
     echo "(build-armhf: conformance in $((SECONDS - t0)) s)"
 }
 
@@ -148,6 +152,19 @@ variant_tsan() {
     (cd build-tsan && TSAN_OPTIONS=halt_on_error=1 ctest -j"$jobs" --output-on-failure -R '^(Threads|RecordHandoff)\.')
 }
 
+variant_standalone() {
+    echo "== standalone (a clone of HEAD in an empty folder: ./test.sh release)"
+    if git grep -n -e '\.\./shared' -- . ':!README.md' ':!tests/conformance' ':!scripts/refresh-conformance.sh' ':!test.sh'; then
+        echo "tracked files above read from ../shared: the clone alone would not pass"
+        return 1
+    fi
+    local dir
+    dir=$(mktemp -d)
+    git clone -q "$PWD" "$dir/eqdrc"
+    (cd "$dir/eqdrc" && ./test.sh release) || { rm -rf "$dir"; return 1; }
+    rm -rf "$dir"
+}
+
 variant_mathf() {
     echo "== mathf (our maths functions against this machine's libm, all 2^32 arguments)"
     TIMEOUT=1800 scripts/check-mathf.sh
@@ -181,7 +198,7 @@ variant_python() {
 }
 
 variants=("$@")
-[ ${#variants[@]} -gt 0 ] || variants=(release debug asan aarch64 scalar fuzz valgrind python studio alsa tsan)
+[ ${#variants[@]} -gt 0 ] || variants=(release debug asan aarch64 scalar fuzz valgrind python studio alsa tsan standalone)
 for v in "${variants[@]}"; do
     t0=$SECONDS
     "variant_$v"

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The conformance vectors against the WebAssembly build of the library: the shared
+# The conformance vectors against the WebAssembly build of the library: the
 # harness compiled with emscripten against BUILD_DIR's libtqaudio_effect_eqdrc.a (and
 # the command-line processor linked in), every case run under node in a fresh instance,
 # compared with the reference report as the native check does.
@@ -8,7 +8,7 @@
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
-shared=${EQDRC_CONFORMANCE:-$root/../shared/conformance}
+vectors=${EQDRC_CONFORMANCE:-$root/tests/conformance}
 fams=
 while getopts "f:" o; do
     case $o in
@@ -27,8 +27,8 @@ mkdir -p "$work"
 # The harness's own exactness flags, as the native check compiles it. Its library calls
 # are weak references, which do not pull members out of an archive: the whole archive
 # is linked, as the native harness gets the whole shared library.
-if [ ! -f "$work/harness.o" ] || [ "$here/harness.c" -nt "$work/harness.o" ] || [ "$shared/difftest.c" -nt "$work/harness.o" ]; then
-    emcc -std=gnu11 -O2 -ffp-contract=off -fno-fast-math -w -DEQDRC_WEAK_LINK -I"$shared" \
+if [ ! -f "$work/harness.o" ] || [ "$here/harness.c" -nt "$work/harness.o" ] || [ "$vectors/difftest.c" -nt "$work/harness.o" ]; then
+    emcc -std=gnu11 -O2 -ffp-contract=off -fno-fast-math -w -DEQDRC_WEAK_LINK -I"$vectors" \
         -c "$here/harness.c" -o "$work/harness.o"
 fi
 if [ ! -f "$work/tool.o" ] || [ "$here/tool.cpp" -nt "$work/tool.o" ] || [ "$root/tools/quorvel_enh.cpp" -nt "$work/tool.o" ]; then
@@ -43,4 +43,4 @@ if [ ! -f "$work/harness.js" ] || [ "$lib" -nt "$work/harness.js" ] || [ "$work/
         -sEXPORTED_FUNCTIONS=_conf_list,_conf_run,_conf_finish,_conf_stderr,_quorvel_main,_fflush \
         -sEXPORTED_RUNTIME_METHODS=ccall,UTF8ToString
 fi
-exec node "$here/run.mjs" "$work/harness.js" "$shared/expected/report.txt" "$fams"
+exec node "$here/run.mjs" "$work/harness.js" "$vectors/expected/report.txt" "$fams"
