@@ -275,6 +275,56 @@ TEST(HostileSizes, NoChannelsAndEmptyFramesLeaveEverythingAlone)
     Maximizer_Destroy(empty);
 }
 
+// Degenerate windows, steps, strides and lengths leave a meter with an empty ring or
+// nothing to measure; whatever it then reports, it must not read or write past its
+// buffers (the sanitizer builds are the check).
+TEST(HostileSizes, DegenerateWindowsStridesAndRingsStayInsideTheirBuffers)
+{
+    Planar buf(2, kFrame, 1000.0f);
+    for (float window : {0.0f, -400.0f, kNaN}) {
+        const float sec[5] = {-23.0f, 50.0f, 500.0f, window, 100.0f};
+        AutoGainState *st = AutoGain_Init(sec, 16, kFs, 2, kFrame);
+        for (int f = 0; f < 70; f++)
+            AutoGain_Process(st, buf.ptrs(), buf.ptrs(), kFrame);
+        AutoGain_Destroy(st);
+    }
+    const float noStep[5] = {-23.0f, 50.0f, 500.0f, 400.0f, kNaN};
+    AutoGainState *gain = AutoGain_Init(noStep, 16, kFs, 2, kFrame);
+    AutoGain_Process(gain, buf.ptrs(), buf.ptrs(), 0);  // a zero step makes any frame too long
+    AutoGain_Process(gain, buf.ptrs(), buf.ptrs(), -5);
+    AutoGain_Destroy(gain);
+
+    for (int channels : {0, -2})
+        for (int frameLen : {kFrame, 0, -1, -480}) {
+            LevelDetectorState *st = nullptr;
+            eqdrc_test::capture_stderr([&] {
+                st = LevelDetector_Init(16, kFs, channels, frameLen);
+                LevelDetector_SetPara(st, nullptr, kNaN, kNaN, -5.0f);
+            });
+            std::vector<int16_t> pcm(kFrame, 1000);
+            EXPECT_EQ(LevelDetector_Process(st, pcm.data(), kFrame), kFrame);
+            EXPECT_EQ(LevelDetector_Process(st, pcm.data(), -7), -7);
+            LevelDetectorResult res;
+            LevelDetector_GetRes(st, &res);
+            LevelDetector_Destroy(st);
+        }
+
+    for (int windowMs : {0, -400})
+        for (int stepMs : {0, -100, 100}) {
+            Ebur128State *m = ebur128_init(16, kFs, 2, windowMs, stepMs);
+            for (int f = 0; f < 60; f++)
+                ebur128_addframes(m, buf.ptrs(), kFrame);
+            EXPECT_LE(m->historyCount, 200);
+            ebur128_gatedloudness(m);
+            ebur128_destroy(m);
+        }
+    Ebur128State *none = ebur128_init(16, kFs, 0, 400, 100);
+    ebur128_addframes(none, nullptr, kFrame);
+    EXPECT_EQ(ebur128_gatedloudness(none), -1000.0f);
+    ebur128_destroy(none);
+    ebur128_destroy(nullptr);
+}
+
 // The limiter and the AGC measure a frame by its peak, which a NaN sample cannot raise:
 // a NaN frame moves their gains exactly as a silent frame does, so the next real frame
 // comes out bit for bit as after silence.

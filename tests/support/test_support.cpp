@@ -64,19 +64,6 @@ bool same_bits(const std::vector<float> &a, const std::vector<float> &b)
     return true;
 }
 
-float amplitude(double dbfs, double fullScale)
-{
-    return static_cast<float>(fullScale * std::pow(10.0, dbfs / 20.0));
-}
-
-double rms_db(const float *x, int n, double fullScale)
-{
-    double s = 0.0;
-    for (int i = 0; i < n; i++)
-        s += static_cast<double>(x[i]) * x[i];
-    return 10.0 * std::log10(s / n / (fullScale * fullScale) + 1e-30);
-}
-
 AudioPostState *quiet_chain(const float *rec, int frameLen)
 {
     AudioPostState *st = nullptr;

@@ -34,12 +34,6 @@ std::vector<float> bursts_and_holds(uint32_t seed, int holdStart, float held);
 bool same_bits(float a, float b);
 bool same_bits(const std::vector<float> &a, const std::vector<float> &b);
 
-// Peak amplitude of a level in dBFS re `fullScale`.
-float amplitude(double dbfs, double fullScale = 32768.0);
-
-// Level of a buffer in dB re `fullScale`, RMS.
-double rms_db(const float *x, int n, double fullScale = 32768.0);
-
 // Runs `body` with the leak checker off: for the creation failures that leave their
 // partly built record allocated on purpose.
 template <class F>
