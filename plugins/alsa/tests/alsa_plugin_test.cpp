@@ -13,17 +13,12 @@
 
 #include "plugin_test_support.h"
 #include "tool_test_support.h"
-#include "tuning.h"
 
 namespace {
 
-using namespace eqdrc_plugin;
-using eqdrc_plugin_test::music;
-using eqdrc_plugin_test::reference;
-using eqdrc_plugin_test::shipped_tuning;
+using namespace eqdrc_plugin_test;
 using eqdrc_tool_test::ScratchDir;
 using eqdrc_tool_test::slurp;
-using eqdrc_tool_test::spit;
 
 constexpr int kFrame = 768;
 
@@ -38,10 +33,9 @@ const auto *const kAlsaCaches = testing::AddGlobalTestEnvironment(new AlsaCaches
 // lines can be read back (the watcher and reporter threads write there too).
 class StderrToFile {
 public:
-    explicit StderrToFile(const std::string &path) : path_(path)
+    explicit StderrToFile(const std::string &path) : path_(path), saved_(::dup(2))
     {
         std::fflush(stderr);
-        saved_ = ::dup(2);
         int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
         ::dup2(fd, 2);
         ::close(fd);
@@ -74,34 +68,28 @@ private:
 
 class AlsaPlugin : public testing::Test {
 protected:
-    // An eqdrc device named "test" over a raw file slave; `options` are added to it.
-    std::string device(const std::string &options) const
+    // Opens an eqdrc device with `options` over a raw file slave and, unless `rate` is 0,
+    // sets up a stream: the error code of the first failing step, 0 if none.
+    int open(const std::string &options, snd_pcm_t *&pcm, snd_pcm_uframes_t period = 256, unsigned rate = 48000,
+             unsigned channels = 2, snd_pcm_access_t access = SND_PCM_ACCESS_RW_INTERLEAVED,
+             snd_pcm_stream_t stream = SND_PCM_STREAM_PLAYBACK)
     {
-        return "pcm_type.eqdrc { lib \"" EQDRC_ALSA_PLUGIN "\" }\n"
-               "pcm.test { type eqdrc " + options + " slave.pcm { type file slave.pcm { type null } file \"" +
-               out() + "\" format raw } }\n";
-    }
-    std::string out() const { return dir / "slave.raw"; }
-    std::string log() const { return dir / "log.txt"; }
-
-    // Opens "test" from `config` alone; returns the error code of the first failing step.
-    int open(const std::string &config, snd_pcm_t *&pcm, snd_pcm_stream_t stream = SND_PCM_STREAM_PLAYBACK)
-    {
+        const std::string config = "pcm_type.eqdrc { lib \"" EQDRC_ALSA_PLUGIN "\" }\n"
+                                   "pcm.test { type eqdrc " + options +
+                                   " slave.pcm { type file slave.pcm { type null } file \"" + dir / "slave.raw" +
+                                   "\" format raw } }\n";
         snd_config_t *top = nullptr;
         snd_input_t *in = nullptr;
         snd_config_top(&top);
         snd_input_buffer_open(&in, config.data(), static_cast<ssize_t>(config.size()));
         int err = snd_config_load(top, in);
         snd_input_close(in);
+        pcm = nullptr;
         if (err >= 0)
             err = snd_pcm_open_lconf(&pcm, "test", stream, 0, top);
         snd_config_delete(top);
-        return err;
-    }
-
-    int set_up(snd_pcm_t *pcm, unsigned rate, unsigned channels, snd_pcm_uframes_t period,
-               snd_pcm_access_t access = SND_PCM_ACCESS_RW_INTERLEAVED)
-    {
+        if (err < 0 || rate == 0)
+            return err;
         snd_pcm_hw_params_t *hw;
         snd_pcm_hw_params_alloca(&hw);
         snd_pcm_hw_params_any(pcm, hw);
@@ -115,15 +103,6 @@ protected:
         return snd_pcm_hw_params(pcm, hw);
     }
 
-    // Opens "test" with `options` and sets up a stream, asserting both went well.
-    void start(const std::string &options, snd_pcm_t *&pcm, snd_pcm_uframes_t period = 256, unsigned rate = 48000,
-               int channels = 2, snd_pcm_access_t access = SND_PCM_ACCESS_RW_INTERLEAVED)
-    {
-        pcm = nullptr;
-        ASSERT_EQ(open(device(options), pcm), 0);
-        ASSERT_EQ(set_up(pcm, rate, channels, period, access), 0);
-    }
-
     static void write_all(snd_pcm_t *pcm, const int16_t *pcmData, size_t frames, size_t block, int channels,
                           bool mmap = false)
     {
@@ -135,17 +114,17 @@ protected:
         }
     }
 
-    // Plays `in` through "test" in writes of `block` frames and returns the slave's bytes.
+    // Plays `in` through the device in writes of `block` frames and returns the slave's bytes.
     std::vector<int16_t> play(const std::string &options, const std::vector<int16_t> &in, int channels,
                               size_t block, unsigned rate = 48000,
                               snd_pcm_access_t access = SND_PCM_ACCESS_RW_INTERLEAVED)
     {
-        snd_pcm_t *pcm = nullptr;
-        start(options, pcm, block, rate, channels, access);
-        if (!pcm || testing::Test::HasFatalFailure())
+        snd_pcm_t *pcm;
+        if (int err = open(options, pcm, block, rate, channels, access)) {
+            ADD_FAILURE() << options << ": " << snd_strerror(err);
             return {};
-        write_all(pcm, in.data(), in.size() / channels, block, channels,
-                  access == SND_PCM_ACCESS_MMAP_INTERLEAVED);
+        }
+        write_all(pcm, in.data(), in.size() / channels, block, channels, access == SND_PCM_ACCESS_MMAP_INTERLEAVED);
         snd_pcm_drain(pcm);
         snd_pcm_close(pcm);
         return slave_samples();
@@ -153,30 +132,14 @@ protected:
 
     std::vector<int16_t> slave_samples() const
     {
-        std::string bytes = slurp(out());
+        std::string bytes = slurp(dir / "slave.raw");
         std::vector<int16_t> s(bytes.size() / 2);
         std::memcpy(s.data(), bytes.data(), s.size() * 2);
         return s;
     }
 
-    std::string tuning_file(const char *name, const Record &rec) const
-    {
-        std::string path = dir / name;
-        spit(path, eqdrc_tool::record_to_bytes(rec));
-        return path;
-    }
-
-    static Record fitted(const char *name, unsigned rate, int channels)
-    {
-        Record rec;
-        std::string error;
-        EXPECT_TRUE(fit_tuning(shipped_tuning(name), name, static_cast<int>(rate), channels, true, kFrame, rec,
-                               error))
-            << error;
-        return rec;
-    }
-
     ScratchDir dir;
+    std::string log = dir / "log.txt";
 };
 
 // The slave receives the chain's output over exactly the samples written: whole frames,
@@ -185,12 +148,12 @@ TEST_F(AlsaPlugin, SlaveGetsTheChainsBitsForEveryPeriodSize)
 {
     for (int channels : {2, 1}) {
         Record rec = fitted("music.json", 48000, channels);
-        std::string tuning = tuning_file(channels == 2 ? "stereo.bin" : "mono.bin", rec);
+        std::string tuning = saved(dir / "speaker.bin", rec);
         std::vector<int16_t> in = music(12 * kFrame + 321, channels);
         std::vector<int16_t> want = reference(rec, kFrame, in);
         for (size_t period : {1, 17, 767, 769, 4096}) {
-            std::vector<int16_t> got = play("tuning \"" + tuning + "\"", in, channels, period);
-            EXPECT_EQ(got, want) << channels << " channel(s), writes of " << period;
+            EXPECT_EQ(play("tuning \"" + tuning + "\"", in, channels, period), want)
+                << channels << " channel(s), writes of " << period;
         }
         // Hosts that write into the buffer in place (sound servers do) get the same bits.
         EXPECT_EQ(play("tuning \"" + tuning + "\"", in, channels, 333, 48000, SND_PCM_ACCESS_MMAP_INTERLEAVED), want)
@@ -201,21 +164,23 @@ TEST_F(AlsaPlugin, SlaveGetsTheChainsBitsForEveryPeriodSize)
 TEST_F(AlsaPlugin, JsonTuningFrameOptionAndAdapting)
 {
     // A JSON tuning for 48 kHz stereo, adapted to a 44.1 kHz mono stream, frames of 500.
-    Record rec = fitted("loud-small-speaker.json", 44100, 1);
+    const char *options = "tuning \"" EQDRC_SOURCE_DIR "/tunings/loud-small-speaker.json\" frame 500 adapt on";
     std::vector<int16_t> in = music(9 * 500 + 77, 1);
-    std::vector<int16_t> got = play("tuning \"" EQDRC_SOURCE_DIR "/tunings/loud-small-speaker.json\" frame 500 adapt on",
-                                    in, 1, 256, 44100);
-    EXPECT_EQ(got, reference(rec, 500, in));
+    EXPECT_EQ(play(options, in, 1, 256, 44100), reference(fitted("loud-small-speaker.json", 44100, 1, 500), 500, in));
 }
 
-// The samples collected towards the next frame are part of the delay the application
-// sees, on top of the slave's own.
-TEST_F(AlsaPlugin, DelayCountsTheSamplesHeldForTheFrame)
+// The samples collected towards the next frame count in the delay; pause and resume
+// leave the stream as it was; drain passes on the padded last frame; every prepare
+// (after a drain, after a drop) drops the partial frame and keeps the chain's state.
+TEST_F(AlsaPlugin, DelayPauseResumeDrainDropAndPrepare)
 {
-    std::string tuning = tuning_file("stereo.bin", fitted("music.json", 48000, 2));
-    std::vector<int16_t> in = music(3 * kFrame + 100, 2);
+    Record rec = fitted("music.json", 48000, 2);
+    std::string tuning = saved(dir / "stereo.bin", rec);
+    std::vector<int16_t> in = music(9 * kFrame, 2);
+    const size_t first = 5 * kFrame + 100, second = kFrame + 50, third = 2 * kFrame;
+    const int16_t *second_in = &in[2 * first], *third_in = &in[2 * (first + second)];
     snd_pcm_t *pcm;
-    ASSERT_NO_FATAL_FAILURE(start("tuning \"" + tuning + "\"", pcm));
+    ASSERT_EQ(open("tuning \"" + tuning + "\"", pcm), 0);
     snd_pcm_sframes_t before = 0, after = 0;
     write_all(pcm, in.data(), 3 * kFrame, 256, 2);
     ASSERT_EQ(snd_pcm_delay(pcm, &before), 0);
@@ -223,24 +188,6 @@ TEST_F(AlsaPlugin, DelayCountsTheSamplesHeldForTheFrame)
     ASSERT_EQ(snd_pcm_delay(pcm, &after), 0);
     EXPECT_GE(before, 0);
     EXPECT_EQ(after - before, 100) << "the partial frame is not on its way to the slave yet";
-    snd_pcm_drain(pcm);
-    snd_pcm_close(pcm);
-    EXPECT_EQ(slave_samples().size(), in.size());
-}
-
-// Pause and resume leave the stream as it was; drain passes on the padded last frame;
-// every prepare (after a drain, after a drop) drops the partial frame and keeps the
-// chain's filter state.
-TEST_F(AlsaPlugin, PauseResumeDrainDropAndPrepare)
-{
-    Record rec = fitted("music.json", 48000, 2);
-    std::string tuning = tuning_file("stereo.bin", rec);
-    std::vector<int16_t> in = music(9 * kFrame, 2);
-    const size_t first = 5 * kFrame + 100, second = kFrame + 50, third = 2 * kFrame;
-    const int16_t *second_in = &in[2 * first], *third_in = &in[2 * (first + second)];
-    snd_pcm_t *pcm;
-    ASSERT_NO_FATAL_FAILURE(start("tuning \"" + tuning + "\"", pcm));
-    write_all(pcm, in.data(), 3 * kFrame + 100, 256, 2);
     ASSERT_EQ(snd_pcm_pause(pcm, 1), 0);
     ASSERT_EQ(snd_pcm_pause(pcm, 0), 0);
     write_all(pcm, &in[2 * (3 * kFrame + 100)], first - (3 * kFrame + 100), 256, 2);
@@ -263,11 +210,10 @@ TEST_F(AlsaPlugin, PauseResumeDrainDropAndPrepare)
     std::vector<int16_t> got = slave_samples();
     // The first stream, drained, arrives whole; of the dropped one the slave may keep
     // part; the last one arrives whole.
-    std::vector<int16_t> head(chain.begin(), chain.begin() + 2 * first);
-    std::vector<int16_t> tail(chain.begin() + 2 * 7 * kFrame, chain.end());
-    ASSERT_GE(got.size(), head.size() + tail.size());
-    EXPECT_EQ(std::vector<int16_t>(got.begin(), got.begin() + static_cast<long>(head.size())), head);
-    EXPECT_EQ(std::vector<int16_t>(got.end() - static_cast<long>(tail.size()), got.end()), tail);
+    const size_t head = 2 * first, tail = chain.size() - 2 * 7 * kFrame;
+    ASSERT_GE(got.size(), head + tail);
+    EXPECT_TRUE(std::equal(chain.begin(), chain.begin() + head, got.begin()));
+    EXPECT_TRUE(std::equal(chain.end() - tail, chain.end(), got.end() - tail));
 }
 
 // A replacement that fails the check is refused and the old tuning keeps playing; a good
@@ -275,36 +221,32 @@ TEST_F(AlsaPlugin, PauseResumeDrainDropAndPrepare)
 TEST_F(AlsaPlugin, ReplacedTuningTakesEffectAtTheLoggedFrame)
 {
     Record first = fitted("music.json", 48000, 2), second = fitted("loud-small-speaker.json", 48000, 2);
-    Record bad = second;
-    bad[eqdrc_tool::Layout::embedded().word("header.bit_depth")] = 20.0f;
-    std::string tuning = tuning_file("live.bin", first);
+    Record bad = altered(second, "header.bit_depth", 20.0f);
+    std::string tuning = saved(dir / "live.bin", first);
     std::vector<int16_t> in = music(60 * kFrame, 2);
     const size_t block = 300, total = in.size() / 2;
     size_t at = 0;
-    std::string text;
-    {
-        StderrToFile capture(log());
-        snd_pcm_t *pcm;
-        ASSERT_NO_FATAL_FAILURE(start("tuning \"" + tuning + "\" reload on debug on", pcm, block));
-        auto step = [&] {  // a hand-over needs frames to happen at
-            if (at + block >= total)
-                return false;
-            write_all(pcm, &in[at * 2], block, block, 2);
-            at += block;
-            return true;
-        };
-        // Replaced as editors and `eqdrc tuning compile -o` do: a new file renamed over it.
-        eqdrc_tool::write_file_atomic(tuning, eqdrc_tool::record_to_bytes(bad));
-        EXPECT_TRUE(capture.until_logged("keeping", step));
-        while (at < 15 * kFrame && step()) {
-        }
-        eqdrc_tool::write_file_atomic(tuning, eqdrc_tool::record_to_bytes(second));
-        EXPECT_TRUE(capture.until_logged("took effect", step));
-        write_all(pcm, &in[at * 2], total - at, block, 2);
-        snd_pcm_drain(pcm);
-        snd_pcm_close(pcm);
-        text = capture.text();
+    StderrToFile capture(log);
+    snd_pcm_t *pcm;
+    ASSERT_EQ(open("tuning \"" + tuning + "\" reload on debug on", pcm, block), 0);
+    auto step = [&] {  // a hand-over needs frames to happen at
+        if (at + block >= total)
+            return false;
+        write_all(pcm, &in[at * 2], block, block, 2);
+        at += block;
+        return true;
+    };
+    // Replaced as editors and `eqdrc tuning compile -o` do: a new file renamed over it.
+    eqdrc_tool::write_file_atomic(tuning, eqdrc_tool::record_to_bytes(bad));
+    EXPECT_TRUE(capture.until_logged("keeping", step));
+    while (at < 15 * kFrame && step()) {
     }
+    eqdrc_tool::write_file_atomic(tuning, eqdrc_tool::record_to_bytes(second));
+    EXPECT_TRUE(capture.until_logged("took effect", step));
+    write_all(pcm, &in[at * 2], total - at, block, 2);
+    snd_pcm_drain(pcm);
+    snd_pcm_close(pcm);
+    const std::string text = capture.text();
     EXPECT_NE(text.find("eqdrc: " + tuning + ": error: header.bit_depth = 20"), std::string::npos) << text;
     const std::string took = "new tuning took effect at frame ";
     size_t pos = text.find(took);
@@ -320,14 +262,17 @@ TEST_F(AlsaPlugin, ReplacedTuningTakesEffectAtTheLoggedFrame)
 
 TEST_F(AlsaPlugin, BadConfigurationsGiveAnErrorAndNoCrash)
 {
-    Record rec = fitted("music.json", 48000, 2), rejected = rec;
-    std::string good = tuning_file("good.bin", rec);
-    rejected[eqdrc_tool::Layout::embedded().word("header.tool_version")] = 3.0f;
-    std::string rejectedPath = tuning_file("rejected.bin", rejected);
+    Record rec = fitted("music.json", 48000, 2);
+    std::string good = saved(dir / "good.bin", rec);
+    std::string rejectedPath = saved(dir / "rejected.bin", altered(rec, "header.tool_version", 3.0f));
     std::string shortPath = dir / "short.bin";
-    spit(shortPath, "not a tuning");
-    struct Case {
+    eqdrc_tool_test::spit(shortPath, "not a tuning");
+    const std::string hint = " (adapt on retunes it for the stream)";
+    const struct {
         std::string options, message;
+        unsigned rate = 0;  // a stream is set up only with a rate
+        unsigned channels = 2;
+        snd_pcm_stream_t stream = SND_PCM_STREAM_PLAYBACK;
     } cases[] = {
         {"", "no tuning given"},
         {"tuning \"" + dir / "missing.bin" + "\"", dir / "missing.bin"},
@@ -337,36 +282,19 @@ TEST_F(AlsaPlugin, BadConfigurationsGiveAnErrorAndNoCrash)
         {"tuning \"" + good + "\" frame 0", "frame must be"},
         {"tuning \"" + good + "\" reload maybe", "reload must be on or off"},
         {"tuning \"" + good + "\" volume 11", "unknown option volume"},
+        {"tuning \"" + good + "\"", "playback only", 0, 2, SND_PCM_STREAM_CAPTURE},
+        // A stream at another rate or channel count is refused at hw_params, naming both.
+        {"tuning \"" + good + "\"", "for 48000 Hz, the stream is 44100 Hz" + hint, 44100},
+        {"tuning \"" + good + "\"", "for 2 channel(s), the stream has 1" + hint, 48000, 1},
     };
-    // Opens the device and, given a rate, sets up a stream: the first error and the log.
-    auto attempt = [&](const std::string &options, unsigned rate = 0, int channels = 2,
-                       snd_pcm_stream_t stream = SND_PCM_STREAM_PLAYBACK) {
-        StderrToFile capture(log());
-        snd_pcm_t *pcm = nullptr;
-        int err = open(device(options), pcm, stream);
-        if (err >= 0 && rate)
-            err = set_up(pcm, rate, channels, 256);
+    for (const auto &c : cases) {
+        StderrToFile capture(log);
+        snd_pcm_t *pcm;
+        EXPECT_LT(open(c.options, pcm, 256, c.rate, c.channels, SND_PCM_ACCESS_RW_INTERLEAVED, c.stream), 0)
+            << c.options;
         if (pcm)
             snd_pcm_close(pcm);
-        return std::pair{err, capture.text()};
-    };
-    for (const Case &c : cases) {
-        auto [err, text] = attempt(c.options);
-        EXPECT_LT(err, 0) << c.options;
-        EXPECT_NE(text.find(c.message), std::string::npos) << c.options << "\n" << text;
-    }
-
-    auto [err, text] = attempt("tuning \"" + good + "\"", 0, 2, SND_PCM_STREAM_CAPTURE);
-    EXPECT_LT(err, 0);
-    EXPECT_NE(text.find("playback only"), std::string::npos) << text;
-
-    // A stream at another rate or channel count is refused at hw_params, naming both.
-    const char *hint = " (adapt on retunes it for the stream)";
-    for (auto [rate, channels, message] : {std::tuple{44100u, 2, "for 48000 Hz, the stream is 44100 Hz"},
-                                          std::tuple{48000u, 1, "for 2 channel(s), the stream has 1"}}) {
-        auto [err, text] = attempt("tuning \"" + good + "\"", rate, channels);
-        EXPECT_LT(err, 0);
-        EXPECT_NE(text.find(std::string(message) + hint), std::string::npos) << text;
+        EXPECT_NE(capture.text().find(c.message), std::string::npos) << c.options << "\n" << capture.text();
     }
 }
 

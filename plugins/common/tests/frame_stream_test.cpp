@@ -8,59 +8,46 @@
 namespace {
 
 using namespace eqdrc_plugin;
-using eqdrc_plugin_test::music;
-using eqdrc_plugin_test::reference;
-using eqdrc_plugin_test::shipped_tuning;
+using namespace eqdrc_plugin_test;
 
 constexpr int kFrame = 768;
-const size_t kBlocks[] = {1, 17, 767, 769, 4096};
 
-std::unique_ptr<FrameStream> make_stream(const Record &rec, int frameLen, RecordHandoff *handoff = nullptr,
-                                         size_t capacity = 0)
+std::unique_ptr<FrameStream> make_stream(const Record &rec, RecordHandoff *handoff = nullptr, size_t capacity = 0)
 {
     std::string error;
     std::unique_ptr<FrameStream> s;
-    eqdrc_test::capture_stderr([&] { s = FrameStream::create(rec, frameLen, handoff, error, capacity); });
+    eqdrc_test::capture_stderr([&] { s = FrameStream::create(rec, kFrame, handoff, error, capacity); });
     EXPECT_TRUE(s) << error;
     return s;
-}
-
-Record fitted(const char *name, int channels)
-{
-    Record rec;
-    std::string error;
-    EXPECT_TRUE(fit_tuning(shipped_tuning(name), name, 48000, channels, true, kFrame, rec, error)) << error;
-    return rec;
 }
 
 // Pushes `in` through the FIFO form in blocks of `block`, reading as it goes, then drains.
 std::vector<int16_t> through_fifo(FrameStream &s, const std::vector<int16_t> &in, size_t block)
 {
-    int ch = s.channels();
-    size_t total = in.size() / ch, at = 0;
+    const int ch = s.channels();
     std::vector<int16_t> out, buf(block * ch);
-    while (at < total) {
+    auto take = [&] {
+        size_t got = s.read(buf.data(), block);
+        out.insert(out.end(), buf.begin(), buf.begin() + got * ch);
+        return got;
+    };
+    for (size_t at = 0, total = in.size() / ch; at < total; take())
         at += s.write(&in[at * ch], std::min(block, total - at));
-        size_t got = s.read(buf.data(), block);
-        out.insert(out.end(), buf.begin(), buf.begin() + got * ch);
+    while (!s.drain())
+        take();
+    while (take()) {
     }
-    while (!s.drain()) {
-        size_t got = s.read(buf.data(), block);
-        out.insert(out.end(), buf.begin(), buf.begin() + got * ch);
-    }
-    while (size_t got = s.read(buf.data(), block))
-        out.insert(out.end(), buf.begin(), buf.begin() + got * ch);
     return out;
 }
 
 TEST(FrameStreamExactness, FifoFormMatchesTheChainForEveryBlockSize)
 {
     for (int channels : {2, 1}) {
-        Record rec = fitted("music.json", channels);
+        Record rec = fitted("music.json", 48000, channels);
         std::vector<int16_t> in = music(10 * kFrame + 123, channels);
         std::vector<int16_t> want = reference(rec, kFrame, in);
-        for (size_t block : kBlocks) {
-            auto s = make_stream(rec, kFrame, nullptr, block < 2 * kFrame ? 0 : 3 * block);
+        for (size_t block : {1, 17, 767, 769, 4096}) {
+            auto s = make_stream(rec, nullptr, block < 2 * kFrame ? 0 : 3 * block);
             EXPECT_EQ(through_fifo(*s, in, block), want) << channels << " channel(s), blocks of " << block;
         }
     }
@@ -68,8 +55,7 @@ TEST(FrameStreamExactness, FifoFormMatchesTheChainForEveryBlockSize)
 
 TEST(FrameStreamExactness, ResetDropsThePartialFrameAndKeepsCounting)
 {
-    Record rec = fitted("music.json", 2);
-    auto s = make_stream(rec, kFrame, nullptr, 8 * kFrame);
+    auto s = make_stream(fitted("music.json", 48000, 2), nullptr, 8 * kFrame);
     std::vector<int16_t> in = music(3 * kFrame + 10, 2);
     ASSERT_EQ(s->write(in.data(), 3 * kFrame + 10), 3u * kFrame + 10);
     EXPECT_EQ(s->frame_index(), 3);
@@ -85,14 +71,13 @@ TEST(FrameStreamExactness, ResetDropsThePartialFrameAndKeepsCounting)
 
 TEST(FrameStreamLiveTuning, HandedOverRecordTakesEffectAtTheReportedFrame)
 {
-    Record first = fitted("music.json", 2), second = fitted("loud-small-speaker.json", 2);
+    Record first = fitted("music.json", 48000, 2), second = fitted("loud-small-speaker.json", 48000, 2);
     RecordHandoff handoff;
-    auto s = make_stream(first, kFrame, &handoff, 16 * kFrame);  // room for the whole input
+    auto s = make_stream(first, &handoff, 16 * kFrame);  // room for the whole input
     long long swappedAt = -1;
     s->set_swap_callback([](void *ctx, long long frame) { *static_cast<long long *>(ctx) = frame; }, &swappedAt);
     std::vector<int16_t> in = music(12 * kFrame, 2), out(in.size());
-    size_t half = 5 * kFrame + 300;
-    const size_t total = in.size() / 2;
+    const size_t half = 5 * kFrame + 300, total = in.size() / 2;
     ASSERT_EQ(s->write(in.data(), half), half);
     handoff.offer(second);
     ASSERT_EQ(s->write(&in[half * 2], total - half), total - half);
@@ -106,11 +91,10 @@ TEST(FrameStreamLiveTuning, HandedOverRecordTakesEffectAtTheReportedFrame)
 TEST(FrameStreamRefusals, BadFrameLengthOrChannelCount)
 {
     std::string error;
-    Record rec = fitted("music.json", 2);
+    Record rec = fitted("music.json", 48000, 2);
     EXPECT_FALSE(FrameStream::create(rec, 0, nullptr, error));
     EXPECT_NE(error.find("frame length 0"), std::string::npos) << error;
-    rec[eqdrc_tool::Layout::embedded().word("header.channels")] = 3.0f;
-    EXPECT_FALSE(FrameStream::create(rec, kFrame, nullptr, error));
+    EXPECT_FALSE(FrameStream::create(altered(rec, "header.channels", 3.0f), kFrame, nullptr, error));
     EXPECT_NE(error.find("3 channel(s)"), std::string::npos) << error;
 }
 

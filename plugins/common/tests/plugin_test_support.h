@@ -1,15 +1,17 @@
-// Helpers for the plugin tests: a music-like test signal and the chain run directly,
-// frame by frame, as `eqdrc process` runs it.
+// Helpers for the plugin tests: a music-like test signal, the chain run directly, frame
+// by frame, as `eqdrc process` runs it, and the shipped tunings fitted, altered and saved.
 #ifndef EQDRC_PLUGIN_TEST_SUPPORT_H
 #define EQDRC_PLUGIN_TEST_SUPPORT_H
 
 #include <cmath>
 #include <cstdint>
+#include <fstream>
 #include <vector>
 
 #include <tqaudio_eqdrc.h>
 
 #include "support/test_support.h"
+#include "tuning.h"
 #include "tuning_source.h"
 
 namespace eqdrc_plugin_test {
@@ -43,8 +45,7 @@ inline std::vector<int16_t> reference(const Record &rec, int frameLen, const std
 {
     int channels = eqdrc_plugin::tuning_format(rec).channels;
     AudioPostState *st = eqdrc_test::quiet_chain(rec.data(), frameLen);
-    std::vector<int16_t> out;
-    std::vector<int16_t> frame(static_cast<size_t>(frameLen) * channels);
+    std::vector<int16_t> out, frame(static_cast<size_t>(frameLen) * channels);
     size_t total = in.size() / channels;
     for (size_t at = 0, index = 0; at < total; at += frameLen, index++) {
         size_t real = std::min<size_t>(frameLen, total - at);
@@ -61,11 +62,31 @@ inline std::vector<int16_t> reference(const Record &rec, int frameLen, const std
 
 inline Record shipped_tuning(const char *name)
 {
+    return eqdrc_tool::read_tuning(std::string(EQDRC_SOURCE_DIR) + "/tunings/" + name);
+}
+
+// A shipped tuning adapted to a stream of `rate` Hz with `channels` channels.
+inline Record fitted(const char *name, int rate, int channels, int frameLen = 768)
+{
     Record rec;
     std::string error;
-    if (!eqdrc_plugin::read_tuning_file(std::string(EQDRC_SOURCE_DIR) + "/tunings/" + name, rec, error))
-        ADD_FAILURE() << error;
+    EXPECT_TRUE(eqdrc_plugin::fit_tuning(shipped_tuning(name), name, rate, channels, true, frameLen, rec, error))
+        << error;
     return rec;
+}
+
+// `rec` with one word set, e.g. to a value the check refuses.
+inline Record altered(Record rec, const char *word, float value)
+{
+    rec[eqdrc_tool::Layout::embedded().word(word)] = value;
+    return rec;
+}
+
+// Writes `rec` as a binary tuning file at `path`, in place, and returns the path.
+inline std::string saved(const std::string &path, const Record &rec)
+{
+    std::ofstream(path, std::ios::binary) << eqdrc_tool::record_to_bytes(rec);
+    return path;
 }
 
 }  // namespace eqdrc_plugin_test

@@ -7,13 +7,12 @@
 
 #include "plugin_test_support.h"
 #include "tool_test_support.h"
-#include "tuning.h"
 #include "tuning_watcher.h"
 
 namespace {
 
 using namespace eqdrc_plugin;
-using eqdrc_plugin_test::shipped_tuning;
+using namespace eqdrc_plugin_test;
 
 // Waits (at most 10 s) until `counter` reaches `count`.
 template <class F>
@@ -28,9 +27,8 @@ bool wait_until(F counter, unsigned long count)
 TEST(TuningWatcher, OffersEachGoodVersionWrittenInPlaceOrRenamedOverIt)
 {
     eqdrc_tool_test::ScratchDir dir;
-    std::string path = dir / "speaker.bin";
     Record music = shipped_tuning("music.json"), loud = shipped_tuning("loud-small-speaker.json");
-    eqdrc_tool_test::spit(path, eqdrc_tool::record_to_bytes(music));
+    std::string path = saved(dir / "speaker.bin", music);
     RecordHandoff handoff;
     std::string error;
     // Adapted to mono on the way, as the stream needs.
@@ -38,16 +36,13 @@ TEST(TuningWatcher, OffersEachGoodVersionWrittenInPlaceOrRenamedOverIt)
     ASSERT_TRUE(watcher) << error;
 
     eqdrc_tool_test::spit(dir / "other.bin", "not watched");
-    eqdrc_tool_test::spit(path, eqdrc_tool::record_to_bytes(loud));  // in place
+    saved(path, loud);  // in place
     ASSERT_TRUE(wait_until([&] { return watcher->offered(); }, 1));
     const Record *taken = handoff.take();
     ASSERT_NE(taken, nullptr);
-    Record want;
-    ASSERT_TRUE(fit_tuning(loud, path, 48000, 1, true, 768, want, error)) << error;
-    EXPECT_EQ(*taken, want);
+    EXPECT_EQ(*taken, fitted("loud-small-speaker.json", 48000, 1));
 
-    Record bad = music;
-    bad[eqdrc_tool::Layout::embedded().word("header.bit_depth")] = 20.0f;
+    Record bad = altered(music, "header.bit_depth", 20.0f);
     std::string log = eqdrc_test::capture_stderr([&] {
         eqdrc_tool::write_file_atomic(path, eqdrc_tool::record_to_bytes(bad));  // renamed over it
         EXPECT_TRUE(wait_until([&] { return watcher->refused(); }, 1));
@@ -58,8 +53,7 @@ TEST(TuningWatcher, OffersEachGoodVersionWrittenInPlaceOrRenamedOverIt)
     EXPECT_NE(log.find("eqdrc: " + path + ": error: header.bit_depth = 20"), std::string::npos) << log;
     taken = handoff.take();
     ASSERT_NE(taken, nullptr);
-    ASSERT_TRUE(fit_tuning(music, path, 48000, 1, true, 768, want, error)) << error;
-    EXPECT_EQ(*taken, want);
+    EXPECT_EQ(*taken, fitted("music.json", 48000, 1));
 }
 
 TEST(TuningWatcher, MissingFolderIsReported)
