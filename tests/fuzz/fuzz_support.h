@@ -2,9 +2,7 @@
 // predicate per misuse that ends the process on purpose, mirroring the library's own
 // checks, so that a target can skip an input instead of exiting and the fuzzer spends
 // its time on everything else.  A few further predicates bound what one input may
-// allocate or compute (the library never checks an allocation), and the last group
-// marks misuse that is still unsafe in the library (the "OpenIssues" tests in
-// tests/robustness_test.cpp reproduce each); remove a predicate when its issue is fixed.
+// allocate or compute (the library never checks an allocation).
 #ifndef EQDRC_TESTS_FUZZ_SUPPORT_H
 #define EQDRC_TESTS_FUZZ_SUPPORT_H
 
@@ -40,23 +38,11 @@ public:
         pos_ += n;
     }
 
-    template <class T>
-    T take()
+    int32_t integer()
     {
-        T v;
+        int32_t v;
         bytes(&v, sizeof v);
         return v;
-    }
-
-    uint8_t byte() { return take<uint8_t>(); }
-    float real() { return take<float>(); }
-    int32_t integer() { return take<int32_t>(); }
-
-    // An integer in [lo, hi] (inclusive) from two bytes.
-    int in_range(int lo, int hi)
-    {
-        const uint32_t span = static_cast<uint32_t>(hi - lo) + 1u;
-        return lo + static_cast<int>(take<uint16_t>() % span);
     }
 
 private:
