@@ -13,46 +13,31 @@ _env = os.environ.get("TQEQDRC_LIB")
 BUILD = (_env if os.path.isdir(_env) else os.path.dirname(_env)) if _env else os.path.join(ROOT, "build")
 os.environ["TQEQDRC_LIB"] = os.path.join(BUILD, "libtqaudio_effect_eqdrc.so")
 TUNINGS = os.path.join(ROOT, "tunings")
+PY = [sys.executable, "-m", "tqeqdrc"]
+PY_ENV = dict(os.environ, PYTHONPATH=os.path.join(ROOT, "python"))
+
+
+def run(cmd, *args, **kwargs):
+    """(status, standard output, standard error) of a command, by default with the package importable."""
+    kwargs.setdefault("env", PY_ENV)
+    r = subprocess.run([str(a) for a in list(cmd) + list(args)], capture_output=True, text=True, **kwargs)
+    return r.returncode, r.stdout, r.stderr
 
 
 @pytest.fixture(scope="session")
 def eqdrc_tool():
     path = os.path.join(BUILD, "tools", "eqdrc", "eqdrc")
-    if not os.path.exists(path):
-        pytest.fail("the eqdrc tool is not built in " + BUILD)
+    assert os.path.exists(path), "the eqdrc tool is not built in " + BUILD
     return path
 
 
-@pytest.fixture(scope="session")
-def cref(tmp_path_factory):
-    """Runs the small C program that calls the library directly; returns its output lines."""
-    exe = str(tmp_path_factory.mktemp("cref") / "cref")
-    subprocess.run(["cc", "-std=c99", "-O1", "-o", exe, os.path.join(ROOT, "python", "tests", "cref.c"),
-                    "-I", os.path.join(ROOT, "include"), "-L", BUILD, "-Wl,-rpath," + BUILD,
-                    "-ltqaudio_effect_eqdrc"], check=True)
-
-    def run(*args):
-        r = subprocess.run([exe] + [str(a) for a in args], check=True, capture_output=True, text=True)
-        return r.stdout.split("\n")[:-1]
-    return run
-
-
-def fbits(v):
-    """Hex bits of a float32 value, as cref takes and prints them."""
-    return "%08x" % int(np.array([v], dtype=np.float32).view(np.uint32)[0])
-
-
 def test_signal(seconds, rate=48000, channels=2, seed=1):
-    """Music-like int16 test audio: tones, a loud burst, noise and a quiet tail."""
-    rng = np.random.default_rng(seed)
-    n = int(seconds * rate)
-    t = np.arange(n) / rate
-    env = np.where((t > seconds * 0.3) & (t < seconds * 0.6), 1.0, 0.15)
-    sig = np.empty((n, channels))
-    for c in range(channels):
-        sig[:, c] = env * (9000 * np.sin(2 * np.pi * (110 + 50 * c) * t) + 5000 * np.sin(2 * np.pi * 3100 * t)
-                           + 3000 * rng.standard_normal(n))
-    return np.clip(np.round(sig), -32768, 32767).astype(np.int16)
+    """Music-like int16 test audio: tones and noise, with a loud burst amid a quiet passage."""
+    t = np.arange(int(seconds * rate))[:, None] / rate
+    loud = np.where((t > seconds * 0.3) & (t < seconds * 0.6), 1.0, 0.15)
+    tones = 9000 * np.sin(2 * np.pi * (110 + 50 * np.arange(channels)) * t) + 5000 * np.sin(2 * np.pi * 3100 * t)
+    noise = 3000 * np.random.default_rng(seed).standard_normal((t.size, channels))
+    return np.clip(np.round(loud * (tones + noise)), -32768, 32767).astype(np.int16)
 
 
 test_signal.__test__ = False

@@ -1,9 +1,8 @@
-// Helpers shared by the eqdrc tests: scratch folders and running the tool. The library's
-// log capture and its deliberate leaks are handled by the library tests' support.
+// Helpers shared by the eqdrc tests: scratch folders, sound files and running the tool.
+// Capturing the library's log comes from the library tests' support.
 #ifndef EQDRC_TOOL_TEST_SUPPORT_H
 #define EQDRC_TOOL_TEST_SUPPORT_H
 
-#include <cstdio>
 #include <cstdlib>
 #include <dirent.h>
 #include <fstream>
@@ -20,7 +19,6 @@
 namespace eqdrc_tool_test {
 
 using eqdrc_test::capture_stderr;
-using eqdrc_test::with_required_leak;
 
 // A folder that disappears with the test.
 class ScratchDir {
@@ -52,9 +50,7 @@ private:
 inline std::string slurp(const std::string &path)
 {
     std::ifstream in(path, std::ios::binary);
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 inline void spit(const std::string &path, const std::string &bytes)
@@ -63,7 +59,8 @@ inline void spit(const std::string &path, const std::string &bytes)
 }
 
 // Writes interleaved samples into a new sound file of `format` through libsndfile's
-// interface for their type (which scales them as that interface does); false on failure.
+// interface for their type (int16_t, int or double, scaled as that interface does); false
+// on failure.
 template <typename Sample>
 bool write_sound(const std::string &path, const std::vector<Sample> &samples, int channels, int rate, int format)
 {
@@ -80,8 +77,6 @@ bool write_sound(const std::string &path, const std::vector<Sample> &samples, in
         written = sf_writef_short(f, samples.data(), frames);
     else if constexpr (std::is_same_v<Sample, int>)
         written = sf_writef_int(f, samples.data(), frames);
-    else if constexpr (std::is_same_v<Sample, float>)
-        written = sf_writef_float(f, samples.data(), frames);
     else
         written = sf_writef_double(f, samples.data(), frames);
     return sf_close(f) == 0 && written == frames;
@@ -89,8 +84,7 @@ bool write_sound(const std::string &path, const std::vector<Sample> &samples, in
 
 struct RunResult {
     int status;
-    std::string out;
-    std::string err;
+    std::string out, err;
 };
 
 // Runs the eqdrc binary with shell-quoted arguments.
