@@ -90,6 +90,7 @@ const Rule kRules[] = {
     {"maximizer.channels[1].max_threshold", 3.0f, W, "knee is empty"},
     {"maximizer.channels[1].ceiling", 1.0f, W, "above full scale", "header.enable.maximizer", 0.0f},
     {"header.pre_gain_dB[1]", NAN, E, "not a finite number", "header.channel_link", 1.0f},
+    {"exciter.channels[1].mix", NAN, E, "not a finite number", "header.channel_link", 1.0f},
     {"eq10.channels[1].bands[3].boost", INFINITY, E, "not a finite number", "header.enable.eq10", 0.0f},
 };
 
