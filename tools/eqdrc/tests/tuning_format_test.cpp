@@ -2,6 +2,7 @@
 // errors, and a layout that agrees with what the library reads.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <tqaudio_eqdrc.h>
 
 #include "tool_test_support.h"
@@ -48,9 +49,9 @@ TEST(TuningJson, ValuesAreReadableAndExact)
     rec[layout.word("header.pre_gain_dB[1]")] = -0.0f;
     rec[layout.word("auto_gain.attack_time")] = bits_float(0x7fc00123u);
     rec[layout.word("header.enable.eq10")] = 0.5f;
+    rec[layout.word("maximizer.channels[0].release")] = INFINITY;
     rec[8] = 3.0f;  // no stage reads word 8
     OrderedJson doc = record_to_json(rec);
-    EXPECT_EQ(record_to_bytes(record_from_json(OrderedJson::parse("{}"))), std::string(kRecordBytes, '\0'));  // all 0
     EXPECT_EQ(doc["header"]["sample_rate"].dump(), "48000");
     EXPECT_EQ(doc["eq10"]["channels"][1]["bands"][2]["filterTypes"], "HighShelf");
     EXPECT_EQ(doc["eq10"]["channels"][1]["bands"][3]["filterTypes"].dump(), "9");
@@ -58,7 +59,16 @@ TEST(TuningJson, ValuesAreReadableAndExact)
     EXPECT_EQ(doc["header"]["pre_gain_dB"][1], "0x80000000");
     EXPECT_EQ(doc["auto_gain"]["attack_time"], "0x7fc00123");
     EXPECT_EQ(doc["header"]["enable"]["eq10"].dump(), "0.5");
+    EXPECT_EQ(doc["maximizer"]["channels"][0]["release"], "0x7f800000");
     EXPECT_EQ(doc["raw"].dump(), R"({"8":3.0})");
+    // Read back from what a hand-written file may hold: labels in any case, "_" keys as
+    // comments, exponents, "inf"; what is missing is 0.
+    EXPECT_EQ(record_to_bytes(record_from_json(OrderedJson::parse(R"({"_note": "by hand", "raw": {"8": 3},
+        "header": {"sample_rate": 4.8e4, "pre_gain_dB": [0, "0x80000000"], "enable": {"eq10": 0.5}},
+        "auto_gain": {"attack_time": "0x7fc00123"}, "maximizer": {"channels": [{"release": "inf"}, {}]},
+        "eq10": {"channels": [{"bands": [{"fc": 0.1}, {}, {}, {}, {}, {}, {}, {}, {}, {}]},
+                 {"bands": [{}, {}, {"filterTypes": "highshelf"}, {"filterTypes": 9}, {}, {}, {}, {}, {}, {}]}]}})"))),
+              record_to_bytes(rec));
     // Filter types by the names the equaliser prints.
     const std::vector<std::string> types{"Parametric", "LowShelf", "HighShelf", "GeneralLP", "GeneralHP", "BandPass",
                                          "ButterworthLP", "ButterworthHP"};
