@@ -296,6 +296,18 @@ TEST_F(AlsaPlugin, BadConfigurationsGiveAnErrorAndNoCrash)
             snd_pcm_close(pcm);
         EXPECT_NE(capture.text().find(c.message), std::string::npos) << c.options << "\n" << capture.text();
     }
+    // The rates a stream may ask for at all, before the tuning's own is compared.
+    snd_pcm_t *pcm;
+    ASSERT_EQ(open("tuning \"" + good + "\"", pcm, 256, 0), 0);
+    snd_pcm_hw_params_t *hw;
+    snd_pcm_hw_params_alloca(&hw);
+    snd_pcm_hw_params_any(pcm, hw);
+    unsigned lowest = 0, highest = 0;
+    snd_pcm_hw_params_get_rate_min(hw, &lowest, nullptr);
+    snd_pcm_hw_params_get_rate_max(hw, &highest, nullptr);
+    EXPECT_EQ(lowest, 8000u);
+    EXPECT_EQ(highest, 192000u);
+    snd_pcm_close(pcm);
 }
 
 }  // namespace
