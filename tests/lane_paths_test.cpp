@@ -198,10 +198,7 @@ const StageOps kCompressor = {
 // channels interleaved, may run only where that holds.
 TEST(LanePaths, OverlappingBuffersGiveTheChannelsOneAfterTheOther)
 {
-    const std::string bytes = eqdrc_test::read_file(std::string(EQDRC_SOURCE_DIR) + "/tunings/reference.bin");
-    ASSERT_EQ(bytes.size(), EQDRC_RECORD_WORDS * sizeof(float));
-    std::vector<float> rec(EQDRC_RECORD_WORDS);
-    std::memcpy(rec.data(), bytes.data(), bytes.size());
+    const std::vector<float> rec = eqdrc_test::reference_record();
     const struct {
         const StageOps &ops;
         int section;

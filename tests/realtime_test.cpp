@@ -239,14 +239,6 @@ std::string describe(const std::array<int, kKinds> &c)
 #define EXPECT_REALTIME_SAFE(what, body) \
     EXPECT_EQ(describe(calls_during([&] { body; })), "none") << (what)
 
-std::vector<float> reference_record()
-{
-    std::string bytes = eqdrc_test::read_file(std::string(EQDRC_SOURCE_DIR) + "/tunings/reference.bin");
-    std::vector<float> rec(EQDRC_RECORD_WORDS);
-    std::memcpy(rec.data(), bytes.data(), rec.size() * sizeof(float));
-    return rec;
-}
-
 // Music-like stereo test input: two detuned tones and a noise burst that comes and goes,
 // loud enough to drive every dynamics stage both ways.
 void fill_frame(int16_t *dst, int frame)
@@ -273,7 +265,7 @@ protected:
 #if !EQDRC_RT_INTERPOSED
         GTEST_SKIP() << "sanitizers replace the interposed functions";
 #endif
-        rec = reference_record();
+        rec = eqdrc_test::reference_record();
         for (int f = 0; f < 2; ++f)
             for (int k = 10; k <= 17; ++k)
                 ASSERT_NE(rec[static_cast<size_t>(k)], 0.0f) << "the reference tuning enables every stage";

@@ -28,19 +28,11 @@ constexpr int kFrames = 600;
 #endif
 constexpr int kStampWord = 7;  // the parameter version's patch word: no stage reads it
 
-std::vector<float> reference_record()
-{
-    std::string bytes = eqdrc_test::read_file(std::string(EQDRC_SOURCE_DIR) + "/tunings/reference.bin");
-    std::vector<float> rec(EQDRC_RECORD_WORDS);
-    std::memcpy(rec.data(), bytes.data(), rec.size() * sizeof(float));
-    return rec;
-}
-
 // Tuning number `n`: the reference with its auto gain target, pre-gains and limiter
 // threshold moved, stamped with n.
 std::vector<float> tuning(int n)
 {
-    static const std::vector<float> reference = reference_record();
+    static const std::vector<float> reference = eqdrc_test::reference_record();
     std::vector<float> rec = reference;
     rec[kStampWord] = static_cast<float>(n);
     rec[30] -= static_cast<float>(n % 5);

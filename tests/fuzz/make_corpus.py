@@ -20,17 +20,9 @@ def i32(*v):
     return struct.pack("<%di" % len(v), *v)
 
 
-def u16(v):
-    return struct.pack("<H", v)
-
-
 def record(name):
     with open(os.path.join(TUNINGS, name), "rb") as f:
         return bytearray(f.read())
-
-
-def words(rec, first, count):
-    return bytes(rec[4 * first: 4 * (first + count)])
 
 
 def with_words(rec, first, *values):

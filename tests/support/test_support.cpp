@@ -1,5 +1,6 @@
 #include "support/test_support.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -25,6 +26,14 @@ Planar::Planar(int channels, int frames, float value)
 {
     for (auto &d : data)
         ptr.push_back(d.data());
+}
+
+std::vector<float> reference_record()
+{
+    const std::string bytes = read_file(std::string(EQDRC_SOURCE_DIR) + "/tunings/reference.bin");
+    std::vector<float> rec(EQDRC_RECORD_WORDS);
+    std::memcpy(rec.data(), bytes.data(), std::min(bytes.size(), rec.size() * sizeof(float)));
+    return rec;
 }
 
 std::vector<float> sine(int frames, float freq, int sampleRate, float amplitude, int start)

@@ -13,6 +13,9 @@ namespace eqdrc_test {
 // A valid 2.0 record: 48 kHz, 16-bit, unlinked stereo, every stage off, 0 dB pre-gain.
 std::vector<float> blank_record(int sampleRate = 48000, int bits = 16, int channels = 2);
 
+// The shipped reference tuning (tunings/reference.bin, every stage on).
+std::vector<float> reference_record();
+
 // Planar buffers with the float** view the stages take.
 struct Planar {
     Planar(int channels, int frames, float value = 0.0f);
