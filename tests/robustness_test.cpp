@@ -317,6 +317,17 @@ TEST(HostileSizes, DegenerateWindowsStridesAndRingsStayInsideTheirBuffers)
     ebur128_destroy(nullptr);
 }
 
+// Channels past the loudness meter's weight table (L, R, C, two surrounds) weigh 1.0,
+// rather than whatever lies past the table's end.
+TEST(HostileSizes, ChannelsPastTheLoudnessWeightTableWeighOne)
+{
+    Ebur128State *m = ebur128_init(16, kFs, 7, 400, 100);
+    const float want[7] = {1.0f, 1.0f, 1.0f, 1.41f, 1.41f, 1.0f, 1.0f};
+    for (int ch = 0; ch < 7; ch++)
+        EXPECT_EQ(m->channelWeights[ch], want[ch]) << "channel " << ch;
+    ebur128_destroy(m);
+}
+
 // The limiter and the AGC measure a frame by its peak, which a NaN sample cannot raise:
 // a NaN frame moves their gains exactly as a silent frame does, so the next real frame
 // comes out bit for bit as after silence.
