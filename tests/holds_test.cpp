@@ -29,7 +29,7 @@ const float kHolds[] = {0.0f, -0.0f, 37.0f};
 template <int Words>
 struct Section {
     float w[2 * Words] = {};
-    explicit Section(std::initializer_list<float> block)
+    Section(std::initializer_list<float> block)
     {
         for (int ch = 0; ch < 2; ch++)
             std::copy(block.begin(), block.end(), w + Words * ch);
@@ -62,8 +62,8 @@ TEST(Holds, ExciterCopiesGiveTheRecursionsBits)
 {
     // Offset 0.05 at 3 kHz settles in a denormal fixed point, offset 0 in a cycle of six;
     // a held DC value settles in normal numbers.
-    const ExciterSection sections[] = {ExciterSection{0.05f, 0.3f, 3000.0f, 0.2f}, ExciterSection{0.0f, 0.3f, 3000.0f, 0.2f},
-                                       ExciterSection{0.3f, 0.8f, 1000.0f, 0.9f}, ExciterSection{0.0f, 0.0f, 8000.0f, 0.5f}};
+    const ExciterSection sections[] = {{0.05f, 0.3f, 3000.0f, 0.2f}, {0.0f, 0.3f, 3000.0f, 0.2f},
+                                       {0.3f, 0.8f, 1000.0f, 0.9f}, {0.0f, 0.0f, 8000.0f, 0.5f}};
     for (const ExciterSection &sec : sections)
         for (float held : kHolds)
             for (int channels = 1; channels <= 2; channels++)
@@ -135,9 +135,8 @@ TEST(Holds, BassEnhancerCopiesGiveTheChannelLoopsBits)
     // so the second hold is made longer.
     constexpr int kLongerHold = kFs / 2;
     using BassSection = Section<10>;  // amount dB, drive, blend, freq, floor active, floor
-    const BassSection sections[] = {BassSection{3.0f, 4.0f, 2.0f, 100.0f, 1.0f, 40.0f},
-                                    BassSection{6.0f, 8.0f, 4.0f, 60.0f, 0.0f, 30.0f},
-                                    BassSection{0.0f, 2.0f, 9.0f, 180.0f, 1.0f, 20.0f}};
+    const BassSection sections[] = {{3.0f, 4.0f, 2.0f, 100.0f, 1.0f, 40.0f}, {6.0f, 8.0f, 4.0f, 60.0f, 0.0f, 30.0f},
+                                    {0.0f, 2.0f, 9.0f, 180.0f, 1.0f, 20.0f}};
     for (const BassSection &sec : sections)
         for (float held : kHolds)
             for (int frameLen : {kFrame, 300, 17}) {  // 300: a short block after a whole one
@@ -158,11 +157,14 @@ TEST(Holds, BassEnhancerCopiesGiveTheChannelLoopsBits)
                     for (int ch = 0; ch < 2; ch++) {
                         float *one[1] = {mono[ch].data() + at};
                         BassEnhancer_Process(single[ch], one, one, n);
-                        ASSERT_TRUE(same_bits(std::vector<float>(buf[ch], buf[ch] + n), std::vector<float>(one[0], one[0] + n)))
+                        ASSERT_TRUE(same_bits(std::vector<float>(buf[ch], buf[ch] + n),
+                                              std::vector<float>(one[0], one[0] + n)))
                             << "channel " << ch << " at " << at;
                         for (auto filter : {&BassEnhancerState::splitLow, &BassEnhancerState::splitHigh,
                                             &BassEnhancerState::harmonicLow, &BassEnhancerState::harmonicHigh})
-                            ASSERT_EQ(std::memcmp((pair->*filter).state + 4 * ch, (single[ch]->*filter).state, 4 * sizeof(float)), 0)
+                            ASSERT_EQ(std::memcmp((pair->*filter).state + 4 * ch, (single[ch]->*filter).state,
+                                                  4 * sizeof(float)),
+                                      0)
                                 << "channel " << ch << " at " << at;
                         denormalHeld |= std::fpclassify(pair->splitLow.state[4 * ch]) == FP_SUBNORMAL;
                     }
