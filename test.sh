@@ -154,15 +154,12 @@ variant_tsan() {
 
 variant_standalone() {
     echo "== standalone (a clone of HEAD in an empty folder: ./test.sh release)"
-    if git grep -n -e '\.\./shared' -- . ':!README.md' ':!tests/conformance' ':!scripts/refresh-conformance.sh' ':!test.sh'; then
-        echo "tracked files above read from ../shared: the clone alone would not pass"
-        return 1
-    fi
-    local dir
+    local dir status=0
     dir=$(mktemp -d)
     git clone -q "$PWD" "$dir/eqdrc"
-    (cd "$dir/eqdrc" && ./test.sh release) || { rm -rf "$dir"; return 1; }
+    (cd "$dir/eqdrc" && ./test.sh release) || status=$?
     rm -rf "$dir"
+    return $status
 }
 
 variant_mathf() {

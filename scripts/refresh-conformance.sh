@@ -10,11 +10,13 @@ src=${1:-$root/../shared/conformance}
 dst=$root/tests/conformance
 [ -x "$src/check" ] && [ -f "$src/expected/report.txt" ] ||
     { echo "refresh-conformance: $src holds no conformance vectors"; exit 2; }
-if [ -d "$dst" ] && diff -rq "$src" "$dst" >/dev/null; then
-    echo "refresh-conformance: tests/conformance is already the same as $src"
-    exit 0
+changes="  (new copy)"
+if [ -d "$dst" ]; then
+    if changes=$(diff -rq "$src" "$dst"); then
+        echo "refresh-conformance: tests/conformance is already the same as $src"
+        exit 0
+    fi
 fi
-changes=$(diff -rq "$src" "$dst" 2>/dev/null || true)
 # Build the new copy beside the old one and swap, so an interrupted refresh leaves a whole copy.
 tmp=$(mktemp -d "$root/tests/.conformance.XXXXXX")
 trap 'rm -rf "$tmp"' EXIT
@@ -25,5 +27,5 @@ rm -rf "$dst.old"
 mv "$tmp" "$dst"
 rm -rf "$dst.old"
 echo "refresh-conformance: tests/conformance refreshed from $src:"
-echo "${changes:-  (new copy)}" | sed "s|$src|SOURCE|g; s|$dst|COPY|g"
+echo "$changes" | sed "s|$src|SOURCE|g; s|$dst|COPY|g"
 exit 3
