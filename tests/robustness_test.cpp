@@ -22,7 +22,7 @@
 namespace {
 
 using eqdrc_test::Planar;
-using eqdrc_test::read_file;
+using eqdrc_test::reference_record;
 using eqdrc_test::same_bits;
 
 constexpr int kFs = 48000;
@@ -77,7 +77,7 @@ bool all_finite(const Planar &p)
 // process on purpose (equaliser band types, the auto gain's window and step).
 std::vector<float> hostile_sections(float v)
 {
-    std::vector<float> rec = eqdrc_test::reference_record();
+    std::vector<float> rec = reference_record();
     for (int w = 30; w < EQDRC_RECORD_WORDS; w++) {
         const bool eqType = w >= 100 && w < 200 && (w - 100) % 5 == 1;
         const bool meterTimes = w == 33 || w == 34;
@@ -122,7 +122,7 @@ class HostileSections : public testing::TestWithParam<float> {};
 TEST_P(HostileSections, ChainRunsRetunesAndReadsBack)
 {
     const std::vector<float> hostile = hostile_sections(GetParam());
-    const std::vector<float> reference = eqdrc_test::reference_record();
+    const std::vector<float> reference = reference_record();
     eqdrc_test::capture_stderr([&] {
         AudioPostState *st = AudioPost_Init(hostile.data(), kFrame);
         ASSERT_NE(st, nullptr);
@@ -150,7 +150,7 @@ TEST(HostileRecords, DegenerateSampleRatesAndChannelCounts)
 {
     for (float rate : {0.0f, -48000.0f, kNaN, kInf, 1.0f}) {
         for (float channels : {kNaN, 0.0f, 1.0f, 2.0f}) {
-            std::vector<float> rec = eqdrc_test::reference_record();
+            std::vector<float> rec = reference_record();
             rec[0] = rate;
             rec[3] = channels;
             rec[10] = 0.0f;  // the auto gain's step would be zero samples: a fatal frame
@@ -186,7 +186,7 @@ void feed_hostile(State *st, Process process, int channels)
 
 TEST(HostileSignals, EveryStageSurvivesEveryValue)
 {
-    const std::vector<float> rec = eqdrc_test::reference_record();
+    const std::vector<float> rec = reference_record();
     eqdrc_test::capture_stderr([&] {
         EQ10State *eq = EQ10_Init(rec.data() + 100, 16, kFs, 2, kFrame, 0);
         feed_hostile(eq, EQ10_Process, 2);
@@ -241,7 +241,7 @@ void expect_inert(const float *section, std::function<State *(int channels)> cre
 
 TEST(HostileSizes, NoChannelsAndEmptyFramesLeaveEverythingAlone)
 {
-    const std::vector<float> rec = eqdrc_test::reference_record();
+    const std::vector<float> rec = reference_record();
     const float *bass = rec.data() + 60, *exciter = rec.data() + 80, *deEsser = rec.data() + 90;
     const float *maximizer = rec.data() + 400;
     expect_inert<BassEnhancerState>(
@@ -333,7 +333,7 @@ TEST(HostileSizes, ChannelsPastTheLoudnessWeightTableWeighOne)
 // comes out bit for bit as after silence.
 TEST(HostileSignals, NaNFrameMovesDynamicsGainsAsSilence)
 {
-    const std::vector<float> rec = eqdrc_test::reference_record();
+    const std::vector<float> rec = reference_record();
     auto run = [&](float first) {
         MaximizerState *st = Maximizer_Init(rec.data() + 400, 16, kFs, 2, kFrame, 0);
         Planar p(2, kFrame);
@@ -364,7 +364,7 @@ TEST(HostileSignals, NaNFrameMovesDynamicsGainsAsSilence)
 // the gain stays finite and a real frame after it comes out finite.
 TEST(HostileSignals, NaNFrameLeavesTheAutoGainFinite)
 {
-    const std::vector<float> rec = eqdrc_test::reference_record();
+    const std::vector<float> rec = reference_record();
     AutoGainState *st = AutoGain_Init(rec.data() + 30, 16, kFs, 2, kFrame);
     Planar p(2, kFrame);
     for (int f = 0; f < 40; f++) {
@@ -383,7 +383,7 @@ TEST(HostileSignals, NaNFrameLeavesTheAutoGainFinite)
 // before: its clipper turns the NaN of its input filter into 1.0.)
 TEST(HostileSignals, RetuningClearsANaNFromTheEnhancers)
 {
-    const std::vector<float> rec = eqdrc_test::reference_record();
+    const std::vector<float> rec = reference_record();
     auto check = [](const char *name, auto *st, auto process, auto setPara, const float *section,
                     const float *memory) {
         Planar p(2, kFrame);

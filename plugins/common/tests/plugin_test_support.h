@@ -5,12 +5,12 @@
 
 #include <cmath>
 #include <cstdint>
-#include <fstream>
 #include <vector>
 
 #include <tqaudio_eqdrc.h>
 
 #include "support/test_support.h"
+#include "tool_test_support.h"
 #include "tuning.h"
 #include "tuning_source.h"
 
@@ -85,7 +85,7 @@ inline Record altered(Record rec, const char *word, float value)
 // Writes `rec` as a binary tuning file at `path`, in place, and returns the path.
 inline std::string saved(const std::string &path, const Record &rec)
 {
-    std::ofstream(path, std::ios::binary) << eqdrc_tool::record_to_bytes(rec);
+    eqdrc_tool_test::spit(path, eqdrc_tool::record_to_bytes(rec));
     return path;
 }
 
