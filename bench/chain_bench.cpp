@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "bench_util.h"
+#include "core/fp_environment.h"
 #include "tqaudio_eqdrc.h"
 
 namespace {
@@ -32,5 +33,16 @@ void BM_AudioPostProcess(benchmark::State &state)
     AudioPost_Destroy(chain);
 }
 BENCHMARK(BM_AudioPostProcess);
+
+// What every exported call pays to compute in the library's own floating-point
+// environment: saving the caller's, setting the library's, putting the caller's back.
+void BM_FpEnvironmentSwitch(benchmark::State &state)
+{
+    for (auto _ : state) {
+        const eqdrc::FpEnvironment libraryEnvironment;
+        benchmark::ClobberMemory();
+    }
+}
+BENCHMARK(BM_FpEnvironmentSwitch);
 
 }  // namespace

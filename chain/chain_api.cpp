@@ -1,6 +1,7 @@
 // The chain's C entry points: argument checks, messages, then the chain object.
 #include "chain/audio_post.h"
 #include "chain/record_file.h"
+#include "core/fp_environment.h"
 #include "core/log.h"
 #include "filters/lane_code.h"
 
@@ -37,6 +38,7 @@ extern "C" {
 
 AudioPostState *AudioPost_Init(const float *pfPara, int frameLen)
 {
+    const eqdrc::FpEnvironment libraryEnvironment;
     dump_version();
     log_line(site::kInitRelease, "TQ_AudioEffect-RELEASE-VERSION %.2f, RELEASE DATE %s, %s\n\n",
              static_cast<double>(kReleaseVersion), __DATE__, __TIME__);
@@ -49,6 +51,7 @@ AudioPostState *AudioPost_Init(const float *pfPara, int frameLen)
 
 AudioPostState *AudioPost_InitByPath(const char *pfParaPath, int frameLen)
 {
+    const eqdrc::FpEnvironment libraryEnvironment;
     if (pfParaPath == nullptr) {
         log_line(site::kInitByPathNull, "error (%s) - pfParaPath is NULL\n\n", site::kInitByPathNull.function);
         return nullptr;
@@ -73,6 +76,7 @@ int AudioPost_Destroy(AudioPostState *st)
 
 int AudioPost_Process(AudioPostState *st, const int16_t *in, int16_t *out, int reserved, int swFrmLen)
 {
+    const eqdrc::FpEnvironment libraryEnvironment;
     (void)reserved;
     if (st == nullptr) {
         log_line(site::kProcessNull, "error, st is NULL!\n\n");
@@ -83,6 +87,7 @@ int AudioPost_Process(AudioPostState *st, const int16_t *in, int16_t *out, int r
 
 int AudioPost_SetPara(AudioPostState *st, const float *pfPara, int swFrmLen)
 {
+    const eqdrc::FpEnvironment libraryEnvironment;
     if (pfPara == nullptr || st == nullptr) {
         log_line(site::kSetParaNull, "error, st or pfPara is NULL!\n\n");
         return kNullChain;
@@ -92,6 +97,7 @@ int AudioPost_SetPara(AudioPostState *st, const float *pfPara, int swFrmLen)
 
 int AudioPost_GetPara(AudioPostState *st, float *pfPara)
 {
+    const eqdrc::FpEnvironment libraryEnvironment;
     if (st == nullptr) {
         log_line(site::kGetParaNull, "error, EQ_DRC doesn't init!\n\n");
         return kNullChain;
@@ -101,6 +107,7 @@ int AudioPost_GetPara(AudioPostState *st, float *pfPara)
 
 int AudioPost_EQ10_SetPara(AudioPostState *st, const float *eqSection)
 {
+    const eqdrc::FpEnvironment libraryEnvironment;
     if (st == nullptr)
         return kNullChain;
     st->set_eq_section(eqSection);
@@ -109,6 +116,7 @@ int AudioPost_EQ10_SetPara(AudioPostState *st, const float *eqSection)
 
 int AudioPost_EQ10_GetPara(AudioPostState *st, float *eqSection)
 {
+    const eqdrc::FpEnvironment libraryEnvironment;
     if (st == nullptr)
         return kNullChain;
     if (st->eq10 == nullptr) {
@@ -121,6 +129,7 @@ int AudioPost_EQ10_GetPara(AudioPostState *st, float *eqSection)
 
 int AudioPost_EQ10_GetData(AudioPostState *st, float **inFrames, float **outFrames)
 {
+    const eqdrc::FpEnvironment libraryEnvironment;
     if (st == nullptr)
         return kNullChain;
     // Without an equaliser there is nothing to copy (its handle would be null).
@@ -132,6 +141,7 @@ int AudioPost_EQ10_GetData(AudioPostState *st, float **inFrames, float **outFram
 int AudioPost_MultiBandDRC_Crossover_AdjustPara(AudioPostState *st, int ch, float lowEnd, float highStart,
                                                 float mid1Start, float mid1End, float mid2Start, float mid2End)
 {
+    const eqdrc::FpEnvironment libraryEnvironment;
     if (st == nullptr)
         return kNullChain;
     if (st->multiBandDrc == nullptr) {
@@ -149,6 +159,7 @@ int AudioPost_MultiBandDRC_DRC_AdjustPara(AudioPostState *st, int ch, int band, 
                                           float max_gain, float max_peak, float attack_time, float release_time,
                                           float hold_time)
 {
+    const eqdrc::FpEnvironment libraryEnvironment;
     if (st == nullptr)
         return kNullChain;
     if (st->multiBandDrc == nullptr) {
@@ -162,6 +173,7 @@ int AudioPost_MultiBandDRC_DRC_AdjustPara(AudioPostState *st, int ch, int band, 
 
 int AudioPost_Maximizer_AdjustPara(AudioPostState *st, int channel, float max_threshold, float ceiling, float release)
 {
+    const eqdrc::FpEnvironment libraryEnvironment;
     if (st == nullptr)
         return kNullChain;
     if (st->maximizer == nullptr) {
@@ -176,6 +188,7 @@ int AudioPost_Agc_AdjustPara(AudioPostState *st, int channel, float compress_sta
                              float noise_threshold, float max_gain, float max_peak, float attack_time,
                              float release_time, float hold_time)
 {
+    const eqdrc::FpEnvironment libraryEnvironment;
     if (st == nullptr)
         return kNullChain;
     // The Agc lives on the maximizer's state.

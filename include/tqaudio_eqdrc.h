@@ -18,6 +18,10 @@
  *   loudness step, an adjust call for a stage that does not exist); those calls say so.
  * - Nothing is thread-safe: one chain or stage is used by one thread at a time, and
  *   parameter calls must come between frames.
+ * - The caller's floating-point environment changes no bit: every call but the
+ *   `_Destroy` calls computes in round-to-nearest with denormals kept (no flush-to-zero,
+ *   no denormals-are-zero) and restores the caller's environment, status flags
+ *   included, before it returns.
  *
  * Threads.  The library keeps no mutable state outside its objects: chains and stages
  * created on different threads run concurrently and give the same bits as one after
