@@ -7,9 +7,10 @@
 
 using namespace eqdrc;
 
-#ifndef EQDRC_BUILD_VERSION
-#define EQDRC_BUILD_VERSION "2.0.0"
-#endif
+// The version comes from the build (the project's version in CMakeLists.txt).
+#define EQDRC_TEXT(x) #x
+#define EQDRC_VERSION_TEXT(major, minor, patch) EQDRC_TEXT(major) "." EQDRC_TEXT(minor) "." EQDRC_TEXT(patch)
+#define EQDRC_BUILD_VERSION EQDRC_VERSION_TEXT(EQDRC_VERSION_MAJOR, EQDRC_VERSION_MINOR, EQDRC_VERSION_PATCH)
 
 namespace {
 
@@ -35,6 +36,21 @@ void dump_version()
 }  // namespace
 
 extern "C" {
+
+const char *AudioPost_GetVersion(int *major, int *minor, int *patch)
+{
+    if (major != nullptr)
+        *major = EQDRC_VERSION_MAJOR;
+    if (minor != nullptr)
+        *minor = EQDRC_VERSION_MINOR;
+    if (patch != nullptr)
+        *patch = EQDRC_VERSION_PATCH;
+    return EQDRC_BUILD_VERSION;
+}
+
+const char *AudioPost_GetProcessingCode(void) { return EQDRC_LANE_CODE; }
+
+void AudioPost_SetLogSink(AudioPostLogSink sink, void *user) { set_log_sink(sink, user); }
 
 AudioPostState *AudioPost_Init(const float *pfPara, int frameLen)
 {

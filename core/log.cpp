@@ -6,6 +6,20 @@
 
 namespace eqdrc {
 
+namespace {
+
+// Set once by the host before any chain exists, then only read.
+LogSinkFunction hostSink = nullptr;
+void *hostSinkUser = nullptr;
+
+}  // namespace
+
+void set_log_sink(LogSinkFunction sink, void *user)
+{
+    hostSink = sink;
+    hostSinkUser = user;
+}
+
 int log_line(LogSite site, const char *format, ...)
 {
     // Prefix and message go out in one write so that interleaved stderr users
@@ -23,7 +37,10 @@ int log_line(LogSite site, const char *format, ...)
     size_t total = static_cast<size_t>(n) + static_cast<size_t>(m);
     if (total >= sizeof buf)
         total = sizeof buf - 1;  // messages are short; a path in a message may be cut
-    std::fwrite(buf, 1, total, stderr);
+    if (hostSink != nullptr)
+        hostSink(hostSinkUser, buf, static_cast<int>(total));
+    else
+        std::fwrite(buf, 1, total, stderr);
     return static_cast<int>(total);
 }
 

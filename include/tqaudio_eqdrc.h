@@ -71,6 +71,45 @@ extern "C" {
 #define EQDRC_RECORD_WORDS 544
 
 /* ===================================================================== */
+/** @name The library itself
+ *  Its version, the processing code that runs, and where its messages go. @{ */
+/* ===================================================================== */
+
+/**
+ * The version of the library that is loaded (not of the header a host was built with).
+ * @param major,minor,patch receive the numbers; any of them may be NULL.
+ * @return the same version as text, "MAJOR.MINOR.PATCH"; static, never NULL.
+ */
+EQDRC_API const char *AudioPost_GetVersion(int *major, int *minor, int *patch);
+
+/**
+ * The processing code that runs in this process: "scalar", "sse2", "avx2" (x86-64, where
+ * the library holds all three and takes the widest the CPU has when it is loaded, or the
+ * one EQDRC_SIMD=scalar|sse2|avx2 names), "neon" (aarch64), or the target's own lane
+ * code elsewhere.  Every one gives the same bits.
+ * @return static text, never NULL.
+ */
+EQDRC_API const char *AudioPost_GetProcessingCode(void);
+
+/**
+ * Receives each of the library's messages instead of standard error, one call per
+ * message: the "LOG (...), " prefix, the text and its final newline(s).
+ * @param user   the pointer given to AudioPost_SetLogSink.
+ * @param line   the message, NUL-terminated; valid during the call only.
+ * @param length its length in bytes.
+ */
+typedef void (*AudioPostLogSink)(void *user, const char *line, int length);
+
+/**
+ * Routes the library's messages to `sink` (NULL: back to standard error, the default).
+ * Set it once, before any chain or stage is created: the setting is not synchronised
+ * with calls running on other threads.  Return values that count printed characters
+ * (the _PrintPara calls) are the same whichever way the lines go.
+ */
+EQDRC_API void AudioPost_SetLogSink(AudioPostLogSink sink, void *user);
+/** @} */
+
+/* ===================================================================== */
 /** @name Processing chain
  *  Create, run, retune and destroy the whole chain. @{ */
 /* ===================================================================== */
