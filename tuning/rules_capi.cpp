@@ -1,6 +1,7 @@
 // The C interface of libtqeqdrc_rules.so, through which the Python package applies the
-// same refusals, notes, checks and warnings as `eqdrc process`. Requests and reports are
-// JSON text; records stay binary, so that every bit of the tuning is kept.
+// same refusals, notes, checks and warnings as `eqdrc process`, and reads and writes
+// tunings with the tool's own JSON reader and writer. Requests and reports are JSON
+// text; records stay binary, so that every bit of the tuning is kept.
 #include <cstddef>
 #include <cstring>
 #include <nlohmann/json.hpp>
@@ -8,6 +9,7 @@
 #include "check.h"
 #include "output_file.h"
 #include "stream_rules.h"
+#include "tuning.h"
 
 #define RULES_API extern "C" __attribute__((visibility("default")))
 
@@ -86,4 +88,42 @@ RULES_API int tqeqdrc_refuse_overwrite(const char *output, const char *inputs_js
         return -1;
     }
     return deliver("", message, size);
+}
+
+// The JSON text `eqdrc tuning decompile` writes for a record of 544 words. Returns the
+// size the text needs, as above.
+RULES_API int tqeqdrc_tuning_to_json(const float *tuning, char *text, size_t size)
+{
+    eqdrc_tool::Record rec;
+    std::memcpy(rec.data(), tuning, eqdrc_tool::kRecordBytes);
+    return deliver(eqdrc_tool::record_to_json_text(rec), text, size);
+}
+
+// Reads `length` bytes of JSON text as the tool reads a tuning file into `tuning` (544
+// words; untouched on failure). Returns the size of the message saying why the text is
+// not a tuning, worded as the tool words it: 1, an empty message, when it was read.
+RULES_API int tqeqdrc_tuning_from_json(const char *json, size_t length, float *tuning, char *message, size_t size)
+{
+    using namespace eqdrc_tool;
+    try {
+        Record rec = record_from_json_text(std::string(json, length));
+        std::memcpy(tuning, rec.data(), kRecordBytes);
+    } catch (const Error &e) {
+        return deliver(e.what(), message, size);
+    } catch (const std::exception &) {
+        return -1;
+    }
+    return deliver("", message, size);
+}
+
+// Any JSON text laid out as the tool lays out tunings. Returns the size the text needs,
+// or -1 for a text that is not JSON.
+RULES_API int tqeqdrc_format_json(const char *json, char *text, size_t size)
+{
+    using namespace eqdrc_tool;
+    try {
+        return deliver(format_json(OrderedJson::parse(json)), text, size);
+    } catch (const std::exception &) {
+        return -1;
+    }
 }

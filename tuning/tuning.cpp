@@ -245,6 +245,25 @@ Record record_from_json(const OrderedJson &doc, const Layout &layout)
     return rec;
 }
 
+std::string record_to_json_text(const Record &rec)
+{
+    return format_json(record_to_json(rec));
+}
+
+Record record_from_json_text(const std::string &text)
+{
+    OrderedJson doc;
+    try {
+        doc = OrderedJson::parse(text);
+    } catch (const nlohmann::json::parse_error &e) {
+        std::string what = e.what();
+        // Drop the library's "[json.exception.parse_error.101] " tag.
+        size_t tag = what.find("] ");
+        throw Error("not valid JSON: " + (tag == std::string::npos ? what : what.substr(tag + 2)));
+    }
+    return record_from_json(doc);
+}
+
 Record record_from_bytes(const std::string &bytes)
 {
     Record rec{};
@@ -291,17 +310,8 @@ Record read_tuning(const std::string &path)
 {
     std::string bytes = read_file(path);
     if (is_json_text(bytes)) {
-        OrderedJson doc;
         try {
-            doc = OrderedJson::parse(bytes);
-        } catch (const nlohmann::json::parse_error &e) {
-            std::string what = e.what();
-            // Drop the library's "[json.exception.parse_error.101] " tag.
-            size_t tag = what.find("] ");
-            throw Error(path + ": not valid JSON: " + (tag == std::string::npos ? what : what.substr(tag + 2)));
-        }
-        try {
-            return record_from_json(doc);
+            return record_from_json_text(bytes);
         } catch (const Error &e) {
             throw Error(path + ": " + e.what());
         }

@@ -24,6 +24,12 @@ Record record_from_json(const OrderedJson &doc, const Layout &layout = Layout::e
 // pre-gains), everything else indented.
 std::string format_json(const OrderedJson &doc);
 
+// A record as JSON text, and a JSON text read as a tuning: the one writer and reader of
+// tuning text, for the tool's files and everyone who must match them. Unreadable text
+// throws Error "not valid JSON: ..."; a wrong field, as record_from_json.
+std::string record_to_json_text(const Record &rec);
+Record record_from_json_text(const std::string &text);
+
 // One field's value as JSON and back. Values a JSON number cannot carry exactly
 // (NaN, infinities, negative zero) are hex strings of their bits, e.g. "0x80000000".
 OrderedJson encode_value(float v, Kind kind, const std::vector<std::string> *labels);

@@ -63,7 +63,7 @@ def main(argv=None):
             from . import plots
             plots.plot_tuning(tuning.read_tuning(a.tuning), a.output, title=os.path.basename(a.tuning))
         elif a.cmd == "decompile":
-            sys.stdout.write(tuning.format_json(tuning.record_to_json(tuning.read_tuning(a.tuning))))
+            sys.stdout.write(tuning.record_to_json_text(tuning.read_tuning(a.tuning)))
         elif a.cmd == "compile":
             rec = tuning.read_tuning(a.tuning)
             lines, errors = rules.check(rec, a.frame, a.tuning)

@@ -86,7 +86,45 @@ _SIGNATURES = [
     ("LevelDetector_Destroy", ctypes.c_int, [ctypes.c_void_p]),
 ]
 
+# The rules library's calls, each returning the size of the text it delivers:
+# (name, argument types).
+_text, _size = ctypes.c_char_p, ctypes.c_size_t
+_RULES_SIGNATURES = [
+    ("tqeqdrc_plan_stream", [_text, c_float_p, c_float_p, _text, _size]),
+    ("tqeqdrc_check", [c_float_p, ctypes.c_int, _text, _text, _size]),
+    ("tqeqdrc_refuse_overwrite", [_text, _text, ctypes.c_int, _text, _size]),
+    ("tqeqdrc_ceiling_warning", [ctypes.c_int, ctypes.c_longlong, ctypes.c_float, ctypes.c_double, _text, _size]),
+    ("tqeqdrc_tuning_to_json", [c_float_p, _text, _size]),
+    ("tqeqdrc_tuning_from_json", [_text, _size, c_float_p, _text, _size]),
+    ("tqeqdrc_format_json", [_text, _text, _size]),
+]
+
 _lib = None
+_rules = None
+
+
+def rules():
+    """The loaded rules library (libtqeqdrc_rules.so), its signatures declared."""
+    global _rules
+    if _rules is None:
+        handle = load(RULES_LIB_NAME)
+        for name, args in _RULES_SIGNATURES:
+            getattr(handle, name).argtypes = args
+        _rules = handle
+    return _rules
+
+
+def text_of(call):
+    """Calls `call(buffer, size)`, again with a larger buffer when the text did not fit."""
+    size = 4096
+    while True:
+        buf = ctypes.create_string_buffer(size)
+        need = call(buf, size)
+        if need < 0:
+            raise ValueError("malformed request to the rules library")
+        if need <= size:
+            return buf.raw[:need - 1].decode()
+        size = need
 
 
 def lib():

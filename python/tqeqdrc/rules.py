@@ -2,42 +2,12 @@
 tool's own code (libtqeqdrc_rules.so) so that both refuse, note and warn with the same
 words: which inputs are refused, how a tuning is adapted to a file and checked, which
 outputs would replace an input, and the warning about peaks above the limiter's ceiling."""
-import ctypes
 import json
 
 import numpy as np
 
 from . import _lib
 from .tuning import RECORD_WORDS, as_record
-
-_rules = None
-
-
-def _library():
-    global _rules
-    if _rules is None:
-        handle = _lib.load(_lib.RULES_LIB_NAME)
-        text, size = ctypes.c_char_p, ctypes.c_size_t
-        handle.tqeqdrc_plan_stream.argtypes = [text, _lib.c_float_p, _lib.c_float_p, text, size]
-        handle.tqeqdrc_check.argtypes = [_lib.c_float_p, ctypes.c_int, text, text, size]
-        handle.tqeqdrc_refuse_overwrite.argtypes = [text, text, ctypes.c_int, text, size]
-        handle.tqeqdrc_ceiling_warning.argtypes = [ctypes.c_int, ctypes.c_longlong, ctypes.c_float, ctypes.c_double,
-                                                   text, size]
-        _rules = handle
-    return _rules
-
-
-def _text(call):
-    """Calls `call(buffer, size)`, again with a larger buffer when the text did not fit."""
-    size = 4096
-    while True:
-        buf = ctypes.create_string_buffer(size)
-        need = call(buf, size)
-        if need < 0:
-            raise ValueError("malformed request to the rules library")
-        if need <= size:
-            return buf.value.decode()
-        size = need
 
 
 def plan_stream(input_name, sample_rate, channels, bits, tuning_name, tuning, bypass, frame):
@@ -47,8 +17,8 @@ def plan_stream(input_name, sample_rate, channels, bits, tuning_name, tuning, by
                           "frame": int(frame)}).encode()
     rec = as_record(tuning) if tuning is not None else np.zeros(RECORD_WORDS, dtype=np.float32)
     out = np.zeros(RECORD_WORDS, dtype=np.float32)
-    lib = _library()
-    report = json.loads(_text(lambda buf, size: lib.tqeqdrc_plan_stream(
+    lib = _lib.rules()
+    report = json.loads(_lib.text_of(lambda buf, size: lib.tqeqdrc_plan_stream(
         request, _lib.float_ptr(rec), _lib.float_ptr(out), buf, size)))
     return out, report["log"], report["refusal"], report["ceiling_dB"]
 
@@ -56,22 +26,22 @@ def plan_stream(input_name, sample_rate, channels, bits, tuning_name, tuning, by
 def check(record, frame, name):
     """(the lines `eqdrc tuning check` prints for the record, the number of errors)."""
     rec = as_record(record)
-    lib = _library()
-    report = json.loads(_text(lambda buf, size: lib.tqeqdrc_check(_lib.float_ptr(rec), int(frame),
-                                                                  str(name).encode(), buf, size)))
+    lib = _lib.rules()
+    report = json.loads(_lib.text_of(lambda buf, size: lib.tqeqdrc_check(
+        _lib.float_ptr(rec), int(frame), str(name).encode(), buf, size)))
     return report["log"], report["errors"]
 
 
 def overwrite_refusal(output, inputs, force=False):
     """Why `output` must not be written (it is one of `inputs`, also through a link), or ""."""
-    lib = _library()
-    return _text(lambda buf, size: lib.tqeqdrc_refuse_overwrite(
+    lib = _lib.rules()
+    return _lib.text_of(lambda buf, size: lib.tqeqdrc_refuse_overwrite(
         str(output).encode(), json.dumps([str(i) for i in inputs]).encode(), int(bool(force)), buf, size))
 
 
 def ceiling_warnings(pcm, ceilings_db):
     """The warning lines for output samples above each channel's ceiling."""
-    lib = _library()
+    lib = _lib.rules()
     lines = []
     for c, ceiling in enumerate(ceilings_db):
         limit = 32768.0 * 10.0 ** (float(np.float32(ceiling)) / 20.0)
@@ -79,6 +49,6 @@ def ceiling_warnings(pcm, ceilings_db):
         above = magnitude[magnitude > limit]
         if above.size:
             highest = 20.0 * np.log10(above.max() / 32768.0)
-            lines.append(_text(lambda buf, size: lib.tqeqdrc_ceiling_warning(
+            lines.append(_lib.text_of(lambda buf, size: lib.tqeqdrc_ceiling_warning(
                 c, int(above.size), float(ceiling), float(highest), buf, size)))
     return lines

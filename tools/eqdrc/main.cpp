@@ -8,9 +8,9 @@
 #include "output_file.h"
 #include "process.h"
 #include "stream_rules.h"
+#include "tqaudio_eqdrc.h"
 #include "tuning.h"
 #if EQDRC_SIMD_DISPATCH
-#include "core/simd_path.h"
 #endif
 
 using namespace eqdrc_tool;
@@ -59,7 +59,7 @@ int compile(const std::string &in, const std::string &out, int frameLen, bool fo
 
 int decompile(const std::string &in, const std::string &out, bool force)
 {
-    std::string text = format_json(record_to_json(read_tuning(in)));
+    std::string text = record_to_json_text(read_tuning(in));
     if (out.empty() || out == "-")
         std::fputs(text.c_str(), stdout);
     else
@@ -100,12 +100,11 @@ int main(int argc, char **argv)
     remove_pending_files_on_signals();
     CLI::App app{"eqdrc: write, check and compile tunings for the EQ/DRC chain, and process audio files with it"};
     app.require_subcommand(1);
-    std::string version = "eqdrc " EQDRC_VERSION " with libtqaudio_effect_eqdrc " EQDRC_VERSION
-                          " (tuning records of tool version 2.0)";
-#if EQDRC_SIMD_DISPATCH
-    version += std::string("\nprocessing code: ") + eqdrc_simd::path_name(eqdrc_simd::chosen_path()) +
-               " (EQDRC_SIMD=scalar|sse2|avx2 chooses)";
-#endif
+    // The library answers for itself: the one that is loaded, and the code it runs.
+    const std::string version = std::string("eqdrc " EQDRC_VERSION " with libtqaudio_effect_eqdrc ") +
+                                AudioPost_GetVersion(nullptr, nullptr, nullptr) +
+                                " (tuning records of tool version 2.0)\nprocessing code: " +
+                                AudioPost_GetProcessingCode() + " (on x86-64, EQDRC_SIMD=scalar|sse2|avx2 chooses)";
     app.set_version_flag("--version", version);
     app.footer(kExitStatuses);
 

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <tqaudio_eqdrc.h>
 
-#include "tool_test_support.h"
+#include "tuning_test_support.h"
 #include "tuning.h"
 
 using namespace eqdrc_tool;

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <map>
 #include <sndfile.h>
+#include <sstream>
 #include <tqaudio_eqdrc.h>
 
 #include "loudness.h"

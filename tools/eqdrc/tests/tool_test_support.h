@@ -1,62 +1,19 @@
-// Helpers shared by the eqdrc tests: scratch folders, sound files and running the tool.
-// Capturing the library's log comes from the library tests' support.
+// Helpers shared by the eqdrc tests: sound files and running the tool. Scratch folders and
+// whole files come from the tuning library's tests, capturing the library's log from the
+// library tests' support.
 #ifndef EQDRC_TOOL_TEST_SUPPORT_H
 #define EQDRC_TOOL_TEST_SUPPORT_H
 
 #include <cstdlib>
-#include <dirent.h>
-#include <fstream>
 #include <sndfile.h>
-#include <type_traits>
-#include <sstream>
 #include <string>
 #include <sys/wait.h>
-#include <unistd.h>
+#include <type_traits>
 #include <vector>
 
-#include "support/test_support.h"
+#include "tuning_test_support.h"
 
 namespace eqdrc_tool_test {
-
-using eqdrc_test::capture_stderr;
-
-// A folder that disappears with the test.
-class ScratchDir {
-public:
-    ScratchDir()
-    {
-        char tmpl[] = "/tmp/eqdrc-test-XXXXXX";
-        path_ = mkdtemp(tmpl);
-    }
-    ~ScratchDir() { std::system(("rm -rf '" + path_ + "'").c_str()); }
-    std::string operator/(const std::string &name) const { return path_ + "/" + name; }
-    const std::string &path() const { return path_; }
-    std::vector<std::string> entries() const
-    {
-        std::vector<std::string> names;
-        if (DIR *d = opendir(path_.c_str())) {
-            while (dirent *e = readdir(d))
-                if (e->d_name[0] != '.')
-                    names.push_back(e->d_name);
-            closedir(d);
-        }
-        return names;
-    }
-
-private:
-    std::string path_;
-};
-
-inline std::string slurp(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-inline void spit(const std::string &path, const std::string &bytes)
-{
-    std::ofstream(path, std::ios::binary) << bytes;
-}
 
 // Writes interleaved samples into a new sound file of `format` through libsndfile's
 // interface for their type (int16_t, int or double, scaled as that interface does); false
