@@ -95,6 +95,7 @@ b[12:16] = struct.pack("<f", 1.0); open(sys.argv[1], "wb").write(b)' "$stage/mon
     build-host/host tunings/bypass.bin 2>/dev/null
     echo "== API reference (doxygen, warnings are errors)"
     doxygen
+    scripts/check-layers.sh  # library folders include only their own and those below
 }
 
 variant_debug() {

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <strings.h>
 
+#include "chain/chain_log.h"
 #include "chain/pcm_lanes.h"
 #include "core/alloc.h"
 #include "core/log.h"

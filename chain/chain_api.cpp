@@ -1,9 +1,10 @@
 // The chain's C entry points: argument checks, messages, then the chain object.
 #include "chain/audio_post.h"
+#include "chain/chain_log.h"
 #include "chain/record_file.h"
 #include "core/fp_environment.h"
 #include "core/log.h"
-#include "filters/lane_code.h"
+#include "dsp/lane_code.h"
 
 using namespace eqdrc;
 

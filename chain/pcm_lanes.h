@@ -9,7 +9,7 @@
 #include <cstring>
 
 #include "core/numeric.h"
-#include "filters/lanes.h"
+#include "dsp/lanes.h"
 
 #if !EQDRC_SCALAR_LANES && defined(__SSE2__)
 #include <emmintrin.h>

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "chain/chain_log.h"
 #include "core/alloc.h"
 #include "core/log.h"
 #include "core/record.h"

@@ -2,14 +2,21 @@
 #ifndef EQDRC_CORE_LOG_H
 #define EQDRC_CORE_LOG_H
 
-#include "core/log_sites.h"
-
 namespace eqdrc {
+
+// Where a message comes from, as hosts and tests know it: the function name and line
+// number in its prefix.  They match those, so a site is a fixed value, never __LINE__.
+// Each folder keeps the table of its own sites in its *_log.h (namespace site).  A
+// parameter print-out gives the title and heading lines there; its other lines follow on
+// the next numbers (core/print_out.h).
+struct LogSite {
+    const char *function;
+    int line;
+};
 
 // Writes one line to standard error (or the host's sink): the prefix with the site's function and line, then
 // the printf-formatted message.  Returns the number of characters written, as printf
-// does.  The sites are the table in core/log_sites.h: hosts and tests match the line
-// numbers, so they are never __LINE__.
+// does.
 int log_line(LogSite site, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
 // Where log_line's lines go instead of standard error (null: standard error).

@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "core/log_sites.h"
+#include "core/log.h"
 
 namespace eqdrc {
 

@@ -6,11 +6,12 @@
 #include "core/log.h"
 #include "core/print_out.h"
 #include "core/mathf.h"
-#include "dynamics/frame_peak.h"
-#include "dynamics/gain_ramp.h"
-#include "dynamics/smoothing.h"
-#include "filters/gain_table.h"
-#include "filters/paired_cascade.h"
+#include "dsp/buffer_aliasing.h"
+#include "dsp/frame_peak.h"
+#include "dsp/gain_ramp.h"
+#include "dsp/smoothing.h"
+#include "dynamics/dynamics_log.h"
+#include "dynamics/gain_table.h"
 
 namespace eqdrc {
 namespace {

@@ -8,7 +8,7 @@
 #include <cstdint>
 
 #include "dynamics/dynamics_format.h"
-#include "filters/gain_table.h"
+#include "dynamics/gain_table.h"
 
 namespace eqdrc {
 

@@ -1,7 +1,9 @@
 // C entry points of the dynamics stages: the multi-band compressor, and the maximizer
-// with the automatic gain control that shares its record.
+// with the automatic gain control that shares its record; and of the gain-curve tables
+// they are built on.
 #include "core/fp_environment.h"
 #include "core/handle.h"
+#include "dynamics/gain_table.h"
 #include "dynamics/maximizer.h"
 #include "dynamics/multiband_drc.h"
 
@@ -123,6 +125,25 @@ void Agc_AdjustPara(MaximizerState *state, int channel, float compress_start, fl
         state->agc.adjust(state->format, channel,
                           {{compress_start, expand_end, noise_threshold, max_gain, max_peak}, attack_time,
                            release_time, hold_time});
+}
+
+float table_caculate(int knee, float x, float noise_threshold, float expand_end, float compress_start, float max_gain,
+                     float max_peak)
+{
+    const eqdrc::FpEnvironment libraryEnvironment;
+    return eqdrc::expander_compressor_curve(knee, x, noise_threshold, expand_end, compress_start, max_gain, max_peak);
+}
+
+float max_table_caculate(int knee, float x, float threshold)
+{
+    const eqdrc::FpEnvironment libraryEnvironment;
+    return eqdrc::limiter_curve(knee, x, threshold);
+}
+
+float table_search(int last_index, const float *table, float level, float x0, float scale)
+{
+    const eqdrc::FpEnvironment libraryEnvironment;
+    return eqdrc::gain_table_lookup(last_index, table, level, x0, scale);
 }
 
 }  // extern "C"

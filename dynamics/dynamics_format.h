@@ -7,7 +7,7 @@
 
 #include "core/alloc.h"
 #include "core/time_constant.h"
-#include "filters/gain_table.h"
+#include "dynamics/gain_table.h"
 
 namespace eqdrc {
 

@@ -8,9 +8,11 @@
 #include "core/print_out.h"
 #include "core/mathf.h"
 #include "core/numeric.h"
-#include "dynamics/frame_peak.h"
-#include "dynamics/gain_ramp.h"
-#include "filters/gain_table.h"
+#include "dsp/buffer_aliasing.h"
+#include "dsp/frame_peak.h"
+#include "dsp/gain_ramp.h"
+#include "dynamics/dynamics_log.h"
+#include "dynamics/gain_table.h"
 
 namespace eqdrc {
 namespace {

@@ -9,6 +9,7 @@
 #include "core/record.h"
 #include "core/scale.h"
 #include "core/stage_setup.h"
+#include "dynamics/dynamics_log.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #ifndef EQDRC_DYNAMICS_MAXIMIZER_H
 #define EQDRC_DYNAMICS_MAXIMIZER_H
 
-#include "core/log_sites.h"
+#include "core/log.h"
 #include "dynamics/agc.h"
 #include "dynamics/dynamics_format.h"
 #include "dynamics/limiter.h"

@@ -15,10 +15,11 @@
 #include "core/scale.h"
 #include "core/stage_setup.h"
 #include "core/time_constant.h"
-#include "dynamics/smoothing.h"
-#include "filters/gain_table.h"
-#include "filters/lanes8.h"
-#include "filters/paired_cascade.h"
+#include "dsp/buffer_aliasing.h"
+#include "dsp/lanes8.h"
+#include "dsp/smoothing.h"
+#include "dynamics/dynamics_log.h"
+#include "dynamics/gain_table.h"
 
 namespace {
 

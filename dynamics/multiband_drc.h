@@ -6,10 +6,10 @@
 
 #include <cstdint>
 
-#include "core/log_sites.h"
+#include "core/log.h"
+#include "dynamics/gain_table.h"
+#include "dynamics/level_index.h"
 #include "filters/crossover.h"
-#include "filters/gain_table.h"
-#include "filters/level_index.h"
 #include "tqaudio_eqdrc.h"
 
 namespace eqdrc {
@@ -92,7 +92,7 @@ struct MultiBandDRCState {
     float envelope[eqdrc::kDrcChannels][eqdrc::kDrcBandCapacity];      // detector state
     float smoothedGain[eqdrc::kDrcChannels][eqdrc::kDrcBandCapacity];  // last applied gain
     // Per slot: where the detector value crosses from one table entry to the next,
-    // built with the slot's table grid (see filters/level_index.h).
+    // built with the slot's table grid (see dynamics/level_index.h).
     eqdrc::LevelIndex *levelIndex[eqdrc::kDrcSlots];
     CrossoverParam crossoverParam;  // scratch for building the crossovers
     CrossoverState *crossover[eqdrc::kDrcChannels];

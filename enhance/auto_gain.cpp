@@ -12,11 +12,12 @@
 #include "core/scale.h"
 #include "core/stage_setup.h"
 #include "core/time_constant.h"
-#include "dynamics/frame_peak.h"
-#include "dynamics/gain_ramp.h"
-#include "dynamics/smoothing.h"
-#include "filters/lanes.h"
-#include "filters/paired_cascade.h"
+#include "dsp/buffer_aliasing.h"
+#include "dsp/frame_peak.h"
+#include "dsp/gain_ramp.h"
+#include "dsp/lanes.h"
+#include "dsp/smoothing.h"
+#include "enhance/enhance_log.h"
 
 namespace {
 

@@ -13,11 +13,13 @@
 #include "core/record.h"
 #include "core/scale.h"
 #include "core/stage_setup.h"
+#include "dsp/buffer_aliasing.h"
+#include "dsp/lanes8.h"
+#include "dsp/repeating_state.h"
+#include "enhance/enhance_log.h"
 #include "filters/biquad.h"
 #include "filters/designer.h"
-#include "filters/lanes8.h"
 #include "filters/paired_cascade.h"
-#include "filters/repeating_state.h"
 #include "filters/skewed_cascade.h"
 
 namespace {

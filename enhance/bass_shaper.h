@@ -16,7 +16,7 @@
 #ifndef EQDRC_ENHANCE_BASS_SHAPER_H
 #define EQDRC_ENHANCE_BASS_SHAPER_H
 
-#include "filters/lanes8.h"
+#include "dsp/lanes8.h"
 
 #include <cmath>
 

@@ -11,11 +11,12 @@
 #include "core/scale.h"
 #include "core/stage_setup.h"
 #include "core/time_constant.h"
+#include "dsp/buffer_aliasing.h"
+#include "dsp/gain_ramp.h"
+#include "dsp/lanes.h"
+#include "dsp/repeating_state.h"
+#include "enhance/enhance_log.h"
 #include "filters/biquad.h"
-#include "dynamics/gain_ramp.h"
-#include "filters/lanes.h"
-#include "filters/paired_cascade.h"
-#include "filters/repeating_state.h"
 
 namespace {
 

@@ -13,10 +13,11 @@
 #include "core/record.h"
 #include "core/scale.h"
 #include "core/stage_setup.h"
+#include "dsp/buffer_aliasing.h"
+#include "dsp/repeating_state.h"
+#include "enhance/enhance_log.h"
 #include "filters/biquad.h"
 #include "filters/designer.h"
-#include "filters/paired_cascade.h"
-#include "filters/repeating_state.h"
 
 ExciterState *ExciterState::create(const float *section, int bitDepth, int sampleRate, int channels, int link)
 {

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "filters/lanes.h"
+#include "dsp/lanes.h"
 #include "tqaudio_eqdrc.h"
 
 namespace eqdrc {

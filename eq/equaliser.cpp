@@ -9,6 +9,8 @@
 #include "core/print_out.h"
 #include "core/numeric.h"
 #include "core/record.h"
+#include "dsp/buffer_aliasing.h"
+#include "eq/eq_log.h"
 #include "filters/biquad.h"
 #include "filters/designer.h"
 #include "filters/paired_cascade.h"

@@ -2,7 +2,7 @@
 #ifndef EQDRC_FILTERS_BIQUAD_H
 #define EQDRC_FILTERS_BIQUAD_H
 
-#include "filters/lanes.h"
+#include "dsp/lanes.h"
 #include "tqaudio_eqdrc.h"
 
 namespace eqdrc {

@@ -8,6 +8,7 @@
 #include "core/alloc.h"
 #include "core/log.h"
 #include "filters/designer.h"
+#include "filters/filters_log.h"
 
 namespace eqdrc {
 namespace {

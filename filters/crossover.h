@@ -5,8 +5,8 @@
 
 #include <cstdint>
 
+#include "dsp/lanes8.h"
 #include "filters/biquad.h"
-#include "filters/lanes8.h"
 #include "tqaudio_eqdrc.h"
 
 namespace eqdrc {

@@ -6,6 +6,7 @@
 
 #include "core/log.h"
 #include "core/mathf.h"
+#include "filters/filters_log.h"
 #include "tqaudio_eqdrc.h"
 
 namespace eqdrc {
@@ -14,11 +15,11 @@ namespace {
 constexpr float kTwoPi = 6.2831855f;             // 2*pi rounded to float
 constexpr float kHalfLn2 = 0.3465736f;            // ln(2) / 2, octave bandwidth law
 constexpr float kButterworthRoot2 = 1.4142f;      // the literal, not sqrt(2)
-constexpr float kMaxGainDb = 20.0f;
-constexpr float kMinQ = 0.01f;
-constexpr float kMaxQ = 16.0f;
-constexpr float kMaxSlope = 2.0f;
-constexpr float kMaxOctaves = 11.0f;
+constexpr float kMaxGainDb = EQDRC_DESIGN_GAIN_MAX_DB;
+constexpr float kMinQ = EQDRC_DESIGN_Q_MIN;
+constexpr float kMaxQ = EQDRC_DESIGN_Q_MAX;
+constexpr float kMaxSlope = EQDRC_DESIGN_SLOPE_MAX;
+constexpr float kMaxOctaves = EQDRC_DESIGN_OCTAVES_MAX;
 
 float clamp_q(float q, float upper)
 {
@@ -150,6 +151,19 @@ void design_biquad(float c[5], int type, float fs, float fc, float q, float gain
     default:
         log_line(site::kDesignerUnknownType, "ErrorXXX: You should choose a filter type!\n\n");
         fatal_exit();
+    }
+}
+
+void biquad_response_db(const float c[5], double fs, const double *freqs, double *db, int count)
+{
+    constexpr double kTwoPiDouble = 6.283185307179586;
+    for (int i = 0; i < count; i++) {
+        // b0 + b1 z^-1 + b2 z^-2 over 1 + a1 z^-1 + a2 z^-2 at z = e^jw.
+        const double w = kTwoPiDouble * freqs[i] / fs, c1 = std::cos(w), c2 = std::cos(2.0 * w);
+        const double s1 = std::sin(w), s2 = std::sin(2.0 * w);
+        const double nr = c[0] + c[1] * c1 + c[2] * c2, ni = -(c[1] * s1 + c[2] * s2);
+        const double dr = 1.0 + c[3] * c1 + c[4] * c2, di = -(c[3] * s1 + c[4] * s2);
+        db[i] = 10.0 * std::log10((nr * nr + ni * ni) / (dr * dr + di * di));
     }
 }
 

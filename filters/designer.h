@@ -21,6 +21,9 @@ const char *filter_type_label(int type);
 // Writes b0, b1, b2, a1, a2; an unknown type ends the process after its message.
 void design_biquad(float coeffs[5], int type, float fs, float fc, float q, float gainDb);
 
+// |H| in dB of a section at each of `count` frequencies, in double (pictures and checks).
+void biquad_response_db(const float coeffs[5], double fs, const double *freqs, double *db, int count);
+
 }  // namespace eqdrc
 
 #endif

@@ -1,11 +1,10 @@
-// C entry points of the filter primitives: the biquad, the filter designer, the
-// crossover bank and the gain-curve tables.
+// C entry points of the filter primitives: the biquad, the filter designer and the
+// crossover bank.
 #include "core/fp_environment.h"
 #include "core/handle.h"
 #include "filters/biquad.h"
 #include "filters/crossover.h"
 #include "filters/designer.h"
-#include "filters/gain_table.h"
 #include "tqaudio_eqdrc.h"
 
 extern "C" {
@@ -60,6 +59,12 @@ void filter_calculateCoeffs(float coeffs[5], int type, float fs, float fc, float
     eqdrc::design_biquad(coeffs, type, fs, fc, q, gainDb);
 }
 
+void filter_responseDb(const float coeffs[5], double fs, const double *freqs, double *db, int count)
+{
+    const eqdrc::FpEnvironment libraryEnvironment;
+    eqdrc::biquad_response_db(coeffs, fs, freqs, db, count);
+}
+
 CrossoverParam *Filters_Crossover_paramInit(void)
 {
     const eqdrc::FpEnvironment libraryEnvironment;
@@ -87,24 +92,5 @@ void Filters_Crossover_filterProcess(CrossoverState *st, const float *in, float 
 }
 
 int Filters_Crossover_filterDestroy(CrossoverState *st) { return eqdrc::destroy_handle(st); }
-
-float table_caculate(int knee, float x, float noise_threshold, float expand_end, float compress_start, float max_gain,
-                     float max_peak)
-{
-    const eqdrc::FpEnvironment libraryEnvironment;
-    return eqdrc::expander_compressor_curve(knee, x, noise_threshold, expand_end, compress_start, max_gain, max_peak);
-}
-
-float max_table_caculate(int knee, float x, float threshold)
-{
-    const eqdrc::FpEnvironment libraryEnvironment;
-    return eqdrc::limiter_curve(knee, x, threshold);
-}
-
-float table_search(int last_index, const float *table, float level, float x0, float scale)
-{
-    const eqdrc::FpEnvironment libraryEnvironment;
-    return eqdrc::gain_table_lookup(last_index, table, level, x0, scale);
-}
 
 }  // extern "C"

@@ -8,26 +8,9 @@
 #ifndef EQDRC_FILTERS_PAIRED_CASCADE_H
 #define EQDRC_FILTERS_PAIRED_CASCADE_H
 
-#include <cstdint>
-
-#include "filters/lanes.h"
+#include "dsp/lanes.h"
 
 namespace eqdrc {
-
-// A stage's scalar form runs channel 0 sample by sample, then channel 1.  A form that
-// runs the two together and reads ahead of its writes (a sample, a block) gives the same
-// unless a channel's output overlaps the other channel's input, or starts inside its own
-// input past the first sample.
-inline bool pair_runs_as_sequence(const float *const *in, const float *const *out, int n)
-{
-    const uintptr_t bytes = static_cast<uintptr_t>(n) * sizeof(float);
-    auto disjoint = [bytes](const float *a, const float *b) {
-        const uintptr_t x = reinterpret_cast<uintptr_t>(a), y = reinterpret_cast<uintptr_t>(b);
-        return x >= y + bytes || y >= x + bytes;
-    };
-    return disjoint(out[0], in[1]) && disjoint(out[1], in[0]) && reads_stay_ahead(in[0], out[0], n) &&
-           reads_stay_ahead(in[1], out[1], n);
-}
 
 constexpr int kMaxCascadeSections = 10;
 

@@ -5,9 +5,9 @@
 
 #include <type_traits>
 
+#include "dsp/lanes.h"
+#include "dsp/lanes8.h"
 #include "filters/biquad.h"
-#include "filters/lanes.h"
-#include "filters/lanes8.h"
 #include "filters/paired_cascade.h"
 
 #if defined(__clang__)

@@ -265,6 +265,17 @@ enum EqdrcFilterType {
     ButterworthHP = 7  /**< Butterworth high-pass (q ignored; use gain 0) */
 };
 
+/** Filter type codes run from 0 to EQDRC_FILTER_TYPE_COUNT - 1. */
+#define EQDRC_FILTER_TYPE_COUNT 8
+/** The designer's limits: q is raised to EQDRC_DESIGN_Q_MIN, and lowered to the type's
+ *  maximum (Q for the peaking, general low- and high-pass types, slope S for the shelves,
+ *  width in octaves for the band-pass); the gain is clamped to +-EQDRC_DESIGN_GAIN_MAX_DB. */
+#define EQDRC_DESIGN_Q_MIN 0.01f
+#define EQDRC_DESIGN_Q_MAX 16.0f
+#define EQDRC_DESIGN_SLOPE_MAX 2.0f
+#define EQDRC_DESIGN_OCTAVES_MAX 11.0f
+#define EQDRC_DESIGN_GAIN_MAX_DB 20.0f
+
 /**
  * Design one second-order section into coeffs[0..4] = b0, b1, b2, a1, a2.
  * @param type   an EqdrcFilterType; any other code ends the process (-1).
@@ -274,6 +285,16 @@ enum EqdrcFilterType {
  * fc at or above fs/2, fc = 0 or fs = 0 are not rejected and give non-finite values.
  */
 EQDRC_API void filter_calculateCoeffs(float coeffs[5], int type, float fs, float fc, float q, float gainDb);
+
+/**
+ * The magnitude response of a section (as filter_calculateCoeffs designs it), in dB, at
+ * each of `count` frequencies: for pictures, checks and fitting, so they need not restate
+ * the section's formula.  Computed in double precision; it is not part of the audio path.
+ * @param coeffs b0, b1, b2, a1, a2 (y = b0 x + b1 x1 + b2 x2 - a1 y1 - a2 y2).
+ * @param fs     sample rate, Hz.  @param freqs the frequencies, Hz.
+ * @param db     receives `count` values; a zero of the section gives -inf.
+ */
+EQDRC_API void filter_responseDb(const float coeffs[5], double fs, const double *freqs, double *db, int count);
 /** @} */
 
 /* ===================================================================== */

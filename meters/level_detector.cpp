@@ -14,6 +14,7 @@
 #include "core/time_constant.h"
 #include "filters/biquad.h"
 #include "filters/designer.h"
+#include "meters/meters_log.h"
 
 namespace {
 

@@ -10,10 +10,11 @@
 #include "core/log.h"
 #include "core/mathf.h"
 #include "core/numeric.h"
+#include "dsp/lanes.h"
 #include "filters/biquad.h"
-#include "filters/lanes.h"
 #include "filters/paired_cascade.h"
 #include "filters/skewed_cascade.h"
+#include "meters/meters_log.h"
 
 namespace {
 

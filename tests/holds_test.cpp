@@ -9,10 +9,10 @@
 #include <vector>
 
 #include "core/mathf.h"
+#include "dsp/repeating_state.h"
 #include "enhance/bass_enhancer.h"
 #include "enhance/de_esser.h"
 #include "enhance/exciter.h"
-#include "filters/repeating_state.h"
 #include "support/test_support.h"
 
 namespace {

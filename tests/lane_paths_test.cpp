@@ -19,12 +19,13 @@
 
 #include "chain/pcm_lanes.h"
 #include "core/record.h"
-#include "dynamics/frame_peak.h"
-#include "dynamics/gain_ramp.h"
-#include "dynamics/smoothing.h"
+#include "dsp/buffer_aliasing.h"
+#include "dsp/frame_peak.h"
+#include "dsp/gain_ramp.h"
+#include "dsp/lanes.h"
+#include "dsp/smoothing.h"
 #include "enhance/bass_shaper.h"
 #include "filters/biquad.h"
-#include "filters/lanes.h"
 #include "support/test_support.h"
 #include "tqaudio_eqdrc.h"
 

@@ -9,8 +9,8 @@
 
 #include "core/mathf.h"
 #include "core/numeric.h"
-#include "filters/gain_table.h"
-#include "filters/level_index.h"
+#include "dynamics/gain_table.h"
+#include "dynamics/level_index.h"
 
 namespace {
 

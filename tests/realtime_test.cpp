@@ -64,42 +64,21 @@ void *__libc_realloc(void *, size_t);
 void *__libc_memalign(size_t, size_t);
 void __libc_free(void *);
 
-void *malloc(size_t n)
-{
-    note(kAlloc);
-    return __libc_malloc(n);
-}
-void *calloc(size_t n, size_t size)
-{
-    note(kAlloc);
-    return __libc_calloc(n, size);
-}
-void *realloc(void *p, size_t n)
-{
-    note(kAlloc);
-    return __libc_realloc(p, n);
-}
-void free(void *p)
-{
-    note(kAlloc);
-    __libc_free(p);
-}
-void *aligned_alloc(size_t align, size_t n)
-{
-    note(kAlloc);
-    return __libc_memalign(align, n);
-}
-void *memalign(size_t align, size_t n)
-{
-    note(kAlloc);
-    return __libc_memalign(align, n);
-}
-int posix_memalign(void **p, size_t align, size_t n)
-{
-    note(kAlloc);
-    *p = __libc_memalign(align, n);
-    return *p ? 0 : ENOMEM;
-}
+// The allocator's entry points, counted and passed to glibc's own.
+#define EQDRC_RT_COUNTED(ret, name, params, body) \
+    ret name params                               \
+    {                                             \
+        note(kAlloc);                             \
+        body;                                     \
+    }
+EQDRC_RT_COUNTED(void *, malloc, (size_t n), return __libc_malloc(n))
+EQDRC_RT_COUNTED(void *, calloc, (size_t n, size_t size), return __libc_calloc(n, size))
+EQDRC_RT_COUNTED(void *, realloc, (void *p, size_t n), return __libc_realloc(p, n))
+EQDRC_RT_COUNTED(void, free, (void *p), __libc_free(p))
+EQDRC_RT_COUNTED(void *, aligned_alloc, (size_t align, size_t n), return __libc_memalign(align, n))
+EQDRC_RT_COUNTED(void *, memalign, (size_t align, size_t n), return __libc_memalign(align, n))
+EQDRC_RT_COUNTED(int, posix_memalign, (void **p, size_t align, size_t n),
+                 return (*p = __libc_memalign(align, n)) ? 0 : ENOMEM)
 
 #define EQDRC_RT_FORWARD(kind, ret, name, params, args) \
     ret name params                                     \

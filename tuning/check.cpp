@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <limits>
 
+#include "tqaudio_eqdrc.h"
+
 namespace eqdrc_tool {
 
 namespace {
@@ -30,19 +32,19 @@ std::string num(double v)
     return shortest_text(static_cast<float>(v));
 }
 
-// Quality bounds of the filter designer, by type.
+// Quality bounds of the filter designer, by type (its limits, from the library's header).
 float max_quality(int64_t type)
 {
     switch (type) {
-    case 1: case 2: return 2.0f;
-    case 5: return 11.0f;
-    case 6: case 7: return INFINITY;  // ignored by the Butterworth types
-    default: return 16.0f;
+    case LowShelf: case HighShelf: return EQDRC_DESIGN_SLOPE_MAX;
+    case BandPass: return EQDRC_DESIGN_OCTAVES_MAX;
+    case ButterworthLP: case ButterworthHP: return INFINITY;  // ignored by the Butterworth types
+    default: return EQDRC_DESIGN_Q_MAX;
     }
 }
 
-constexpr float kMinQuality = 0.01f;
-constexpr float kMaxBoostDb = 20.0f;
+constexpr float kMinQuality = EQDRC_DESIGN_Q_MIN;
+constexpr float kMaxBoostDb = EQDRC_DESIGN_GAIN_MAX_DB;
 
 class Checker {
 public:
@@ -280,7 +282,6 @@ private:
 
     void eq10(int c)
     {
-        const int64_t types = static_cast<int64_t>(layout_.labels("filter_type").size());
         for (int b = 0; layout_.find(channel("eq10", c) + "bands[" + std::to_string(b) + "].enable"); ++b) {
             std::string p = channel("eq10", c) + "bands[" + std::to_string(b) + "].";
             float enable = get(p + "enable");
@@ -294,8 +295,9 @@ private:
                 continue;
             float typeWord = get(p + "filterTypes");
             int64_t type = truncated(typeWord);
-            if (type < 0 || type >= types)
-                error(p + "filterTypes", "not a filter type (0-7): the filter designer ends the process");
+            if (type < 0 || type >= EQDRC_FILTER_TYPE_COUNT)
+                error(p + "filterTypes", "not a filter type (0-" + std::to_string(EQDRC_FILTER_TYPE_COUNT - 1) +
+                                             "): the filter designer ends the process");
             else if (fractional(typeWord))
                 warn(p + "filterTypes", "truncated to " + std::to_string(type));
             frequency(p + "fc");

@@ -24,14 +24,14 @@ else:
     from .audiofile import AudioError, read_audio, read_wav, to_pcm16, write_audio, write_wav
     from .chain import Chain, quiet_stderr
     from .dsp import (FILTER_TYPES, LevelDetector, LoudnessMeter, crossover_impulse, design, max_table_caculate,
-                      short_term_loudness, table_caculate, table_search)
+                      response_db, short_term_loudness, table_caculate, table_search)
     from .files import OutputError
     from .process import ProcessError, process_file
     from .tuning import (Layout, TuningError, adapt, format_json, layout, read_tuning, record_from_json,
                          record_to_bytes, record_to_json, write_json, write_record)
 
     __all__ = ["Chain", "quiet_stderr", "FILTER_TYPES", "LevelDetector", "LoudnessMeter", "crossover_impulse",
-               "design", "max_table_caculate", "short_term_loudness", "table_caculate", "table_search", "Layout",
+               "design", "max_table_caculate", "response_db", "short_term_loudness", "table_caculate", "table_search", "Layout",
                "TuningError", "adapt", "format_json", "layout", "read_tuning", "record_from_json", "record_to_bytes",
                "record_to_json", "write_json", "write_record", "AudioError", "read_audio", "read_wav", "to_pcm16",
                "write_audio", "write_wav", "OutputError", "ProcessError", "process_file"]

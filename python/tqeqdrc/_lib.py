@@ -68,6 +68,8 @@ _SIGNATURES = [
     ("AudioPost_Agc_AdjustPara", ctypes.c_int, [ctypes.c_void_p, ctypes.c_int] + [ctypes.c_float] * 8),
     ("filter_calculateCoeffs", None, [c_float_p, ctypes.c_int, ctypes.c_float, ctypes.c_float, ctypes.c_float,
                                       ctypes.c_float]),
+    ("filter_responseDb", None, [c_float_p, ctypes.c_double, ctypes.POINTER(ctypes.c_double),
+                                 ctypes.POINTER(ctypes.c_double), ctypes.c_int]),
     ("table_caculate", ctypes.c_float, [ctypes.c_int] + [ctypes.c_float] * 6),
     ("max_table_caculate", ctypes.c_float, [ctypes.c_int, ctypes.c_float, ctypes.c_float]),
     ("table_search", ctypes.c_float, [ctypes.c_int, c_float_p, ctypes.c_float, ctypes.c_float, ctypes.c_float]),

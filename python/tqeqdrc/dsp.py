@@ -19,6 +19,16 @@ def design(ftype, fs, fc, q, gain_db):
     return c
 
 
+def response_db(coeffs, freqs, fs):
+    """|H| in dB of a section (b0, b1, b2, a1, a2) at each of `freqs` (Hz), as the library computes it."""
+    c = np.ascontiguousarray(coeffs, dtype=np.float32)
+    f = np.ascontiguousarray(freqs, dtype=np.float64).ravel()
+    db = np.empty_like(f)
+    dp = ctypes.POINTER(ctypes.c_double)
+    _lib.lib().filter_responseDb(_lib.float_ptr(c), float(fs), f.ctypes.data_as(dp), db.ctypes.data_as(dp), f.size)
+    return db
+
+
 def table_caculate(knee, x, noise_threshold, expand_end, compress_start, max_gain, max_peak):
     """Expander/compressor curve: output dB for input dB `x` (a number or an array)."""
     f = _lib.lib().table_caculate

@@ -34,15 +34,6 @@ class _Fields:
         return int(v) if math.isfinite(v) else 0
 
 
-def magnitude_db(coeffs, freqs, fs):
-    """|H| in dB of b0, b1, b2, a1, a2 (y = b0 x + b1 x1 + b2 x2 - a1 y1 - a2 y2)."""
-    b0, b1, b2, a1, a2 = (float(c) for c in coeffs)
-    z = np.exp(-1j * 2 * np.pi * np.asarray(freqs) / fs)
-    h = (b0 + b1 * z + b2 * z * z) / (1 + a1 * z + a2 * z * z)
-    with np.errstate(divide="ignore"):
-        return 20 * np.log10(np.abs(h))
-
-
 FREQ_TICKS_HZ = (20, 50, 100, 200, 500, 1000, 2000, 5000, 10000, 20000)
 OFF_COLOUR = "0.72"
 PER_CHANNEL_SECTIONS = ("eq10", "multiband_drc", "agc", "maximizer")
@@ -107,7 +98,7 @@ def _plot_eq(ax, f, ch, who, fs):
         if not 0 <= ftype < len(dsp.FILTER_TYPES):
             continue
         c = dsp.design(ftype, fs, f(base + "fc"), f(base + "Q"), f(base + "boost"))
-        m = magnitude_db(c, freqs, fs)
+        m = dsp.response_db(c, freqs, fs)
         total += m
         drawn += 1
         ax.semilogx(freqs, m, lw=0.9, alpha=0.7, color=None if on else OFF_COLOUR,

@@ -10,6 +10,7 @@
 #include "adapt.h"
 #include "check.h"
 #include "tuning.h"
+#include "tqaudio_eqdrc.h"
 #include "tuning_layout_text.h"  // generated: kTuningLayoutJson
 
 using namespace eqdrc_tool;
@@ -43,6 +44,9 @@ json issues_json(const std::vector<Issue> &issues)
 extern "C" {
 
 EMSCRIPTEN_KEEPALIVE const char *studio_layout() { return kTuningLayoutJson; }
+
+// The designer's type codes run from 0 to this minus one (the library's header says so).
+EMSCRIPTEN_KEEPALIVE int studio_filter_type_count() { return EQDRC_FILTER_TYPE_COUNT; }
 
 EMSCRIPTEN_KEEPALIVE float *studio_record() { return g_record.data(); }
 

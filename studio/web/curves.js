@@ -2,7 +2,6 @@
 // bands and their sum, the crossover bands (impulse responses of the library's
 // crossover), the compressor bands' static curves, and the AGC and limiter curves.
 // Each result is plain data, drawn by plot.js and read by the browser test.
-export const FILTER_TYPES = 8;        // designer types 0..7; others end the process
 export const GAIN_CURVE_KNEE = 4;     // knee width the compressor and AGC tables use
 export const LIMITER_KNEE_BASE_DB = 6.0;
 export const LIMITER_MAKEUP_TRIM = 0.998;
@@ -21,17 +20,6 @@ export function freqAxis(fs) {
     return Array.from({ length: FREQ_POINTS }, (_, i) => Math.exp(lo + ((hi - lo) * i) / (FREQ_POINTS - 1)));
 }
 
-// |H| in dB of b0, b1, b2, a1, a2 (y = b0 x + b1 x1 + b2 x2 - a1 y1 - a2 y2).
-export function magnitudeDb(c, f, fs) {
-    const w = (2 * Math.PI * f) / fs;
-    // a + b z^-1 + d z^-2 at z = e^jw
-    const re = (a, b, d) => a + b * Math.cos(w) + d * Math.cos(2 * w);
-    const im = (b, d) => -(b * Math.sin(w) + d * Math.sin(2 * w));
-    const nr = re(c[0], c[1], c[2]), ni = im(c[1], c[2]);
-    const dr = re(1, c[3], c[4]), di = im(c[3], c[4]);
-    return 10 * Math.log10((nr * nr + ni * ni) / (dr * dr + di * di));
-}
-
 export function activeChannels(f) {
     return f.i('header.channel_link') !== 0 || f.i('header.channels') < 2 ? [0] : [0, 1];
 }
@@ -40,19 +28,22 @@ export function eqCurves(m, f, ch, fs) {
     const freqs = freqAxis(fs);
     const total = new Array(freqs.length).fill(0);
     const bands = [];
-    const c = m._malloc(20);
+    // The library designs each band and gives its response: the page restates neither.
+    const types = m._studio_filter_type_count();
+    const c = m._malloc(20), at = m._malloc(8 * freqs.length), out = m._malloc(8 * freqs.length);
     try {
+        m.HEAPF64.set(freqs, at >> 3);
         for (let b = 0; b < 10; b++) {
             const p = `eq10.channels[${ch}].bands[${b}].`;
             const type = f.i(p + 'filterTypes');
-            if (f.i(p + 'enable') === 0 || type < 0 || type >= FILTER_TYPES) continue;
+            if (f.i(p + 'enable') === 0 || type < 0 || type >= types) continue;
             m._filter_calculateCoeffs(c, type, fs, f(p + 'fc'), f(p + 'Q'), f(p + 'boost'));
-            const k = Array.from(m.HEAPF32.subarray(c >> 2, (c >> 2) + 5));
-            const db = freqs.map((x) => magnitudeDb(k, x, fs));
+            m._filter_responseDb(c, fs, at, out, freqs.length);
+            const db = Array.from(m.HEAPF64.subarray(out >> 3, (out >> 3) + freqs.length));
             db.forEach((v, i) => { total[i] += v; });
             bands.push({ band: b, db, fc: f(p + 'fc'), boost: f(p + 'boost') });
         }
-    } finally { m._free(c); }
+    } finally { m._free(c); m._free(at); m._free(out); }
     return { freqs, bands, total, on: f.i('header.enable.eq10') === 1 };
 }
 

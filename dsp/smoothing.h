@@ -1,13 +1,13 @@
 // The one-pole smoothers the gain stages share: the per-frame gain step, and the
 // compressor's per-sample envelope follower and gain smoother, each in a scalar form and
 // a four-lane form doing the same operations in the same order.
-#ifndef EQDRC_DYNAMICS_SMOOTHING_H
-#define EQDRC_DYNAMICS_SMOOTHING_H
+#ifndef EQDRC_DSP_SMOOTHING_H
+#define EQDRC_DSP_SMOOTHING_H
 
 #include <cmath>
 
-#include "filters/lanes.h"
-#include "filters/lanes8.h"
+#include "dsp/lanes.h"
+#include "dsp/lanes8.h"
 
 namespace eqdrc {
 

@@ -1,10 +1,10 @@
 // A frame's peak (and mean square) as the gain stages measure it.
-#ifndef EQDRC_DYNAMICS_FRAME_PEAK_H
-#define EQDRC_DYNAMICS_FRAME_PEAK_H
+#ifndef EQDRC_DSP_FRAME_PEAK_H
+#define EQDRC_DSP_FRAME_PEAK_H
 
 #include <cmath>
 
-#include "filters/lanes.h"
+#include "dsp/lanes.h"
 
 namespace eqdrc {
 

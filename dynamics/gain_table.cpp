@@ -1,4 +1,4 @@
-#include "filters/gain_table.h"
+#include "dynamics/gain_table.h"
 
 #include "core/numeric.h"
 #include "tqaudio_eqdrc.h"

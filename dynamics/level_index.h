@@ -8,10 +8,10 @@
 // whose entry is at least i: found once, when the parameters are set, by bisection over
 // the float bit patterns with the detector's own computation.  Values below zero and
 // NaN are left to that computation.
-#ifndef EQDRC_FILTERS_LEVEL_INDEX_H
-#define EQDRC_FILTERS_LEVEL_INDEX_H
+#ifndef EQDRC_DYNAMICS_LEVEL_INDEX_H
+#define EQDRC_DYNAMICS_LEVEL_INDEX_H
 
-#include "filters/gain_table.h"
+#include "dynamics/gain_table.h"
 
 namespace eqdrc {
 

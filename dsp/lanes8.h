@@ -2,10 +2,10 @@
 // four lanes side by side, for running both channels' four-lane work at once. As in
 // lanes.h, every lane performs exactly the IEEE single-precision operation the scalar
 // code would, in the same order; nothing fused (the AVX2 build has no FMA).
-#ifndef EQDRC_FILTERS_LANES8_H
-#define EQDRC_FILTERS_LANES8_H
+#ifndef EQDRC_DSP_LANES8_H
+#define EQDRC_DSP_LANES8_H
 
-#include "filters/lanes.h"
+#include "dsp/lanes.h"
 
 #if defined(__AVX2__) && !EQDRC_SCALAR_LANES && defined(__GNUC__)
 #define EQDRC_EIGHT_LANES 1

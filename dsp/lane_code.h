@@ -1,10 +1,10 @@
 // The name of the lane code this copy of the library was compiled as ("avx2", "sse2",
 // "scalar", ...), for the version banner: on x86-64 the library holds several copies and
 // runs the one chosen at load, so the banner tells which one produced the output.
-#ifndef EQDRC_FILTERS_LANE_CODE_H
-#define EQDRC_FILTERS_LANE_CODE_H
+#ifndef EQDRC_DSP_LANE_CODE_H
+#define EQDRC_DSP_LANE_CODE_H
 
-#include "filters/lanes8.h"
+#include "dsp/lanes8.h"
 
 #if EQDRC_EIGHT_LANES
 #define EQDRC_LANE_CODE "avx2"

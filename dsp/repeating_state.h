@@ -5,8 +5,8 @@
 // a microcode assist.  Once a state repeats bit for bit, every later state and output
 // repeats with it (same operations on the same bits), so the rest can be copied instead
 // of computed: the same bits, without the denormal arithmetic.
-#ifndef EQDRC_FILTERS_REPEATING_STATE_H
-#define EQDRC_FILTERS_REPEATING_STATE_H
+#ifndef EQDRC_DSP_REPEATING_STATE_H
+#define EQDRC_DSP_REPEATING_STATE_H
 
 #include <algorithm>
 #include <cstring>

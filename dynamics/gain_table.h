@@ -1,6 +1,6 @@
 // Static gain curves evaluated once into 201-entry tables, read by nearest entry.
-#ifndef EQDRC_FILTERS_GAIN_TABLE_H
-#define EQDRC_FILTERS_GAIN_TABLE_H
+#ifndef EQDRC_DYNAMICS_GAIN_TABLE_H
+#define EQDRC_DYNAMICS_GAIN_TABLE_H
 
 #include <cmath>
 

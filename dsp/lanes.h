@@ -3,8 +3,8 @@
 // the scalar code would, in the same order: only +, -, *, /, square roots, comparisons,
 // selection (min and max among them), sign clearing and flipping, and moves of lanes are
 // offered here, nothing fused, reassociated or approximated.
-#ifndef EQDRC_FILTERS_LANES_H
-#define EQDRC_FILTERS_LANES_H
+#ifndef EQDRC_DSP_LANES_H
+#define EQDRC_DSP_LANES_H
 
 #include <cstdint>
 #include <cmath>
@@ -411,14 +411,6 @@ inline V load(const float *p)
 }
 
 inline void store(float *p, f32x4 v) { std::memcpy(p, &v, sizeof v); }
-
-// A loop that reads x[i] before it writes y[i] gives the same as one that reads a block
-// of x ahead of its writes, unless y starts inside x past its first element.
-inline bool reads_stay_ahead(const float *x, const float *y, int n)
-{
-    const uintptr_t xi = reinterpret_cast<uintptr_t>(x), yi = reinterpret_cast<uintptr_t>(y);
-    return !(yi > xi && yi < xi + static_cast<uintptr_t>(n) * sizeof(float));
-}
 
 }  // namespace eqdrc
 

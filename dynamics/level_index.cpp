@@ -1,5 +1,5 @@
 // Breakpoints of a detector's gain-table entries.
-#include "filters/level_index.h"
+#include "dynamics/level_index.h"
 
 #include "core/numeric.h"
 

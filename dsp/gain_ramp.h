@@ -1,9 +1,10 @@
 // Per-frame gain changes spread across the frame: a linear ramp by repeated addition,
 // and the probe that finds where a ramp would drive the signal past a bound.
-#ifndef EQDRC_DYNAMICS_GAIN_RAMP_H
-#define EQDRC_DYNAMICS_GAIN_RAMP_H
+#ifndef EQDRC_DSP_GAIN_RAMP_H
+#define EQDRC_DSP_GAIN_RAMP_H
 
-#include "filters/lanes.h"
+#include "dsp/buffer_aliasing.h"
+#include "dsp/lanes.h"
 
 namespace eqdrc {
 
