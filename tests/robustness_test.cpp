@@ -168,6 +168,49 @@ TEST(HostileRecords, DegenerateSampleRatesAndChannelCounts)
     }
 }
 
+// Frames [from, to) of music through `st`, and what came out.
+std::vector<int16_t> run_frames(AudioPostState *st, int from, int to)
+{
+    std::vector<int16_t> out;
+    for (int f = from; f < to; f++) {
+        std::vector<int16_t> pcm = music_frame(f);
+        AudioPost_Process(st, pcm.data(), pcm.data(), 2, kFrame);
+        out.insert(out.end(), pcm.begin(), pcm.end());
+    }
+    return out;
+}
+
+// A live record whose header names another sample rate and bit depth: the stages that
+// exist keep the rate and depth they were built for, and so does the output clamp; a
+// stage the record switches on is built for the record's rate.
+TEST(LiveRecord, ExistingStagesKeepTheirRateAndDepthNewOnesTakeTheRecords)
+{
+    std::vector<float> rec = reference_record(), moved = rec;
+    moved[0] = 44100.0f;
+    moved[1] = 24.0f;
+    AudioPostState *kept = eqdrc_test::quiet_chain(rec.data(), kFrame);
+    AudioPostState *changed = eqdrc_test::quiet_chain(rec.data(), kFrame);
+    EXPECT_TRUE(run_frames(kept, 0, 4) == run_frames(changed, 0, 4));
+    AudioPost_SetPara(kept, rec.data(), kFrame);
+    AudioPost_SetPara(changed, moved.data(), kFrame);
+    EXPECT_TRUE(run_frames(kept, 4, 40) == run_frames(changed, 4, 40));
+
+    std::vector<float> eqAt44k = reference_record(), off;
+    std::fill(eqAt44k.begin() + 10, eqAt44k.begin() + 18, 0.0f);
+    eqAt44k[14] = 1.0f;  // the equaliser alone
+    eqAt44k[0] = 44100.0f;
+    off = eqAt44k;
+    off[0] = 48000.0f;
+    off[14] = 0.0f;
+    AudioPostState *live = eqdrc_test::quiet_chain(off.data(), kFrame);
+    run_frames(live, 0, 4);
+    AudioPost_SetPara(live, eqAt44k.data(), kFrame);
+    AudioPostState *fresh = eqdrc_test::quiet_chain(eqAt44k.data(), kFrame);
+    EXPECT_TRUE(run_frames(live, 4, 12) == run_frames(fresh, 4, 12));
+    for (AudioPostState *st : {kept, changed, live, fresh})
+        eqdrc_test::destroy_quietly(st);
+}
+
 // ---------------------------------------------------------------------------------
 // The stages, each fed every hostile value at several frame lengths (zero and negative
 // included), then a sine.
