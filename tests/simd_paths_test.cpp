@@ -3,7 +3,6 @@
 // (the choice is made once, when the library is loaded), which names it in its banner.
 #include <sys/wait.h>
 
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -61,55 +60,33 @@ TEST(SimdPath, ForcedByTheVariableAndNeverWiderThanTheCpu)
     EXPECT_EQ(eqdrc_simd::chosen_path(), Path::kSse2) << "valgrind cannot run every AVX2 form";
 }
 
-TEST(SimdPath, EveryPathGivesTheSameBitsForTheWholeChain)
+// Each forced path is the one that runs: the test program, a separate process (the
+// choice is made when the library is loaded), names it in its banner. That every path
+// gives the same bits is the conformance vectors' to check, run once per path.
+TEST(SimdPath, TheForcedPathIsTheOneThatRuns)
 {
-    // Two seconds of a swept tone over noise, every stage on (the reference tuning).
-    std::string pcm;
-    uint32_t seed = 1;
-    for (int i = 0; i < 2 * 48000; i++) {
-        seed = seed * 1664525u + 1013904223u;
-        float phase = 6.2831853f * (40.0f + 4000.0f * i / 96000.0f) * i / 48000.0f;
-        for (int c = 0; c < 2; c++) {
-            float v = 12000.0f * std::sin(phase + c) + static_cast<float>(static_cast<int32_t>(seed >> 20) - 2048);
-            int16_t s = static_cast<int16_t>(v);
-            pcm.append(reinterpret_cast<const char *>(&s), 2);
-        }
-    }
-    const std::string in = temp_path("simd_in.raw"), rec = std::string(EQDRC_SOURCE_DIR) + "/tunings/reference.bin";
-    write_file(in, pcm.data(), pcm.size());
-    std::string first, first_banner;
+    const std::string in = temp_path("simd_in.raw"), out = temp_path("simd_out.raw"),
+                      dump = temp_path("simd_dump.rec"), log = temp_path("simd_log.txt"),
+                      rec = std::string(EQDRC_SOURCE_DIR) + "/tunings/reference.bin";
+    const std::vector<int16_t> pcm(2 * 768, 1000);
+    write_file(in, pcm.data(), pcm.size() * sizeof(int16_t));
     for (const char *path : {"scalar", "sse2", "avx2"}) {
-        const std::string out = temp_path("simd_out.raw"), dump = temp_path("simd_dump.rec"),
-                          log = temp_path("simd_log.txt");
-        std::string cmd = std::string("EQDRC_SIMD=") + path + " ASAN_OPTIONS=detect_leaks=0 " + EQDRC_TEST_RUNNER +
-                          " " + EQDRC_QUORVEL_ENH + " " + in + " " + out + " " + rec + " " + rec + " " + dump +
-                          " >/dev/null 2>" + log;
-        int st = std::system(cmd.c_str());
+        const std::string cmd = std::string("EQDRC_SIMD=") + path + " ASAN_OPTIONS=detect_leaks=0 " +
+                                EQDRC_TEST_RUNNER + " " + EQDRC_QUORVEL_ENH + " " + in + " " + out + " " + rec + " " +
+                                rec + " " + dump + " >/dev/null 2>" + log;
+        const int st = std::system(cmd.c_str());
         ASSERT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0) << path;
-        std::string got = read_file(out), banner = building_line(read_file(log));
-        std::remove(out.c_str());
-        std::remove(dump.c_str());
-        std::remove(log.c_str());
-        ASSERT_FALSE(got.empty()) << path;
-        // The banner names the copy that ran: the forced one where the library holds
-        // several, the library's only one elsewhere.
+        const std::string banner = building_line(read_file(log));
 #if EQDRC_SIMD_DISPATCH
         ScopedEnv simd("EQDRC_SIMD", path);
         const std::string ran = eqdrc_simd::path_name(eqdrc_simd::chosen_path());
-        EXPECT_NE(banner.find(", " + ran + " processing code"), std::string::npos) << path << ": " << banner;
 #else
-        if (first_banner.empty())
-            first_banner = banner;
-        EXPECT_EQ(banner, first_banner) << path;
+        const std::string ran = AudioPost_GetProcessingCode();  // the library's only copy
 #endif
-        if (first.empty()) {
-            EXPECT_NE(got, pcm) << "the chain must change the signal";
-            first = got;
-        } else {
-            EXPECT_EQ(got, first) << path << " differs from scalar";
-        }
+        EXPECT_NE(banner.find(", " + ran + " processing code"), std::string::npos) << path << ": " << banner;
     }
-    std::remove(in.c_str());
+    for (const std::string &f : {in, out, dump, log})
+        std::remove(f.c_str());
 }
 
 }  // namespace

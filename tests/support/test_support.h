@@ -37,18 +37,9 @@ std::vector<float> bursts_and_holds(uint32_t seed, int holdStart, float held);
 bool same_bits(float a, float b);
 bool same_bits(const std::vector<float> &a, const std::vector<float> &b);
 
-// Runs `body` with the leak checker off: for the creation failures that leave their
-// partly built record allocated on purpose.
-template <class F>
-auto with_required_leak(F body);
-
 // Runs `body` with standard error captured and returns what it wrote.
 template <class F>
 std::string capture_stderr(F body);
-
-// Both at once: for checking the message of a refused creation.
-template <class F>
-std::string capture_stderr_with_required_leak(F body);
 
 // A chain from `rec`, and its tear-down, with their messages swallowed.
 AudioPostState *quiet_chain(const float *rec, int frameLen);
@@ -61,18 +52,6 @@ std::string temp_path(const std::string &name);
 }  // namespace eqdrc_test
 
 #include <gtest/gtest.h>
-#if defined(__SANITIZE_ADDRESS__)
-#include <sanitizer/lsan_interface.h>
-#endif
-
-template <class F>
-auto eqdrc_test::with_required_leak(F body)
-{
-#if defined(__SANITIZE_ADDRESS__)
-    __lsan::ScopedDisabler keep;
-#endif
-    return body();
-}
 
 template <class F>
 std::string eqdrc_test::capture_stderr(F body)
@@ -80,12 +59,6 @@ std::string eqdrc_test::capture_stderr(F body)
     testing::internal::CaptureStderr();
     body();
     return testing::internal::GetCapturedStderr();
-}
-
-template <class F>
-std::string eqdrc_test::capture_stderr_with_required_leak(F body)
-{
-    return capture_stderr([&] { with_required_leak(body); });
 }
 
 #endif
