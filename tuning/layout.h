@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "tqaudio_eqdrc.h"
+
 namespace eqdrc_tool {
 
 // Every failure the tool reports: one line, already naming the file or field concerned.
@@ -17,7 +19,7 @@ struct Error : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-constexpr int kRecordWords = 544;
+constexpr int kRecordWords = EQDRC_RECORD_WORDS;
 constexpr size_t kRecordBytes = kRecordWords * 4;
 using Record = std::array<float, kRecordWords>;
 
