@@ -70,7 +70,7 @@ AudioPostState *AudioPostState::create(const float *record, int frameLen)
 
     if (version_rejected(st->toolVersion)) {
         print_version_error(site::kInitVersion, st->toolVersion);
-        return nullptr;  // deliberate: the state is not freed on this path, and callers may rely on it
+        return refuse_keeping_record(st);
     }
     log_line(site::kInitParamVersion, "The Version of Parameter is %d.%d.%d\n",
              to_int32(record[kWordParamVersion]), to_int32(record[kWordParamVersion + 1]),
@@ -84,7 +84,7 @@ AudioPostState *AudioPostState::create(const float *record, int frameLen)
 
     BitDepthScale scale;
     if (!scale_or_report(site::kInitBitDepth, st->bitDepth, &scale))
-        return nullptr;  // state and gain arrays are not freed, as above
+        return refuse_keeping_record(st);  // with its gain arrays
     st->fullScale = scale.chainFullScale;
 
     const int eqWords = st->allocatedChannels * kEqChannelWords;

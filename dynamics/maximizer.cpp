@@ -32,7 +32,7 @@ MaximizerState *MaximizerState::create(const float *section, int bitDepth, int s
     f.channelLink = channelLink;
     eqdrc::BitDepthScale scale;
     if (!eqdrc::scale_or_report(eqdrc::site::kMaximizerInitBitDepth, bitDepth, &scale))
-        return nullptr;  // deliberate: the record is not freed on this path, and callers may rely on it
+        return eqdrc::refuse_keeping_record(st);
     f.log10FullScale = scale.log10FullScale;
     f.fullScale = scale.fullScale;
 

@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "core/log.h"
+#include "core/mathf.h"
 #include "dynamics/gain_table.h"
 #include "dynamics/level_index.h"
 #include "filters/crossover.h"
@@ -55,47 +56,79 @@ struct DrcBandSettings {
     float holdMs;
 };
 
+// A parameter slot as its band group holds it.
+struct DrcSlotSettings {
+    float freqStartHz;
+    float freqEndHz;
+    float gainDb;
+    int32_t drcEnable;
+    CurveSettings curve;
+    int32_t attackMs;  // whole ms
+    int32_t releaseMs;
+    int32_t holdMs;  // printed only
+
+    static DrcSlotSettings from_group(const float *group);
+    // Every word but the gain and the enable, which the read-back leaves as the caller
+    // had them.
+    void to_group(float *group) const;
+    // The adjust call's curve, gain and times; the corners stay.
+    void retune(const DrcBandSettings &s);
+};
+
+// What processing takes from a slot, derived whenever the slot's settings change.
+struct DrcSlotCoefficients {
+    float bandGain;  // linear make-up gain
+    float attackCoef;
+    float releaseCoef;
+    float tableStart;  // dB of entry 0
+    float tableScale;  // entries per dB
+    // Where the detector value crosses from one table entry to the next, built with the
+    // slot's table grid (see dynamics/level_index.h).
+    LevelIndex *levelIndex;
+};
+
+// One band of a channel.  The table is the band's, built from its slot when the
+// channel's bands are built: a slot two channels reach (a count above four) has a table
+// in each, and an adjust call rebuilds only the named channel's, while the grid and
+// level index it reads are the slot's.
+struct DrcBand {
+    float *table;
+    float envelope;      // detector state
+    float smoothedGain;  // last applied gain
+};
+
+// A channel's split and bands.  The band arrays are sized for every band index a count
+// can address, so a count raised by set_para, above 4 or at most 1 stays inside them.
+struct DrcChannel {
+    int32_t bandCount;
+    CrossoverState *crossover;
+    float bandBuf[kDrcBandCapacity];  // current sample per band: the crossover's output row
+    DrcBand band[kDrcBandCapacity];
+};
+
+constexpr int drc_slot(int c, int b) { return kDrcSlotsPerChannel * c + b; }
+
+// The detector's level in dB for an envelope value.
+inline float drc_band_level(float e, float log10FullScale)
+{
+    return 20.0f * (mathf::log10f(e + 1.0f) - log10FullScale);
+}
+
 }  // namespace eqdrc
 
+// The parameter side (creation, replacement, read-back, print-out, adjust calls and
+// tear-down) is multiband_drc.cpp; the processing, per sample and in lanes,
+// multiband_drc_process.cpp.
 struct MultiBandDRCState {
     int32_t bitDepth;
     int32_t sampleRate;
     int32_t channels;
     int32_t link;
-    int32_t bandCount[eqdrc::kDrcChannels];
-    float bandScale[eqdrc::kDrcChannels];  // 1 / bandCount; kept for hosts, not used
-
-    // Per slot.
-    float gainDb[eqdrc::kDrcSlots];
-    int32_t drcEnable[eqdrc::kDrcSlots];
-    float freqStartHz[eqdrc::kDrcSlots];
-    float freqEndHz[eqdrc::kDrcSlots];
-    float compressStartDb[eqdrc::kDrcSlots];
-    float expandEndDb[eqdrc::kDrcSlots];
-    float noiseThresholdDb[eqdrc::kDrcSlots];
-    float maxGainDb[eqdrc::kDrcSlots];
-    float maxPeakDb[eqdrc::kDrcSlots];
-    int32_t attackMs[eqdrc::kDrcSlots];  // whole ms
-    int32_t releaseMs[eqdrc::kDrcSlots];
-    int32_t holdMs[eqdrc::kDrcSlots];  // printed only
-    float attackCoef[eqdrc::kDrcSlots];
-    float releaseCoef[eqdrc::kDrcSlots];
-    float bandGain[eqdrc::kDrcSlots];  // linear make-up gain
-    float tableScale[eqdrc::kDrcSlots];  // entries per dB
-    float tableStart[eqdrc::kDrcSlots];  // dB of entry 0
     float log10FullScale;
-
-    // Per channel and band.  The band arrays are sized for every band index a count can
-    // address, so a count raised by set_para, above 4 or at most 1 stays inside them.
-    float *tables[eqdrc::kDrcChannels][eqdrc::kDrcBandCapacity];
-    float bandBuf[eqdrc::kDrcChannels][eqdrc::kDrcBandCapacity];       // current sample per band
-    float envelope[eqdrc::kDrcChannels][eqdrc::kDrcBandCapacity];      // detector state
-    float smoothedGain[eqdrc::kDrcChannels][eqdrc::kDrcBandCapacity];  // last applied gain
-    // Per slot: where the detector value crosses from one table entry to the next,
-    // built with the slot's table grid (see dynamics/level_index.h).
-    eqdrc::LevelIndex *levelIndex[eqdrc::kDrcSlots];
+    eqdrc::DrcSlotSettings settings[eqdrc::kDrcSlots];
+    eqdrc::DrcSlotCoefficients coefficients[eqdrc::kDrcSlots];
+    eqdrc::DrcChannel channel[eqdrc::kDrcChannels];
     CrossoverParam crossoverParam;  // scratch for building the crossovers
-    CrossoverState *crossover[eqdrc::kDrcChannels];
 
     // More than two channels end the process; a bad bit depth gives nullptr.  A null
     // section builds no bands (such a state outputs silence).
@@ -106,30 +139,41 @@ struct MultiBandDRCState {
     void get_para(float *section) const;
     int print_para() const;
     void adjust_crossover(int ch, const float corners[eqdrc::kCrossoverCorners]);
-    void adjust_band(int ch, int band, const eqdrc::DrcBandSettings &settings);
+    void adjust_band(int ch, int band, const eqdrc::DrcBandSettings &bandSettings);
     void destroy();
 
 private:
-    int bands_with_slots(int c) const;
+    // Bands of channel c that own a parameter slot.  Channel 0 may run past its four
+    // slots into channel 1's; slots past the eighth do not exist, and their bands are
+    // skipped (they never reach the output: the sum takes bands 0..3 only).
+    int bands_with_slots(int c) const
+    {
+        const int count = channel[c].bandCount;
+        const int limit = eqdrc::kDrcSlots - eqdrc::kDrcSlotsPerChannel * c;
+        if (count <= 0)
+            return 0;
+        return count < limit ? count : limit;
+    }
     void fill_crossover_param(const float *block, int count);
     void load_bands(const float *section, eqdrc::LogSite crossoverSite, eqdrc::LogSite curveSite);
-    void load_slot(int slot, const float *group);
     void derive_slot(int slot);
-    eqdrc::CurveSettings curve_of(int slot) const;
     void check_slot(int slot, eqdrc::LogSite site) const;
     void build_tables();
     void build_table(int c, int b);
+    void retune_band(int c, int band, const eqdrc::DrcBandSettings &bandSettings);
+
     bool lanes_ready(int c) const
     {
-        return crossover[c] != nullptr && bandCount[c] >= 1 && bandCount[c] <= eqdrc::kDrcSlotsPerChannel;
+        return channel[c].crossover != nullptr && channel[c].bandCount >= 1 &&
+               channel[c].bandCount <= eqdrc::kDrcSlotsPerChannel;
     }
+    void process_samples(int c, const float *in, float *out, int frameLen);
     template <class V>
     void find_entry(int c, int b, int lane, float e, V &low, V &high, V &target) const;
     template <class V>
     void save_lanes(int c, int first, const V &buf, const V &env, const V &smoothed);
     void process_lanes(int c, const float *in, float *out, int frameLen);
     void process_lanes_stereo(const float *const *in, float *const *out, int frameLen);  // AVX2 build
-    void retune_band(int c, int band, const eqdrc::DrcBandSettings &settings);
 };
 
 #endif

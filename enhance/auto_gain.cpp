@@ -1,4 +1,3 @@
-// Loudness-driven auto gain.
 #include "enhance/auto_gain.h"
 
 #include <cmath>
@@ -48,10 +47,9 @@ AutoGainState *AutoGainState::create(const float *section, int bitDepth, int sam
     st->targetGain = 1.0f;
     st->smoothedLufs = 0.0f;
     eqdrc::BitDepthScale scale;
-    // Checked last, after the meter has printed the same message.  Deliberate: the
-    // record is not freed on this path, and callers may rely on it.
+    // Checked last, after the meter has printed the same message.
     if (!eqdrc::scale_or_report(eqdrc::site::kAutoGainInitBitDepth, bitDepth, &scale))
-        return nullptr;
+        return eqdrc::refuse_keeping_record(st);
     st->fullScale = scale.fullScale;
     return st;
 }

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "enhance/bass_shaper.h"
+#include "filters/biquad.h"
 #include "tqaudio_eqdrc.h"
 
 namespace eqdrc {
@@ -21,13 +22,33 @@ constexpr int kBassChannelWords = 10;
 
 constexpr int kBassMaxChannels = 2;
 
+// A channel's block as the record holds it.
+struct BassSettings {
+    float amountDb;
+    float drive;
+    float blend;
+    float freqHz;
+    int32_t floorActive;  // truncated from the record's word
+    float floorHz;
+
+    static BassSettings from_block(const float *block);
+    void to_block(float *block) const;
+};
+
 }  // namespace eqdrc
 
+// The parameter side (creation, replacement, read-back, print-out, tear-down) is
+// bass_enhancer.cpp; the processing, a channel at a time and both channels in lanes,
+// bass_enhancer_process.cpp.
 struct BassEnhancerState {
     // One filter: two identical cascaded sections per channel.
     struct Cascade {
-        float *coeffs;  // channels x 2 x kBiquadCoeffs
-        float *state;   // channels x 2 x kBiquadState
+        static constexpr int kSections = 2;
+        static constexpr int kCoeffsPerChannel = kSections * eqdrc::kBiquadCoeffs;
+        static constexpr int kStatePerChannel = kSections * eqdrc::kBiquadState;
+
+        float *coeffs;  // channels x kCoeffsPerChannel
+        float *state;   // channels x kStatePerChannel
 
         float run(int ch, float x);
     };
@@ -36,23 +57,19 @@ struct BassEnhancerState {
     int32_t sampleRate;
     int32_t channels;
     int32_t link;
-    int32_t reservedConstants[2];  // 10 and 4, set at creation for hosts that inspect the record; the stage does not read them
-    Cascade splitLow;            // Butterworth low-pass at freq
-    Cascade splitHigh;           // Butterworth high-pass at freq
-    Cascade harmonicLow;         // Butterworth low-pass at 3 x freq
-    Cascade harmonicHigh;        // Butterworth high-pass at freq
-    Cascade floorHigh;           // Butterworth high-pass at floor, used when floor is active
-    float amountDb[2];
-    float amountLinear[2];
-    float drive[2];
-    float blend[2];
-    float freqHz[2];
-    int32_t floorActive[2];
-    float floorHz[2];
-    eqdrc::BassShaper shaper[2];  // from drive and blend
-    float dcPole[2];              // G of the DC blocker after the shaper
-    float dcPrevIn[2];
-    float dcPrevOut[2];
+    Cascade splitLow;      // Butterworth low-pass at freq
+    Cascade splitHigh;     // Butterworth high-pass at freq
+    Cascade harmonicLow;   // Butterworth low-pass at 3 x freq
+    Cascade harmonicHigh;  // Butterworth high-pass at freq
+    Cascade floorHigh;     // Butterworth high-pass at floor, used when floor is active
+    eqdrc::BassSettings settings[eqdrc::kBassMaxChannels];
+    // Per channel, from the settings; both channels' values side by side, as the lanes
+    // take them.
+    float amountLinear[eqdrc::kBassMaxChannels];
+    eqdrc::BassShaper shaper[eqdrc::kBassMaxChannels];  // from drive and blend
+    float dcPole[eqdrc::kBassMaxChannels];              // G of the DC blocker after the shaper
+    float dcPrevIn[eqdrc::kBassMaxChannels];
+    float dcPrevOut[eqdrc::kBassMaxChannels];
     float fullScale;
 
     // More than two channels end the process; nullptr (state leaked) for a bad depth.
@@ -65,11 +82,11 @@ struct BassEnhancerState {
     void destroy();
 
 private:
-    bool floor_on(int ch) const;
-    void process_pair(const float *const in[2], float *const out[2], int frameLen);
     void read_section(const float *section);
     // Every coefficient and shaper constant; clears all filter states.
     void design();
+    bool floor_on(int ch) const;
+    void process_pair(const float *const in[2], float *const out[2], int frameLen);
 };
 
 #endif

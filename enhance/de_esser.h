@@ -19,9 +19,19 @@ constexpr int kDeEsserMaxChannels = 2;
 // channel at a time.
 constexpr int kDeEsserPairFrames = 1024;
 
+// A channel's block as the record holds it.
+struct DeEsserSettings {
+    float f0Hz;
+    float thresholdDb;  // dBFS
+
+    static DeEsserSettings from_block(const float *block);
+};
+
 }  // namespace eqdrc
 
-// One allocation: everything is held inline.
+// One allocation: everything is held inline.  The parameter side (creation,
+// replacement, read-back, print-out, tear-down) is de_esser.cpp; the processing
+// de_esser_process.cpp.
 struct DeEsserState {
     int32_t bitDepth;
     int32_t sampleRate;
@@ -29,9 +39,7 @@ struct DeEsserState {
     int32_t frameLen;  // creation frame length, the ramp's divisor
     int32_t link;
     float log10FullScale;
-    float fullScale;  // kept for reference; the processing works in log10FullScale
-    float f0Hz[2];
-    float thresholdDb[2];
+    eqdrc::DeEsserSettings settings[eqdrc::kDeEsserMaxChannels];
     float releaseMs;
     float attackMs;
     float releaseCoef;
@@ -57,15 +65,15 @@ struct DeEsserState {
 
 private:
     void read_section(const float *section);
+    // Band-pass and notch of `ch`; the band-pass alpha is formed one of two ways.
+    enum class AlphaForm { kCreation, kWithWidth };
+    void design(int ch, AlphaForm form);
     void process_pair(const float *const *in, float *const *out, int n);
     // Moves gain[ch] towards dry or notch for the band energy measured so far.
     float next_gain(int ch, float energy) const;
     // Ramps channel `ch` from its gain to `target` across the frame, taking its notch
     // output from every fourth float of `notched`.
     void crossfade(int ch, float target, const float *x, const float *notched, float *y, int n);
-    // Band-pass and notch of `ch`; the band-pass alpha is formed one of two ways.
-    enum class AlphaForm { kCreation, kWithWidth };
-    void design(int ch, AlphaForm form);
 };
 
 #endif

@@ -1,8 +1,7 @@
-// Exciter.
+// The exciter's parameter side: the channel blocks, the drive gains and high-passes
+// from them, and the blocks given back (read-back, print-out).
 #include "enhance/exciter.h"
 
-#include <algorithm>
-#include <cmath>
 #include <cstdlib>
 #include <cstring>
 
@@ -13,11 +12,22 @@
 #include "core/record.h"
 #include "core/scale.h"
 #include "core/stage_setup.h"
-#include "dsp/buffer_aliasing.h"
-#include "dsp/repeating_state.h"
 #include "enhance/enhance_log.h"
 #include "filters/biquad.h"
 #include "filters/designer.h"
+
+eqdrc::ExciterSettings eqdrc::ExciterSettings::from_block(const float *block)
+{
+    return {block[kExciterEvenHarmonics], block[kExciterDistortionAmount], block[kExciterCutoff], block[kExciterMix]};
+}
+
+void eqdrc::ExciterSettings::to_block(float *block) const
+{
+    block[kExciterEvenHarmonics] = evenHarmonics;
+    block[kExciterDistortionAmount] = distortionAmount;
+    block[kExciterCutoff] = cutoffHz;
+    block[kExciterMix] = mix;
+}
 
 ExciterState *ExciterState::create(const float *section, int bitDepth, int sampleRate, int channels, int link)
 {
@@ -31,7 +41,7 @@ ExciterState *ExciterState::create(const float *section, int bitDepth, int sampl
     st->read_section(section);
     eqdrc::BitDepthScale scale;
     if (!eqdrc::scale_or_report(eqdrc::site::kExciterInitBitDepth, bitDepth, &scale))
-        return nullptr;  // deliberate: the record is not freed on this path, and callers may rely on it
+        return eqdrc::refuse_keeping_record(st);
     st->fullScale = scale.fullScale;
     // channels < 1 is accepted (and then does nothing): its filters are allocated empty.
     const size_t ch = eqdrc::count_of(channels);
@@ -47,12 +57,10 @@ void ExciterState::read_section(const float *section)
 {
     for (int ch = 0; ch < channels; ch++) {
         const float *p = eqdrc::channel_block(section, ch, link, eqdrc::kExciterChannelWords);
-        evenHarmonics[ch] = p[eqdrc::kExciterEvenHarmonics];
-        distortionAmount[ch] = p[eqdrc::kExciterDistortionAmount];
-        cutoffHz[ch] = p[eqdrc::kExciterCutoff];
-        mix[ch] = p[eqdrc::kExciterMix];
+        settings[ch] = eqdrc::ExciterSettings::from_block(p);
+        const float amount = settings[ch].distortionAmount;
         // Ten to the power of twice the amount (0 -> 1, 0.5 -> 10, 1 -> 100): not a dB law.
-        driveGain[ch] = eqdrc::mathf::powf(eqdrc::mathf::kTen, distortionAmount[ch] + distortionAmount[ch]);
+        driveGain[ch] = eqdrc::mathf::powf(eqdrc::mathf::kTen, amount + amount);
         inverseDriveGain[ch] = 1.0f / driveGain[ch];
     }
 }
@@ -63,175 +71,8 @@ void ExciterState::design()
     for (int ch = 0; ch < channels; ch++) {
         float *in = inputHighCoeffs + ch * eqdrc::kBiquadCoeffs;
         float *out = outputHighCoeffs + ch * eqdrc::kBiquadCoeffs;
-        eqdrc::design_biquad(in, eqdrc::kButterworthHP, fs, cutoffHz[ch], 0.0f, 0.0f);
-        eqdrc::design_biquad(out, eqdrc::kButterworthHP, fs, cutoffHz[ch], 0.0f, 0.0f);
-    }
-}
-
-float ExciterState::Channel::step(Memories &m, float sample) const
-{
-    const float x = sample / fullScale;
-    const float h = eqdrc::biquad_step(inputHigh, m.input, x);
-    const float s = soft_clip((h + offset) * drive);
-    const float z = eqdrc::biquad_step(outputHigh, m.output, s);
-    return (dry * x + wet * z) * fullScale;
-}
-
-ExciterState::Channel ExciterState::channel(int ch) const
-{
-    return {inputHighCoeffs + ch * eqdrc::kBiquadCoeffs,
-            outputHighCoeffs + ch * eqdrc::kBiquadCoeffs,
-            evenHarmonics[ch],
-            driveGain[ch],
-            1.0f - mix[ch],
-            mix[ch] * inverseDriveGain[ch],
-            fullScale};
-}
-
-ExciterState::Memories ExciterState::memories(int ch) const
-{
-    const float *zIn = inputHighState + ch * eqdrc::kBiquadState;
-    const float *zOut = outputHighState + ch * eqdrc::kBiquadState;
-    return {{zIn[0], zIn[1]}, {zOut[0], zOut[1]}};
-}
-
-void ExciterState::keep(int ch, const Memories &m)
-{
-    float *zIn = inputHighState + ch * eqdrc::kBiquadState;
-    float *zOut = outputHighState + ch * eqdrc::kBiquadState;
-    zIn[0] = m.input[0];
-    zIn[1] = m.input[1];
-    zOut[0] = m.output[0];
-    zOut[1] = m.output[1];
-}
-
-// Nothing here depends on frameLen beyond the caller's buffers, so any length is safe.
-void ExciterState::process(const float *const *in, float *const *out, int frameLen)
-{
-    if (channels < 1 || frameLen < 1)
-        return;
-    const bool pair = channels == 2 && eqdrc::pair_runs_as_sequence(in, out, frameLen);
-    if (!pair && !(channels == 1 && eqdrc::reads_stay_ahead(in[0], out[0], frameLen))) {
-        for (int ch = 0; ch < channels; ch++)
-            run_channel(ch, in[ch], out[ch], frameLen);
-        return;
-    }
-    // From here no output lands on an input not yet read, so the constant tail read now
-    // is what the samples will be.  On silence the input high-pass rings down into a
-    // fixed point or short cycle of denormals, and stays there: copied once it repeats.
-    const int from = eqdrc::watched_tail_start(in, channels, frameLen);
-    float held[eqdrc::kExciterMaxChannels] = {};
-    for (int ch = 0; ch < channels && from < frameLen; ch++)
-        held[ch] = in[ch][from];
-    bool active[eqdrc::kExciterMaxChannels] = {true, true};
-    run(in, out, 0, from, active, pair);
-    const auto watch = [&](int t, int watched, int left) {
-        bool done = true;
-        for (int ch = 0; ch < channels; ch++) {
-            if (!active[ch])
-                continue;
-            const Channel c = channel(ch);
-            const float sample = held[ch];
-            Memories m = memories(ch);
-            if (eqdrc::run_until_repeating(m, [&](Memories &z) { return c.step(z, sample); }, out[ch] + t, watched,
-                                           left) == left)
-                active[ch] = false;
-            keep(ch, m);
-            done = done && !active[ch];
-        }
-        return done;
-    };
-    eqdrc::run_watching(from, frameLen, watch, [&](int t, int end) { run(in, out, t, end, active, pair); });
-}
-
-// Samples [from, to) of the active channels, both at once when the buffers allow it.
-void ExciterState::run(const float *const *in, float *const *out, int from, int to, const bool *active, bool pair)
-{
-    if (to <= from)
-        return;
-    if (pair && active[0] && active[1]) {
-        const float *const inPart[2] = {in[0] + from, in[1] + from};
-        float *const outPart[2] = {out[0] + from, out[1] + from};
-        process_pair(inPart, outPart, to - from);
-        return;
-    }
-    for (int ch = 0; ch < channels; ch++)
-        if (active[ch])
-            run_channel(ch, in[ch] + from, out[ch] + from, to - from);
-}
-
-void ExciterState::run_channel(int ch, const float *in, float *out, int n)
-{
-    const Channel c = channel(ch);
-    Memories m = memories(ch);
-    for (int i = 0; i < n; i++)
-        out[i] = c.step(m, in[i]);
-    keep(ch, m);
-}
-
-// Both channels at once in lanes [input filter 0, input filter 1, output filter 0,
-// output filter 1], the output filters two samples behind, fed by the clipper from the
-// input filters' result of two steps before.  The two-step distance lets the pipeline
-// overlap one step's clipper with the next step's filters.  Every lane performs the
-// operations of the loop above.
-void ExciterState::process_pair(const float *const *in, float *const *out, int n)
-{
-    using eqdrc::f32x4;
-    using eqdrc::lanes;
-    constexpr int kBehind = 2;
-    eqdrc::BiquadLanes c;
-    f32x4 z1, z2;
-    for (int lane = 0; lane < eqdrc::kLanes; lane++) {
-        const int ch = lane & 1;
-        const float *coeffs = lane < 2 ? inputHighCoeffs : outputHighCoeffs;
-        const float *state = lane < 2 ? inputHighState : outputHighState;
-        c.set(lane, coeffs + ch * eqdrc::kBiquadCoeffs);
-        z1[lane] = state[ch * eqdrc::kBiquadState];
-        z2[lane] = state[ch * eqdrc::kBiquadState + 1];
-    }
-    const f32x4 scale = eqdrc::splat(fullScale);
-    const f32x4 offset = lanes(evenHarmonics[0], evenHarmonics[1], 0.0f, 0.0f);
-    const f32x4 drive = lanes(driveGain[0], driveGain[1], 0.0f, 0.0f);
-    const f32x4 dry = lanes(1.0f - mix[0], 1.0f - mix[1], 0.0f, 0.0f);
-    const f32x4 wet = lanes(mix[0] * inverseDriveGain[0], mix[1] * inverseDriveGain[1], 0.0f, 0.0f);
-
-    // The input filters' results and the scaled inputs of the last two steps.
-    f32x4 hOlder = eqdrc::splat(0.0f), hNewer = hOlder, xOlder = hOlder, xNewer = hOlder;
-    // Step t: sample t through the input filters, sample t - 2 through the output filters.
-    auto step = [&](int t, const f32x4 x) EQDRC_LANE_LAMBDA {
-        const f32x4 s = soft_clip((hOlder + offset) * drive);
-        const f32x4 h = eqdrc::biquad_step(c, z1, z2, eqdrc::low_pairs(x, s));
-        if (t >= kBehind) {
-            const f32x4 y = (dry * xOlder + wet * eqdrc::widen(eqdrc::upper_pair(h))) * scale;
-            eqdrc::store_lanes(out[0] + t - kBehind, out[1] + t - kBehind, eqdrc::lower_pair(y));
-        }
-        hOlder = hNewer;
-        hNewer = h;
-        xOlder = xNewer;
-        xNewer = x;
-    };
-    // The first and last steps, where one pair of lanes has no sample: its memories stay.
-    auto partial_step = [&](int t) {
-        const bool inputs = t < n, outputs = t >= kBehind && t - kBehind < n;
-        const eqdrc::m32x4 live = eqdrc::mask(inputs, inputs, outputs, outputs);
-        const f32x4 keep1 = z1, keep2 = z2;
-        step(t, inputs ? eqdrc::widen(eqdrc::pair_lanes(in[0][t], in[1][t])) / scale : eqdrc::splat(0.0f));
-        z1 = eqdrc::select(live, z1, keep1);
-        z2 = eqdrc::select(live, z2, keep2);
-    };
-    int t = 0;
-    for (; t < kBehind; t++)
-        partial_step(t);
-    for (; t < n; t++)
-        step(t, eqdrc::widen(eqdrc::pair_lanes(in[0][t], in[1][t])) / scale);
-    for (; t < n + kBehind; t++)
-        partial_step(t);
-
-    for (int lane = 0; lane < eqdrc::kLanes; lane++) {
-        const int ch = lane & 1;
-        float *state = lane < 2 ? inputHighState : outputHighState;
-        state[ch * eqdrc::kBiquadState] = z1[lane];
-        state[ch * eqdrc::kBiquadState + 1] = z2[lane];
+        eqdrc::design_biquad(in, eqdrc::kButterworthHP, fs, settings[ch].cutoffHz, 0.0f, 0.0f);
+        eqdrc::design_biquad(out, eqdrc::kButterworthHP, fs, settings[ch].cutoffHz, 0.0f, 0.0f);
     }
 }
 
@@ -248,13 +89,8 @@ void ExciterState::set_para(const float *section)
 void ExciterState::get_para(float *section) const
 {
     const int n = channels < eqdrc::kExciterMaxChannels ? channels : eqdrc::kExciterMaxChannels;
-    for (int ch = 0; ch < n; ch++) {
-        float *p = section + ch * eqdrc::kExciterChannelWords;
-        p[eqdrc::kExciterEvenHarmonics] = evenHarmonics[ch];
-        p[eqdrc::kExciterDistortionAmount] = distortionAmount[ch];
-        p[eqdrc::kExciterCutoff] = cutoffHz[ch];
-        p[eqdrc::kExciterMix] = mix[ch];
-    }
+    for (int ch = 0; ch < n; ch++)
+        settings[ch].to_block(section + ch * eqdrc::kExciterChannelWords);
 }
 
 int ExciterState::print_para() const
@@ -262,10 +98,11 @@ int ExciterState::print_para() const
     eqdrc::PrintOut out(eqdrc::site::kExciterPrintTitle, "Exciter Param\n");
     for (int ch = 0; ch < channels; ch++) {
         out.heading(eqdrc::site::kExciterPrintChannel, eqdrc::kEquals, "channel", ch);
-        out.value("even_harmonics", evenHarmonics[ch]);
-        out.value("distortion_amount", distortionAmount[ch]);
-        out.value("Cutoff", cutoffHz[ch]);
-        out.value("mix", mix[ch]);
+        const eqdrc::ExciterSettings &s = settings[ch];
+        out.value("even_harmonics", s.evenHarmonics);
+        out.value("distortion_amount", s.distortionAmount);
+        out.value("Cutoff", s.cutoffHz);
+        out.value("mix", s.mix);
     }
     return out.total();
 }

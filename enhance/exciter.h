@@ -20,19 +20,29 @@ constexpr int kExciterChannelWords = 5;
 
 constexpr int kExciterMaxChannels = 2;
 
+// A channel's block as the record holds it.
+struct ExciterSettings {
+    float evenHarmonics;
+    float distortionAmount;
+    float cutoffHz;
+    float mix;
+
+    static ExciterSettings from_block(const float *block);
+    void to_block(float *block) const;
+};
+
 }  // namespace eqdrc
 
+// The parameter side (creation, replacement, read-back, print-out, tear-down) is
+// exciter.cpp; the processing exciter_process.cpp.
 struct ExciterState {
     int32_t bitDepth;
     int32_t sampleRate;
     int32_t channels;
     int32_t link;
-    float evenHarmonics[2];
-    float distortionAmount[2];
-    float cutoffHz[2];
-    float mix[2];
-    float driveGain[2];
-    float inverseDriveGain[2];
+    eqdrc::ExciterSettings settings[eqdrc::kExciterMaxChannels];
+    float driveGain[eqdrc::kExciterMaxChannels];  // from the distortion amount
+    float inverseDriveGain[eqdrc::kExciterMaxChannels];
     float *inputHighCoeffs;   // channels x kBiquadCoeffs
     float *inputHighState;    // channels x kBiquadState
     float *outputHighCoeffs;  // the same design as the input high-pass
@@ -66,6 +76,9 @@ struct ExciterState {
     }
 
 private:
+    void read_section(const float *section);
+    void design();
+
     // One channel's filter memories and the recursion that moves them a sample.
     struct Memories {
         float input[2];
@@ -83,8 +96,6 @@ private:
     void run(const float *const *in, float *const *out, int from, int to, const bool *active, bool pair);
     void run_channel(int ch, const float *in, float *out, int n);
     void process_pair(const float *const *in, float *const *out, int n);
-    void read_section(const float *section);
-    void design();
 };
 
 #endif

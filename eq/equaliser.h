@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "filters/biquad.h"
 #include "tqaudio_eqdrc.h"
 
 namespace eqdrc {
@@ -26,25 +27,40 @@ constexpr float kEqDefaultFc = 1000.0f;
 constexpr float kEqDefaultQ = 1.0f;
 constexpr float kEqDefaultBoost = 0.0f;
 
+// A band's group as the record holds it.
+struct EqBandSettings {
+    int32_t enable;  // counted as written: see EQ10State::read_section
+    int32_t filterType;
+    float fc;
+    float Q;
+    float boost;
+
+    static EqBandSettings from_group(const float *group);
+    void to_group(float *group) const;
+};
+
+// A designed band's section and its memories.
+struct EqSection {
+    float coeffs[kBiquadCoeffs];  // b0, b1, b2, a1, a2
+    float memory[kBiquadState];   // z1, z2
+};
+
 }  // namespace eqdrc
 
-// Band settings are indexed 10 * channel + band.  Coefficient records and memories are
-// packed instead: every enabled band, channel after channel, takes the next slot, and
-// processing walks the slots in the same order, activeBands[c] of them for channel c.
+// Band settings are indexed 10 * channel + band.  Sections are packed instead: every
+// enabled band, channel after channel, takes the next one, and processing walks them in
+// the same order, activeBands[c] of them for channel c.  The parameter side (creation,
+// replacement, read-back, print-out, tear-down) is equaliser.cpp; the processing
+// equaliser_process.cpp.
 struct EQ10State {
     int32_t sampleRate;
     int32_t channels;
     int32_t bitDepth;  // kept; the filters do not depend on it
     int32_t link;
     int32_t frameLen;  // size of the scratch and copy buffers
-    int32_t *enable;
-    int32_t *filterTypes;
-    float *fc;
-    float *Q;
-    float *boost;
-    float *coeffs;       // slot s at [5s, 5s + 5): b0, b1, b2, a1, a2
-    float *memory;       // slot s at [2s, 2s + 2): z1, z2
-    float *activeBands;  // float of the sum of a channel's enable integers
+    eqdrc::EqBandSettings *bands;  // channels x kEqBands
+    eqdrc::EqSection *sections;    // as many as bands
+    float *activeBands;            // float of the sum of a channel's enable integers
     float *scratch;
     float **inputCopy;
     float **outputCopy;
@@ -62,11 +78,11 @@ struct EQ10State {
     void destroy();
 
 private:
-    int slot_count() const;
-    int paired_sections(const float *const *in, const float *const *out, int n) const;
-    void run_pair(int sections, int n);
+    int band_count() const;
     void read_section(const float *section);
-    void design_slots();
+    void design_sections();
+    int paired_sections(const float *const *in, const float *const *out, int n) const;
+    void run_pair(int perChannel, int n);
 };
 
 #endif

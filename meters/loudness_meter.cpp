@@ -10,6 +10,7 @@
 #include "core/log.h"
 #include "core/mathf.h"
 #include "core/numeric.h"
+#include "core/stage_setup.h"
 #include "dsp/lanes.h"
 #include "filters/biquad.h"
 #include "filters/paired_cascade.h"
@@ -95,7 +96,7 @@ Ebur128State *eqdrc::LoudnessMeter::create(int bitDepth, int sampleRate, int cha
     case 32: m->fullScaleDivisor = INT32_MIN; break;
     default:
         eqdrc::log_line(eqdrc::site::kMeterInitBitDepth, "bit_rate is wrong!\n");
-        return nullptr;  // deliberate: the record is not freed on this path, and callers may rely on it
+        return eqdrc::refuse_keeping_record(m);
     }
     m->sampleRate = sampleRate;
     m->channels = channels;

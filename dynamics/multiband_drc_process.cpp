@@ -1,0 +1,420 @@
+// The multi-band compressor's processing: a sample at a time for any band count and
+// buffers, and in lanes for one to four bands (a channel in four, both channels in the
+// AVX2 build's eight).
+#include "dynamics/multiband_drc.h"
+
+#include <limits>
+
+#include "dsp/buffer_aliasing.h"
+#include "dsp/lanes8.h"
+#include "dsp/smoothing.h"
+#include "dynamics/gain_table.h"
+
+namespace {
+
+using eqdrc::drc_slot;
+using eqdrc::kDrcSlotsPerChannel;
+
+}  // namespace
+
+void MultiBandDRCState::process(const float *const *in, float *const *out, int frameLen)
+{
+    if (channels <= 0 || frameLen <= 0)
+        return;
+#if EQDRC_EIGHT_LANES
+    // Both channels at once, where that reads and writes what one after the other would.
+    if (channels == 2 && lanes_ready(0) && lanes_ready(1) && eqdrc::pair_runs_as_sequence(in, out, frameLen)) {
+        process_lanes_stereo(in, out, frameLen);
+        return;
+    }
+#endif
+    for (int c = 0; c < channels; c++) {
+        if (lanes_ready(c) && eqdrc::reads_stay_ahead(in[c], out[c], frameLen))
+            process_lanes(c, in[c], out[c], frameLen);
+        else
+            process_samples(c, in[c], out[c], frameLen);
+    }
+}
+
+// Channel c a sample at a time, every band count and buffer arrangement.
+void MultiBandDRCState::process_samples(int c, const float *in, float *out, int frameLen)
+{
+    eqdrc::DrcChannel &ch = channel[c];
+    CrossoverState *xover = ch.crossover;
+    float *buf = ch.bandBuf;
+    const int count = ch.bandCount;
+    const int bands = bands_with_slots(c);
+    for (int n = 0; n < frameLen; n++) {
+        // A state built without a section has no crossover; its channels sum no bands
+        // and output silence.
+        if (xover != nullptr)
+            xover->process(&in[n], buf);
+        for (int b = 0; b < bands; b++) {
+            const eqdrc::DrcSlotCoefficients &k = coefficients[drc_slot(c, b)];
+            eqdrc::DrcBand &band = ch.band[b];
+            // Make-up gain first: the detector sees the gained band.
+            const float x = buf[b] * k.bandGain;
+            buf[b] = x;
+            if (settings[drc_slot(c, b)].drcEnable == 0)
+                continue;
+            const float e = eqdrc::follow_envelope(x, band.envelope, k.attackCoef, k.releaseCoef);
+            const float level = eqdrc::drc_band_level(e, log10FullScale);
+            const float target =
+                eqdrc::gain_table_lookup(eqdrc::kGainTableLast, band.table, level, k.tableStart, k.tableScale);
+            const float g = eqdrc::smooth_gain(target, band.smoothedGain, k.attackCoef, k.releaseCoef);
+            buf[b] = x * g;
+            band.envelope = e;
+            band.smoothedGain = g;
+        }
+        // Band 3 joins only at exactly four bands.
+        float sum = 0.0f;
+        if (count >= 1)
+            sum = sum + buf[0];
+        if (count >= 2)
+            sum = sum + buf[1];
+        if (count >= 3)
+            sum = sum + buf[2];
+        if (count == 4)
+            sum = sum + buf[3];
+        out[n] = sum;
+    }
+}
+
+namespace {
+
+// Samples per block of the lane forms' passes.
+constexpr int kLaneBlock = 64;
+
+// A channel's outputs over m samples: its bands from lane `first` on, added in band
+// order; band 3 joins only at exactly four bands.  The lane forms run one to four bands;
+// one loop per band count keeps the count out of the loop.
+template <int Count, class T>
+inline T band_sum(T zero, const T *band)
+{
+    T sum = zero + band[0];
+    for (int b = 1; b < Count; b++)
+        sum = sum + band[b];
+    return sum;
+}
+
+template <int Count, int Lanes>
+inline void sum_bands_of(const float (*rows)[Lanes], int first, float *out, int m)
+{
+    int i = 0;
+#if !EQDRC_SCALAR_LANES
+    // Four samples at a time: their rows, transposed, hold a band each.
+    for (; i + eqdrc::kLanes <= m; i += eqdrc::kLanes) {
+        eqdrc::f32x4 b0 = eqdrc::load(rows[i] + first), b1 = eqdrc::load(rows[i + 1] + first),
+                     b2 = eqdrc::load(rows[i + 2] + first), b3 = eqdrc::load(rows[i + 3] + first);
+        eqdrc::transpose(b0, b1, b2, b3);
+        const eqdrc::f32x4 band[] = {b0, b1, b2, b3};
+        eqdrc::store(out + i, band_sum<Count>(eqdrc::splat(0.0f), band));
+    }
+#endif
+    for (; i < m; i++)
+        out[i] = band_sum<Count>(0.0f, rows[i] + first);
+}
+
+template <int Lanes>
+inline void sum_bands(const float (*rows)[Lanes], int first, int count, float *out, int m)
+{
+    switch (count) {
+    case 1:
+        sum_bands_of<1>(rows, first, out, m);
+        break;
+    case 2:
+        sum_bands_of<2>(rows, first, out, m);
+        break;
+    case 3:
+        sum_bands_of<3>(rows, first, out, m);
+        break;
+    default:
+        sum_bands_of<4>(rows, first, out, m);
+        break;
+    }
+}
+
+// One channel's first four bands in lanes: their settings, which lanes are bands and
+// compress, and their memories.
+struct ChannelLanes {
+    eqdrc::f32x4 gain, attack, release;
+    eqdrc::m32x4 bands, dynamic;
+    eqdrc::f32x4 env, smoothed, buf;
+};
+
+ChannelLanes channel_lanes(const MultiBandDRCState &st, int c)
+{
+    const eqdrc::DrcChannel &ch = st.channel[c];
+    const eqdrc::DrcBand *band = ch.band;
+    const int count = ch.bandCount;
+    ChannelLanes l{eqdrc::splat(1.0f),
+                   eqdrc::splat(0.0f),
+                   eqdrc::splat(0.0f),
+                   {},
+                   {},
+                   eqdrc::lanes(band[0].envelope, band[1].envelope, band[2].envelope, band[3].envelope),
+                   eqdrc::lanes(band[0].smoothedGain, band[1].smoothedGain, band[2].smoothedGain, band[3].smoothedGain),
+                   eqdrc::load(ch.bandBuf)};
+    bool on[kDrcSlotsPerChannel] = {};
+    for (int b = 0; b < count; b++) {
+        const int slot = drc_slot(c, b);
+        l.gain[b] = st.coefficients[slot].bandGain;
+        l.attack[b] = st.coefficients[slot].attackCoef;
+        l.release[b] = st.coefficients[slot].releaseCoef;
+        on[b] = st.settings[slot].drcEnable != 0;
+    }
+    l.bands = eqdrc::mask(count >= 1, count >= 2, count >= 3, count >= 4);
+    l.dynamic = eqdrc::mask(on[0], on[1], on[2], on[3]);
+    return l;
+}
+
+// The envelopes and gains of the bands in lanes of V, each lane performing the
+// operations of process_samples.  A lane keeps its current table entry's detector interval
+// [low, high) and gain (target); NaN bounds make the first sample search.
+template <class V, class M>
+struct LaneGains {
+    V gain, attack, release;
+    M bands, dynamic;
+    V env, smoothed, buf;
+    V low, high, target;
+
+    // Gains rows[0, m) in place, calling before(i) first for each sample.  A sample whose
+    // envelope leaves its entry's interval leaves the inner loop for search(moved, e, low,
+    // high, target), which sets those lanes' entries, and re-enters it, so that loop makes
+    // no call.  Every band compressing (the usual tuning) lets a sample skip the selects.
+    template <int W, class Before, class Search>
+    void run(float (*rows)[W], int m, Before &&before, Search &&search)
+    {
+        if (!eqdrc::any(~(bands & dynamic)))
+            run_as<true>(rows, m, before, search);
+        else
+            run_as<false>(rows, m, before, search);
+    }
+
+    // The loop works on local copies, which stay in registers: the rows it stores to
+    // could otherwise be the members it reads.
+    template <bool EveryLane, int W, class Before, class Search>
+    void run_as(float (*rows)[W], int m, Before &before, Search &search)
+    {
+        V env_ = env, smoothed_ = smoothed, buf_ = buf, low_ = low, high_ = high, target_ = target;
+        // The gain smoother's target terms, formed again only when a search moves the target.
+        const V one = eqdrc::broadcast<V>(1.0f), attackRest = one - attack, releaseRest = one - release;
+        V attackTerm = attackRest * target_, releaseTerm = releaseRest * target_;
+        auto finish = [&](float *row, V in, V x, V e) EQDRC_LANE_LAMBDA {
+            const V g = eqdrc::smooth_gain_towards(target_, attackTerm, releaseTerm, smoothed_, attack, release);
+            if constexpr (EveryLane) {
+                buf_ = x * g;
+                env_ = e;
+                smoothed_ = g;
+            } else {
+                buf_ = eqdrc::select(bands, eqdrc::select(dynamic, x * g, x), in);
+                env_ = eqdrc::select(dynamic, e, env_);
+                smoothed_ = eqdrc::select(dynamic, g, smoothed_);
+            }
+            eqdrc::store(row, buf_);
+        };
+        for (int i = 0; i < m;) {
+            V in, x, e;
+            M moved;
+            bool leaves = false;
+            for (; i < m; i++) {
+                before(i);
+                in = eqdrc::load<V>(rows[i]);
+                x = in * gain;
+                e = eqdrc::follow_envelope(x, env_, attack, release);
+                moved = eqdrc::greater_equal(e, high_) | eqdrc::not_greater_equal(e, low_);
+                if constexpr (!EveryLane)
+                    moved = moved & dynamic;
+                if (eqdrc::any(moved)) {
+                    leaves = true;
+                    break;
+                }
+                finish(rows[i], in, x, e);
+            }
+            if (!leaves)
+                break;
+            search(moved, e, low_, high_, target_);
+            attackTerm = attackRest * target_;
+            releaseTerm = releaseRest * target_;
+            finish(rows[i], in, x, e);
+            i++;
+        }
+        env = env_;
+        smoothed = smoothed_;
+        buf = buf_;
+        low = low_;
+        high = high_;
+        target = target_;
+    }
+};
+
+}  // namespace
+
+// Lane `lane` holds band b of channel c: its table entry for the envelope value e, from
+// the slot's level index, which also gives the detector interval [low, high) the entry
+// holds for; a negative or NaN envelope, or an index that failed its check, takes the
+// logarithm, and a NaN `low` makes the next sample search again.
+template <class V>
+inline void MultiBandDRCState::find_entry(int c, int b, int lane, float e, V &low, V &high, V &target) const
+{
+    const eqdrc::DrcSlotCoefficients &k = coefficients[drc_slot(c, b)];
+    const float *table = channel[c].band[b].table;
+    const eqdrc::LevelIndex *index = k.levelIndex;
+    if (e >= 0.0f && index->exact) {
+        const int entry = index->find(e);
+        low[lane] = index->edge[entry];
+        high[lane] = index->edge[entry + 1];
+        target[lane] = table[entry];
+    } else {
+        target[lane] = eqdrc::gain_table_lookup(eqdrc::kGainTableLast, table, eqdrc::drc_band_level(e, log10FullScale),
+                                                k.tableStart, k.tableScale);
+        low[lane] = std::numeric_limits<float>::quiet_NaN();
+    }
+}
+
+// Channel c's band memories back from lanes `first` on.
+template <class V>
+inline void MultiBandDRCState::save_lanes(int c, int first, const V &buf, const V &env, const V &smoothed)
+{
+    eqdrc::DrcChannel &ch = channel[c];
+    const int count = ch.bandCount;
+    const int written = eqdrc::crossover_bands(count - 2);
+    for (int b = 0; b < written; b++)
+        ch.bandBuf[b] = buf[first + b];
+    for (int b = 0; b < count; b++) {
+        ch.band[b].envelope = env[first + b];
+        ch.band[b].smoothedGain = smoothed[first + b];
+    }
+}
+
+// One channel with one to four bands, the bands in lanes [low, high, middle 1,
+// middle 2], each lane performing the operations of process_samples.  The table entry
+// comes from the slot's level index: a lane keeps the detector interval of its current
+// entry and searches only when the envelope leaves it.  A block goes through in three
+// passes (crossover, envelopes and gains, band sums), each a short chain per sample so
+// that the pipeline overlaps many samples; the block is read before it is written, which
+// the caller's buffers allow (reads_stay_ahead).
+void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int frameLen)
+{
+    using eqdrc::f32x4;
+    const int count = channel[c].bandCount;
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const ChannelLanes l = channel_lanes(*this, c);
+    LaneGains<f32x4, eqdrc::m32x4> lanes{l.gain,
+                                         l.attack,
+                                         l.release,
+                                         l.bands,
+                                         l.dynamic,
+                                         l.env,
+                                         l.smoothed,
+                                         l.buf,
+                                         eqdrc::splat(nan),
+                                         eqdrc::splat(nan),
+                                         eqdrc::splat(0.0f)};
+    eqdrc::CrossoverLanes held;
+    held.load(*channel[c].crossover, 0);
+    eqdrc::CrossoverLanes *const split[] = {&held};
+    eqdrc::SkewedCrossover<f32x4> xover(split);
+    float block[kLaneBlock][eqdrc::kLanes];  // the crossover's bands, then the gained bands
+    auto nothing = [](int) {};
+    auto search = [&](eqdrc::m32x4 moved, f32x4 e, f32x4 &low, f32x4 &high, f32x4 &target) {
+        for (int b = 0; b < count; b++) {
+            if (moved[b])
+                find_entry(c, b, b, e[b], low, high, target);
+        }
+    };
+
+    for (int start = 0; start < frameLen; start += kLaneBlock) {
+        const int m = frameLen - start < kLaneBlock ? frameLen - start : kLaneBlock;
+        xover.first(eqdrc::splat(in[start]));
+        for (int i = 1; i < m; i++)
+            eqdrc::store(block[i - 1], xover.step(eqdrc::splat(in[start + i])));
+        eqdrc::store(block[m - 1], xover.last());
+        lanes.run(block, m, nothing, search);
+        sum_bands(block, 0, count, out + start, m);
+    }
+
+    xover.save(split);
+    held.save(*channel[c].crossover, 0);
+    save_lanes(c, 0, lanes.buf, lanes.env, lanes.smoothed);
+}
+
+#if EQDRC_EIGHT_LANES
+// Both channels at once in eight lanes, channel 0's bands in lanes 0-3 and channel 1's
+// in lanes 4-7, each lane performing the operations of process_lanes.  The crossover runs
+// a block ahead of the envelopes and gains, in the same loop: two independent chains per
+// sample that the pipeline overlaps (LaneGains::run).  The band sums follow per block.  A
+// block is read before the block before it is written, which the caller's buffers allow
+// (reads_stay_ahead).
+void MultiBandDRCState::process_lanes_stereo(const float *const *in, float *const *out, int frameLen)
+{
+    using eqdrc::f32x8;
+    using eqdrc::join;
+    constexpr int kLanes8 = 2 * kDrcSlotsPerChannel;
+    const int count[2] = {channel[0].bandCount, channel[1].bandCount};
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const ChannelLanes l = channel_lanes(*this, 0), r = channel_lanes(*this, 1);
+    LaneGains<f32x8, eqdrc::m32x8> lanes{join(l.gain, r.gain),
+                                         join(l.attack, r.attack),
+                                         join(l.release, r.release),
+                                         join(l.bands, r.bands),
+                                         join(l.dynamic, r.dynamic),
+                                         join(l.env, r.env),
+                                         join(l.smoothed, r.smoothed),
+                                         join(l.buf, r.buf),
+                                         eqdrc::splat8(nan),
+                                         eqdrc::splat8(nan),
+                                         eqdrc::splat8(0.0f)};
+    eqdrc::CrossoverLanes x0, x1;
+    x0.load(*channel[0].crossover, 0);
+    x1.load(*channel[1].crossover, 0);
+    eqdrc::CrossoverLanes *const split[] = {&x0, &x1};
+    eqdrc::SkewedCrossover<f32x8> xover(split);
+    // Two blocks: the crossover's bands of the next one, and the current one's bands,
+    // replaced by its gained bands.
+    float blocks[2][kLaneBlock][kLanes8];
+    const float *in0 = in[0], *in1 = in[1];
+    auto search = [&](eqdrc::m32x8 moved, f32x8 e, f32x8 &low, f32x8 &high, f32x8 &target) {
+        for (int lane = 0; lane < kLanes8; lane++) {
+            const int c = lane / kDrcSlotsPerChannel, b = lane % kDrcSlotsPerChannel;
+            if (b < count[c] && moved[lane])
+                find_entry(c, b, lane, e[lane], low, high, target);
+        }
+    };
+
+    // The skewed crossover gives a sample's bands one step later: each block starts with
+    // first() and ends with last().
+    auto sample = [in0, in1](int i) { return eqdrc::join_splat(in0[i], in1[i]); };
+    int current = 0;
+    const int m0 = frameLen < kLaneBlock ? frameLen : kLaneBlock;
+    xover.first(sample(0));
+    for (int i = 1; i < m0; i++)
+        eqdrc::store(blocks[current][i - 1], xover.step(sample(i)));
+    eqdrc::store(blocks[current][m0 - 1], xover.last());
+    for (int start = 0; start < frameLen; start += kLaneBlock) {
+        const int m = frameLen - start < kLaneBlock ? frameLen - start : kLaneBlock;
+        const int next = start + kLaneBlock;
+        const int ahead = frameLen - next < kLaneBlock ? (frameLen > next ? frameLen - next : 0) : kLaneBlock;
+        float(*now)[kLanes8] = blocks[current];
+        float(*later)[kLanes8] = blocks[current ^ 1];
+        if (ahead > 0)
+            xover.first(sample(next));
+        auto crossoverAhead = [&](int i) EQDRC_LANE_LAMBDA {
+            if (i + 1 < ahead)  // ahead <= m: only the last block is short
+                eqdrc::store(later[i], xover.step(sample(next + i + 1)));
+        };
+        lanes.run(now, m, crossoverAhead, search);
+        if (ahead > 0)
+            eqdrc::store(later[ahead - 1], xover.last());
+        sum_bands(now, 0, count[0], out[0] + start, m);
+        sum_bands(now, kDrcSlotsPerChannel, count[1], out[1] + start, m);
+        current ^= 1;
+    }
+
+    xover.save(split);
+    x0.save(*channel[0].crossover, 0);
+    x1.save(*channel[1].crossover, 0);
+    save_lanes(0, 0, lanes.buf, lanes.env, lanes.smoothed);
+    save_lanes(1, kDrcSlotsPerChannel, lanes.buf, lanes.env, lanes.smoothed);
+}
+#endif
