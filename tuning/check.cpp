@@ -8,6 +8,8 @@
 
 namespace eqdrc_tool {
 
+static_assert(kRecordWords == EQDRC_RECORD_WORDS, "the tuning library's record is the library's");
+
 namespace {
 
 // The library's conversion of a record word to an integer: truncation, 0 for NaN.

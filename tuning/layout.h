@@ -10,8 +10,6 @@
 #include <string>
 #include <vector>
 
-#include "tqaudio_eqdrc.h"
-
 namespace eqdrc_tool {
 
 // Every failure the tool reports: one line, already naming the file or field concerned.
@@ -19,7 +17,10 @@ struct Error : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-constexpr int kRecordWords = EQDRC_RECORD_WORDS;
+// The library's record size (EQDRC_RECORD_WORDS; check.cpp asserts they agree). Not taken
+// from its header here: the tool's loudness code includes libebur128's header, whose
+// functions share names with the library's meter.
+constexpr int kRecordWords = 544;
 constexpr size_t kRecordBytes = kRecordWords * 4;
 using Record = std::array<float, kRecordWords>;
 
