@@ -52,6 +52,15 @@ struct Agc {
     void adjust(const DynamicsFormat &format, int channel, const AgcSettings &s);
     void process(const DynamicsFormat &format, const float *const *in, float *const *out, int n);
     void print(const DynamicsFormat &format) const;
+    // Agc_GetCurve: the table's gain at each level; the knee width, or -1 for a channel
+    // without a table.
+    int curve(const DynamicsFormat &format, int ch, const float *levelDb, float *gainDb, int count) const
+    {
+        if (ch < 0 || ch >= format.channels || ch >= kDynamicsMaxChannels)
+            return -1;
+        gain_table_curve_db(gains.tables[ch], tableX0Db[ch], tableScale[ch], levelDb, gainDb, count);
+        return kGainCurveKnee;
+    }
 };
 
 }  // namespace eqdrc

@@ -66,6 +66,13 @@ void MultiBandDRC_DRC_AdjustPara(MultiBandDRCState *st, int ch, int band, int dr
                      release_time, hold_time});
 }
 
+int MultiBandDRC_GetCurve(const MultiBandDRCState *st, int ch, int band, const float *levelDb, float *gainDb,
+                          int count)
+{
+    const eqdrc::FpEnvironment libraryEnvironment;
+    return st != nullptr ? st->curve(ch, band, levelDb, gainDb, count) : -1;
+}
+
 MaximizerState *Maximizer_Init(const float *section, int bitDepth, int sampleRate, int channels, int frameLen,
                                int channelLink)
 {
@@ -125,6 +132,18 @@ void Agc_AdjustPara(MaximizerState *state, int channel, float compress_start, fl
         state->agc.adjust(state->format, channel,
                           {{compress_start, expand_end, noise_threshold, max_gain, max_peak}, attack_time,
                            release_time, hold_time});
+}
+
+int Agc_GetCurve(const MaximizerState *state, int channel, const float *levelDb, float *gainDb, int count)
+{
+    const eqdrc::FpEnvironment libraryEnvironment;
+    return state != nullptr ? state->agc.curve(state->format, channel, levelDb, gainDb, count) : -1;
+}
+
+int Maximizer_GetCurve(const MaximizerState *state, int channel, const float *levelDb, float *gainDb, int count)
+{
+    const eqdrc::FpEnvironment libraryEnvironment;
+    return state != nullptr ? state->limiter.curve(state->format, channel, levelDb, gainDb, count) : -1;
 }
 
 float table_caculate(int knee, float x, float noise_threshold, float expand_end, float compress_start, float max_gain,

@@ -1,5 +1,6 @@
 #include "dynamics/gain_table.h"
 
+#include "core/mathf.h"
 #include "core/numeric.h"
 #include "tqaudio_eqdrc.h"
 
@@ -56,6 +57,12 @@ float gain_table_lookup(int last, const float *table, float level, float x0, flo
     if (index < 0)
         index = 0;
     return table[index];
+}
+
+void gain_table_curve_db(const float *table, float x0, float scale, const float *levelDb, float *gainDb, int count)
+{
+    for (int i = 0; i < count; i++)
+        gainDb[i] = 20.0f * mathf::log10f(gain_table_lookup(kGainTableLast, table, levelDb[i], x0, scale));
 }
 
 }  // namespace eqdrc

@@ -54,6 +54,9 @@ struct CurveSettings {
 float limiter_curve(int knee, float x, float threshold);
 // Nearest entry for `level` (dB); below the grid entry 0, above it entry `last`.
 float gain_table_lookup(int last, const float *table, float level, float x0, float scale);
+// The gain in dB a table gives at each of `count` detector levels: the curve pictures and
+// checks read, so that they need not restate how the table was built.
+void gain_table_curve_db(const float *table, float x0, float scale, const float *levelDb, float *gainDb, int count);
 
 // Where a table's entry 0 sits and how many entries make one dB.
 struct GainTableGrid {

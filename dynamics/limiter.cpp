@@ -54,7 +54,7 @@ void Limiter::build(const DynamicsFormat &format, int ch)
 {
     releaseCoef[ch] = format.frame_coefficient(releaseMs[ch]);
     const float threshold = thresholdDb[ch];
-    const int knee = to_int32((-threshold) + (-threshold) + kKneeBaseDb);
+    const int knee = knee_db(ch);
     float scratch[kGainTableSize];
     float *table = ch < format.channels ? gains.tables[ch] : scratch;
     const GainTableGrid grid = build_gain_table(
@@ -63,6 +63,16 @@ void Limiter::build(const DynamicsFormat &format, int ch)
         makeup[ch]);
     tableX0Db[ch] = grid.x0;
     tableScale[ch] = grid.scale;
+}
+
+int Limiter::knee_db(int ch) const { return to_int32((-thresholdDb[ch]) + (-thresholdDb[ch]) + kKneeBaseDb); }
+
+int Limiter::curve(const DynamicsFormat &format, int ch, const float *levelDb, float *gainDb, int count) const
+{
+    if (ch < 0 || ch >= format.channels || ch >= kDynamicsMaxChannels)
+        return -1;
+    gain_table_curve_db(gains.tables[ch], tableX0Db[ch], tableScale[ch], levelDb, gainDb, count);
+    return knee_db(ch);
 }
 
 void Limiter::adjust(const DynamicsFormat &format, int channel, float threshold, float ceiling, float release)

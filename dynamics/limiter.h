@@ -32,8 +32,12 @@ struct Limiter {
     void process(const DynamicsFormat &format, const float *const *in, float *const *out, int n);
     void to_block(int ch, float *block) const;
     int print(const DynamicsFormat &format) const;
+    // Maximizer_GetCurve: the table's gain at each level; the knee width, or -1 for a
+    // channel without a table.
+    int curve(const DynamicsFormat &format, int ch, const float *levelDb, float *gainDb, int count) const;
 
 private:
+    int knee_db(int ch) const;
     void build(const DynamicsFormat &format, int ch);
 };
 

@@ -326,6 +326,16 @@ void MultiBandDRCState::retune_band(int c, int band, const eqdrc::DrcBandSetting
         build_table(c, band);
 }
 
+int MultiBandDRCState::curve(int ch, int band, const float *levelDb, float *gainDb, int count) const
+{
+    if (ch < 0 || ch >= channels || ch >= eqdrc::kDrcChannels || band < 0 || band >= bands_with_slots(ch) ||
+        channel[ch].band[band].table == nullptr)
+        return -1;
+    const eqdrc::DrcSlotCoefficients &k = coefficients[drc_slot(ch, band)];
+    eqdrc::gain_table_curve_db(channel[ch].band[band].table, k.tableStart, k.tableScale, levelDb, gainDb, count);
+    return eqdrc::kGainCurveKnee;
+}
+
 void MultiBandDRCState::destroy()
 {
     for (int c = 0; c < kDrcChannels; c++) {

@@ -140,6 +140,9 @@ struct MultiBandDRCState {
     int print_para() const;
     void adjust_crossover(int ch, const float corners[eqdrc::kCrossoverCorners]);
     void adjust_band(int ch, int band, const eqdrc::DrcBandSettings &bandSettings);
+    // MultiBandDRC_GetCurve: a band's table gain at each level (its make-up gain, applied
+    // before the detector, not included); the knee width, or -1 for a band not run.
+    int curve(int ch, int band, const float *levelDb, float *gainDb, int count) const;
     void destroy();
 
 private:

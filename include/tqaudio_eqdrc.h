@@ -406,6 +406,16 @@ EQDRC_API void MultiBandDRC_DRC_AdjustPara(MultiBandDRCState *st, int ch, int ba
                                            float gain_dB, float compress_start, float expand_end,
                                            float noise_threshold, float max_gain, float max_peak,
                                            float attack_time, float release_time, float hold_time);
+/**
+ * The static curve of band @p band of channel @p ch, as its gain table holds it: the gain
+ * in dB the band applies at each detector level (dB relative to full scale).  The band's
+ * make-up gain (gain_dB) comes on top; the detector sees the band after it.  For
+ * pictures and checks: real-time safe, changes nothing.
+ * @return the knee width in dB around expand_end and compress_start, or -1 (nothing
+ *         written) for a NULL state or a channel or band the stage does not run.
+ */
+EQDRC_API int MultiBandDRC_GetCurve(const MultiBandDRCState *st, int ch, int band, const float *levelDb,
+                                    float *gainDb, int count);
 /** @} */
 
 /* ===================================================================== */
@@ -440,6 +450,17 @@ EQDRC_API void Agc_Process(MaximizerState *state, float **in, float **out, int f
 EQDRC_API void Agc_AdjustPara(MaximizerState *state, int channel, float compress_start, float expand_end,
                               float noise_threshold, float max_gain, float max_peak, float attack_time,
                               float release_time, float hold_time);
+/** The AGC's static curve for channel @p channel: the gain in dB its table gives at each
+ *  level (dB relative to full scale).  @return the knee width in dB around expand_end
+ *  and compress_start, or -1 (nothing written) for a NULL state or a channel it lacks. */
+EQDRC_API int Agc_GetCurve(const MaximizerState *state, int channel, const float *levelDb, float *gainDb,
+                           int count);
+/** The limiter's static curve for channel @p channel: the gain in dB its table gives at
+ *  each frame peak (dB relative to full scale), make-up included.  @return the knee width
+ *  in dB around max_threshold, or -1 (nothing written) for a NULL state or a channel it
+ *  lacks. */
+EQDRC_API int Maximizer_GetCurve(const MaximizerState *state, int channel, const float *levelDb, float *gainDb,
+                                 int count);
 /** @} */
 
 /* ===================================================================== */

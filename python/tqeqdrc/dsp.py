@@ -29,6 +29,43 @@ def response_db(coeffs, freqs, fs):
     return db
 
 
+# The compressor's bands in its own order (the crossover's outputs): 2 bands are low and
+# high, 3 add middle_1, 4 add middle_2.
+DRC_BAND_NAMES = ("low", "high", "middle_1", "middle_2")
+_SECTION_DRC, _SECTION_MAXIMIZER = 200, 400
+_CURVE_FRAME = 768  # only the stages' time constants depend on it
+
+
+def dynamics_curves(record, channel, levels):
+    """The static curves the record's compressor, AGC and limiter hold for `channel`, read
+    from the library's own gain tables at `levels` (dBFS): {"multiband_drc": [(band name,
+    knee dB, gain dB array), ...], "agc": (knee, gain), "maximizer": (knee, gain)}. The
+    compressor's make-up gain (gain_dB) comes on top of its curves; the limiter's is in."""
+    lib = _lib.lib()
+    rec = np.ascontiguousarray(record, dtype=np.float32)
+    x = np.ascontiguousarray(levels, dtype=np.float32)
+    rate, bits, link, channels = (int(v) if np.isfinite(v) else 0 for v in rec[:4])
+    channels = max(0, min(channels, 2))  # the stages end the process for more than two
+
+    def curve(fn, *args):
+        y = np.empty_like(x)
+        knee = fn(*args, _lib.float_ptr(x), _lib.float_ptr(y), x.size)
+        return (knee, y) if knee >= 0 else None
+
+    out = {}
+    from .chain import quiet_stderr  # the stages report a curve they refuse on standard error
+    with quiet_stderr():
+        drc = lib.MultiBandDRC_Init(_lib.float_ptr(rec[_SECTION_DRC:]), bits, rate, channels, link)
+        mx = lib.Maximizer_Init(_lib.float_ptr(rec[_SECTION_MAXIMIZER:]), bits, rate, channels, _CURVE_FRAME, link)
+    bands = [(name, curve(lib.MultiBandDRC_GetCurve, drc, channel, b)) for b, name in enumerate(DRC_BAND_NAMES)]
+    out["multiband_drc"] = [(name, c[0], c[1]) for name, c in bands if c is not None]
+    lib.MultiBandDRC_Destroy(drc)
+    out["agc"] = curve(lib.Agc_GetCurve, mx, channel)
+    out["maximizer"] = curve(lib.Maximizer_GetCurve, mx, channel)
+    lib.Maximizer_Destroy(mx)
+    return out
+
+
 def table_caculate(knee, x, noise_threshold, expand_end, compress_start, max_gain, max_peak):
     """Expander/compressor curve: output dB for input dB `x` (a number or an array)."""
     f = _lib.lib().table_caculate

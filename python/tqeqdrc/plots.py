@@ -11,10 +11,6 @@ import numpy as np  # noqa: E402
 from . import dsp  # noqa: E402
 from .tuning import as_record, layout  # noqa: E402
 
-GAIN_CURVE_KNEE = 4        # knee width the compressor and AGC tables use
-LIMITER_KNEE_BASE_DB = 6.0
-LIMITER_MAKEUP_TRIM = 0.998  # the limiter's make-up gain is trimmed by this factor
-DRC_BANDS = ("low", "middle_1", "middle_2", "high")  # crossover output order: low, high, mid 1, mid 2
 FIGURE_SIZE = (16, 12)      # inches
 DPI = 80                    # 1280 x 960 pixels
 CROSSOVER_IMPULSE = 16384
@@ -116,20 +112,15 @@ def _plot_eq(ax, f, ch, who, fs):
     _mark_off(ax, [] if on else ["eq10"])
 
 
-def _drc_bands(f, ch):
-    count = f.i("multiband_drc.channels[%d].crossover_band" % ch)
-    return count, [b for b in DRC_BANDS[:max(2, min(count, 4))]]
-
-
 def _plot_crossover(ax, f, ch, who, fs):
     p = "multiband_drc.channels[%d]." % ch
     on = _stage_on(f, "multiband_drc")
-    count, names = _drc_bands(f, ch)
+    count = f.i(p + "crossover_band")
     mode = max(0, min(count - 2, 2))
     corners = [f(p + "low.freq_end"), f(p + "high.freq_start"), f(p + "middle_1.freq_start"),
                f(p + "middle_1.freq_end"), f(p + "middle_2.freq_start"), f(p + "middle_2.freq_end")]
     ir = dsp.crossover_impulse(fs, mode, corners, CROSSOVER_IMPULSE)
-    order = ["low", "high", "middle_1", "middle_2"][:ir.shape[0]]
+    order = dsp.DRC_BAND_NAMES[:ir.shape[0]]
     resp = np.fft.rfft(ir.astype(np.float64), axis=1)
     bins = np.fft.rfftfreq(CROSSOVER_IMPULSE, 1.0 / fs)
     keep = bins >= 20
@@ -150,21 +141,6 @@ def _plot_crossover(ax, f, ch, who, fs):
     _mark_off(ax, [] if on else ["multiband_drc"])
 
 
-GAIN_FLOOR_DB = -60.0        # tables hold no gain below 0.001
-TABLE_HEADROOM_DB = 4.0      # compressor and AGC tables start this far below noise_threshold
-DRC_TABLE_TOP_DB = 0.0
-AGC_TABLE_TOP_DB = 10.0
-LIMITER_TABLE_TOP_DB = 10.0
-
-
-def _as_tabled(curve, x, x0, top):
-    """Output level through a 201-entry table over x0..top: levels outside the grid take the
-    end entries' gains, and no gain goes below the table floor."""
-    xs = np.clip(x, x0, top).astype(np.float32)
-    gain = curve(xs).astype(np.float64) - xs
-    return x + np.maximum(gain, GAIN_FLOOR_DB)
-
-
 def _mark_knees(ax, x, y, spans, colour):
     """Thickens the curve over each knee span and dots its threshold (span centre)."""
     for lo, hi in spans:
@@ -175,9 +151,9 @@ def _mark_knees(ax, x, y, spans, colour):
         ax.plot([centre], [np.interp(centre, x, y)], "o", color=colour, ms=4)
 
 
-def _curve_knees(args):
-    """The expander and compressor knees: GAIN_CURVE_KNEE dB around expand_end and compress_start."""
-    h = GAIN_CURVE_KNEE // 2
+def _curve_knees(knee, args):
+    """The expander and compressor knees: `knee` dB around expand_end and compress_start."""
+    h = knee // 2
     return [(args[1] - h, args[1] + h), (args[2] - h, args[2] + h)]
 
 
@@ -187,20 +163,18 @@ def _curve_args(f, base):
 
 def _plot_drc_curves(ax, f, ch, who):
     p = "multiband_drc.channels[%d]." % ch
-    count, names = _drc_bands(f, ch)
     stage_on = _stage_on(f, "multiband_drc")
     x = np.linspace(-100.0, 0.0, 401, dtype=np.float32)
     ax.plot(x, x, color="0.6", lw=0.8, ls=":", label="unity")
-    for name in names:
+    for name, knee, curve in dsp.dynamics_curves(f.rec, ch, x)["multiband_drc"]:
         args = _curve_args(f, p + name + ".")
         gain = f(p + name + ".gain_dB")
-        y = _as_tabled(lambda v: dsp.table_caculate(GAIN_CURVE_KNEE, v, *args), x,
-                       args[0] - TABLE_HEADROOM_DB, DRC_TABLE_TOP_DB)
+        y = x + curve + gain
         on = f.i(p + name + ".drc_enable") != 0
-        line, = ax.plot(x, y + gain, lw=1.5, ls="-" if on else "--", color=None if stage_on else OFF_COLOUR,
+        line, = ax.plot(x, y, lw=1.5, ls="-" if on else "--", color=None if stage_on else OFF_COLOUR,
                         label="%s (drc_enable %d, gain_dB %g; knees at expand_end %g, compress_start %g)"
                         % (name, int(on), gain, args[1], args[2]))
-        _mark_knees(ax, x, y + gain, _curve_knees(args), line.get_color())
+        _mark_knees(ax, x, y, _curve_knees(knee, args), line.get_color())
     ax.set_title("multiband_drc static curves, %s (output = curve + gain_dB)" % who)
     ax.set_xlabel("input level (dBFS)")
     ax.set_ylabel("output level (dBFS)")
@@ -213,25 +187,24 @@ def _plot_drc_curves(ax, f, ch, who):
 def _plot_agc_limiter(ax, f, ch, who):
     x = np.linspace(-100.0, 10.0, 441, dtype=np.float32)
     ax.plot(x, x, color="0.6", lw=0.8, ls=":", label="unity")
+    curves = dsp.dynamics_curves(f.rec, ch, x)
     a = "agc.channels[%d]." % ch
-    agc_args = _curve_args(f, a)
-    agc = _as_tabled(lambda v: dsp.table_caculate(GAIN_CURVE_KNEE, v, *agc_args), x,
-                     agc_args[0] - TABLE_HEADROOM_DB, AGC_TABLE_TOP_DB)
     agc_on, lim_on = _stage_on(f, "agc"), _stage_on(f, "maximizer")
-    line, = ax.plot(x, agc, lw=1.5, color="tab:blue" if agc_on else OFF_COLOUR,
-                    label="agc (knees at expand_end %g, compress_start %g; max_gain %g, max_peak %g)%s"
-                    % (f(a + "expand_end"), f(a + "compress_start"), f(a + "max_gain"), f(a + "max_peak"),
-                       "" if agc_on else ", off"))
-    _mark_knees(ax, x, agc, _curve_knees(agc_args), line.get_color())
+    if curves["agc"] is not None:
+        knee, gain = curves["agc"]
+        line, = ax.plot(x, x + gain, lw=1.5, color="tab:blue" if agc_on else OFF_COLOUR,
+                        label="agc (knees at expand_end %g, compress_start %g; max_gain %g, max_peak %g)%s"
+                        % (f(a + "expand_end"), f(a + "compress_start"), f(a + "max_gain"), f(a + "max_peak"),
+                           "" if agc_on else ", off"))
+        _mark_knees(ax, x, x + gain, _curve_knees(knee, _curve_args(f, a)), line.get_color())
     m = "maximizer.channels[%d]." % ch
     thr, ceiling = f(m + "max_threshold"), f(m + "ceiling")
-    knee = int(-thr + -thr + LIMITER_KNEE_BASE_DB) if math.isfinite(thr) else 0
-    lim = _as_tabled(lambda v: dsp.max_table_caculate(knee, v, thr), x, 2 * thr - LIMITER_KNEE_BASE_DB,
-                     LIMITER_TABLE_TOP_DB) + (ceiling - thr) + 20 * math.log10(LIMITER_MAKEUP_TRIM)
-    line, = ax.plot(x, lim, lw=1.5, color="tab:orange" if lim_on else OFF_COLOUR,
-                    label="maximizer (knee %d dB around max_threshold %g, ceiling %g)%s"
-                    % (knee, thr, ceiling, "" if lim_on else ", off"))
-    _mark_knees(ax, x, lim, [(thr - (knee >> 1), thr + (knee >> 1))] if knee > 0 else [], line.get_color())
+    if curves["maximizer"] is not None:
+        knee, gain = curves["maximizer"]
+        line, = ax.plot(x, x + gain, lw=1.5, color="tab:orange" if lim_on else OFF_COLOUR,
+                        label="maximizer (knee %d dB around max_threshold %g, ceiling %g)%s"
+                        % (knee, thr, ceiling, "" if lim_on else ", off"))
+        _mark_knees(ax, x, x + gain, [(thr - (knee >> 1), thr + (knee >> 1))] if knee > 0 else [], line.get_color())
     if lim_on:
         ax.axhline(ceiling, color="tab:orange", lw=0.8, ls="--", label="ceiling %g dBFS" % ceiling)
     ax.set_title("agc and maximizer, %s (agc %s, maximizer %s)"

@@ -28,6 +28,19 @@ const char *result(const json &j)
     return g_result.c_str();
 }
 
+// A header word as the library reads it: truncated, 0 for NaN, clamped to `limit`.
+int header_int(float word, int limit)
+{
+    if (!(word > 0.0f))
+        return 0;
+    return word >= static_cast<float>(limit) ? limit : static_cast<int>(word);
+}
+
+constexpr int kSectionDrc = 200, kSectionMaximizer = 400;
+constexpr int kDrcBands = 4;      // curve rows 0..3, in the compressor's band order; then the AGC's and the limiter's
+constexpr int kCurveFrame = 768;  // only the stages' time constants depend on it
+constexpr int kMaxRate = 1 << 20, kMaxBits = 32, kMaxChannels = 2;
+
 json issues_json(const std::vector<Issue> &issues)
 {
     json list = json::array();
@@ -49,6 +62,27 @@ EMSCRIPTEN_KEEPALIVE const char *studio_layout() { return kTuningLayoutJson; }
 EMSCRIPTEN_KEEPALIVE int studio_filter_type_count() { return EQDRC_FILTER_TYPE_COUNT; }
 
 EMSCRIPTEN_KEEPALIVE float *studio_record() { return g_record.data(); }
+
+EMSCRIPTEN_KEEPALIVE int studio_record_words() { return EQDRC_RECORD_WORDS; }
+
+// The static curves the held record's dynamics give `channel` at `count` levels (dBFS),
+// read from the stages' own gain tables: six rows of `count` gains in dB in `out` (the
+// compressor's bands in its order: low, high, middle_1, middle_2; the AGC; the limiter,
+// make-up included) and each row's knee width in `knees` (-1: the row does not exist).
+EMSCRIPTEN_KEEPALIVE void studio_dynamics_curves(int channel, const float *levels, int count, float *out, int *knees)
+{
+    const float *rec = g_record.data();
+    const int rate = header_int(rec[0], kMaxRate), bits = header_int(rec[1], kMaxBits);
+    const int link = header_int(rec[2], 1), channels = header_int(rec[3], kMaxChannels);
+    MultiBandDRCState *drc = MultiBandDRC_Init(rec + kSectionDrc, bits, rate, channels, link);
+    for (int b = 0; b < kDrcBands; b++)
+        knees[b] = MultiBandDRC_GetCurve(drc, channel, b, levels, out + b * count, count);
+    MultiBandDRC_Destroy(drc);
+    MaximizerState *mx = Maximizer_Init(rec + kSectionMaximizer, bits, rate, channels, kCurveFrame, link);
+    knees[kDrcBands] = Agc_GetCurve(mx, channel, levels, out + kDrcBands * count, count);
+    knees[kDrcBands + 1] = Maximizer_GetCurve(mx, channel, levels, out + (kDrcBands + 1) * count, count);
+    Maximizer_Destroy(mx);
+}
 
 EMSCRIPTEN_KEEPALIVE float *studio_adapted() { return g_adapted.data(); }
 

@@ -2,17 +2,10 @@
 // bands and their sum, the crossover bands (impulse responses of the library's
 // crossover), the compressor bands' static curves, and the AGC and limiter curves.
 // Each result is plain data, drawn by plot.js and read by the browser test.
-export const GAIN_CURVE_KNEE = 4;     // knee width the compressor and AGC tables use
-export const LIMITER_KNEE_BASE_DB = 6.0;
-export const LIMITER_MAKEUP_TRIM = 0.998;
-export const GAIN_FLOOR_DB = -60.0;   // tables hold no gain below 0.001
-export const TABLE_HEADROOM_DB = 4.0; // compressor and AGC tables start this far below noise_threshold
-export const DRC_TABLE_TOP_DB = 0.0;
-export const AGC_TABLE_TOP_DB = 10.0;
-export const LIMITER_TABLE_TOP_DB = 10.0;
 export const CROSSOVER_IMPULSE = 4096;
-const DRC_BANDS = ['low', 'middle_1', 'middle_2', 'high'];
-const CROSSOVER_ORDER = ['low', 'high', 'middle_1', 'middle_2']; // the crossover's output order
+// The compressor's bands in its own order, the crossover's outputs' (2 bands: low and high).
+const DRC_BANDS = ['low', 'high', 'middle_1', 'middle_2'];
+const CURVE_ROWS = DRC_BANDS.length + 2;  // then the AGC's and the limiter's curve
 const FREQ_POINTS = 300;
 
 export function freqAxis(fs) {
@@ -101,42 +94,45 @@ export function crossoverCurves(m, f, ch, fs) {
     const first = Math.ceil(20 / binHz);
     const keep = (s) => s.slice(first);
     const freqs = keep(Array.from({ length: CROSSOVER_IMPULSE / 2 + 1 }, (_, i) => i * binHz));
-    return { freqs, count, bands: ir.map((x, b) => ({ name: CROSSOVER_ORDER[b], db: keep(spectrumDb(x)) })),
+    return { freqs, count, bands: ir.map((x, b) => ({ name: DRC_BANDS[b], db: keep(spectrumDb(x)) })),
              sum: keep(spectrumDb(sum)), on: f.i('header.enable.multiband_drc') === 1 };
 }
 
 // Output level through a table over x0..top: levels outside the grid take the end
 // entries' gains, and no gain goes below the table floor.
-function tabled(curve, x, x0, top) {
-    const xs = Math.fround(Math.min(Math.max(x, x0), top));
-    return x + Math.max(curve(xs) - xs, GAIN_FLOOR_DB);
+// The static curves the library's own gain tables hold for channel `ch` at levels `x`:
+// a row of gains (dB) per compressor band, the AGC and the limiter, with the knee widths
+// (-1: that row does not exist).
+function dynamicsCurves(m, ch, x) {
+    const n = x.length, lv = m._malloc(4 * n), out = m._malloc(4 * n * CURVE_ROWS), kn = m._malloc(4 * CURVE_ROWS);
+    try {
+        m.HEAPF32.set(x, lv >> 2);
+        m._studio_dynamics_curves(ch, lv, n, out, kn);
+        const rows = Array.from({ length: CURVE_ROWS }, (_, r) => Array.from(m.HEAPF32.subarray((out >> 2) + r * n, (out >> 2) + (r + 1) * n)));
+        return { rows, knees: Array.from(m.HEAP32.subarray(kn >> 2, (kn >> 2) + CURVE_ROWS)) };
+    } finally { m._free(lv); m._free(out); m._free(kn); }
 }
 
-const curveArgs = (f, base) => ['noise_threshold', 'expand_end', 'compress_start', 'max_gain', 'max_peak'].map((k) => f(base + k));
 const levels = (lo, hi, n) => Array.from({ length: n }, (_, i) => Math.fround(lo + ((hi - lo) * i) / (n - 1)));
+const through = (x, row, knee, extra = 0) => x.map((v, i) => (knee < 0 ? NaN : v + row[i] + extra));
 
 export function drcCurves(m, f, ch) {
     const p = `multiband_drc.channels[${ch}].`;
-    const count = f.i(p + 'crossover_band');
     const x = levels(-100, 0, 201);
-    const bands = DRC_BANDS.slice(0, Math.max(2, Math.min(count, 4))).map((name) => {
-        const a = curveArgs(f, p + name + '.');
-        const gain = f(p + name + '.gain_dB');
-        const y = x.map((v) => tabled((s) => m._table_caculate(GAIN_CURVE_KNEE, s, ...a), v, a[0] - TABLE_HEADROOM_DB, DRC_TABLE_TOP_DB) + gain);
-        return { name, y, on: f.i(p + name + '.drc_enable') !== 0, compressStart: a[2], kneeDb: GAIN_CURVE_KNEE };
+    const { rows, knees } = dynamicsCurves(m, ch, x);
+    const bands = DRC_BANDS.flatMap((name, b) => {
+        if (knees[b] < 0) return [];
+        const y = through(x, rows[b], knees[b], f(p + name + '.gain_dB'));
+        return [{ name, y, on: f.i(p + name + '.drc_enable') !== 0, compressStart: f(p + name + '.compress_start'), kneeDb: knees[b] }];
     });
     return { x, bands, on: f.i('header.enable.multiband_drc') === 1 };
 }
 
 export function agcLimiterCurves(m, f, ch) {
     const x = levels(-100, 10, 221);
-    const a = curveArgs(f, `agc.channels[${ch}].`);
-    const agc = x.map((v) => tabled((s) => m._table_caculate(GAIN_CURVE_KNEE, s, ...a), v, a[0] - TABLE_HEADROOM_DB, AGC_TABLE_TOP_DB));
-    const mp = `maximizer.channels[${ch}].`;
-    const thr = f(mp + 'max_threshold'), ceiling = f(mp + 'ceiling');
-    const knee = Number.isFinite(thr) ? Math.trunc(-thr + -thr + LIMITER_KNEE_BASE_DB) : 0;
-    const trim = 20 * Math.log10(LIMITER_MAKEUP_TRIM);
-    const limiter = x.map((v) => tabled((s) => m._max_table_caculate(knee, s, thr), v, 2 * thr - LIMITER_KNEE_BASE_DB, LIMITER_TABLE_TOP_DB) + (ceiling - thr) + trim);
-    return { x, agc, limiter, agcOn: f.i('header.enable.agc') === 1, limiterOn: f.i('header.enable.maximizer') === 1,
-             compressStart: a[2], threshold: thr };
+    const { rows, knees } = dynamicsCurves(m, ch, x);
+    const agcRow = DRC_BANDS.length, limiterRow = agcRow + 1;
+    return { x, agc: through(x, rows[agcRow], knees[agcRow]), limiter: through(x, rows[limiterRow], knees[limiterRow]),
+             agcOn: f.i('header.enable.agc') === 1, limiterOn: f.i('header.enable.maximizer') === 1,
+             compressStart: f(`agc.channels[${ch}].compress_start`), threshold: f(`maximizer.channels[${ch}].max_threshold`) };
 }

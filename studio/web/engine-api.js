@@ -2,12 +2,12 @@
 // plain functions. Used by the page and by the processing worker alike.
 import createEngine from './engine.js';
 
-export const RECORD_WORDS = 544;
 
 export async function loadEngine() {
     const m = await createEngine({ print: () => {}, printErr: () => {} });
     const text = (ptr) => m.UTF8ToString(ptr);
     const json = (ptr) => JSON.parse(text(ptr));
+    const RECORD_WORDS = m._studio_record_words();
     const recordIndex = m._studio_record() >> 2;
     const adaptedPtr = m._studio_adapted();
     const withString = (s, fn) => {
