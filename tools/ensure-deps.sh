@@ -19,6 +19,10 @@ have xzcat || need+=(xz-utils)
 [ -f /usr/include/nlohmann/json.hpp ] || need+=(nlohmann-json3-dev)
 [ -f /usr/include/sndfile.h ] || need+=(libsndfile1-dev)
 [ -f /usr/include/ebur128.h ] || need+=(libebur128-dev)
+# `eqdrc fit`: Eigen's Levenberg-Marquardt module (the fitting library, fit/) and KissFFT
+# (an impulse response's spectrum)
+[ -f /usr/include/eigen3/unsupported/Eigen/LevenbergMarquardt ] || need+=(libeigen3-dev)
+[ -f /usr/include/kissfft/kiss_fftr.h ] || need+=(libkissfft-dev)
 # the ALSA plugin (plugins/alsa) and its aplay test
 [ -f /usr/include/alsa/pcm_ioplug.h ] || need+=(libasound2-dev)
 have aplay || need+=(alsa-utils)

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "check.h"
+#include "fit_command.h"
 #include "output_file.h"
 #include "process.h"
 #include "stream_rules.h"
@@ -150,6 +151,26 @@ int main(int argc, char **argv)
     processCmd->add_flag("--force", po.force, "write over an input");
     processCmd->footer(kExitStatuses);
 
+    FitCommand fc;
+    CLI::App *fitCmd = app.add_subcommand("fit", "fit the EQ to a measured response and write the tuning");
+    fitCmd->add_option("MEASUREMENT", fc.measurement,
+                       "response as text (REW export, two or three columns, CSV) or an impulse response (WAV)")
+        ->required();
+    fitCmd->add_option("--target", fc.target, "flat, tilt:DB_PER_OCTAVE (around 1 kHz) or a two-column file")
+        ->capture_default_str();
+    fitCmd->add_option("--range", fc.range, "LOW-HIGH Hz fitted; below it the EQ never boosts")->capture_default_str();
+    fitCmd->add_option("--smooth", fc.smooth, "fractional-octave smoothing, 1/N or 0")->capture_default_str();
+    fitCmd->add_option("--bands", fc.bands, "EQ bands to use")->capture_default_str();
+    fitCmd->add_option("--max-boost", fc.maxBoostDb, "dB, for a band and for the whole EQ")->capture_default_str();
+    fitCmd->add_option("--max-cut", fc.maxCutDb, "dB, for a band")->capture_default_str();
+    fitCmd->add_option("--q", fc.q, "LOW-HIGH Q of the peaking bands")->capture_default_str();
+    fitCmd->add_option("--base", fc.base, "tuning whose other stages are kept (default: every stage off)");
+    fitCmd->add_option("--channel", fc.channel, "0, 1 or both")->capture_default_str();
+    fitCmd->add_option("-o,--output", fc.output, "tuning JSON to write")->required();
+    fitCmd->add_option("--report", fc.report, "report JSON to write: deviations before and after, bands, curves");
+    fitCmd->add_flag("--force", fc.force, "write over an input");
+    fitCmd->footer(kExitStatuses);
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success &e) {  // --help, --version
@@ -168,6 +189,10 @@ int main(int argc, char **argv)
             return check(in, frameLen);
         if (*diffCmd)
             return diff(in, second);
+        if (*fitCmd) {
+            run_fit(fc, stderr);
+            return kExitOk;
+        }
         if (*processCmd) {
             ProcessSummary s = process_file(po, stderr);
             print_summary(s, stdout);

@@ -1,0 +1,111 @@
+#include "fit_command.h"
+
+#include <cstdlib>
+#include <unistd.h>
+
+#include "fit_tuning.h"
+#include "impulse_response.h"
+#include "output_file.h"
+#include "tuning.h"
+
+namespace eqdrc_tool {
+namespace {
+
+double number(const std::string &text, const std::string &option)
+{
+    char *end = nullptr;
+    const double v = std::strtod(text.c_str(), &end);
+    if (text.empty() || *end != '\0')
+        throw Error(option + ": \"" + text + "\" is not a number");
+    return v;
+}
+
+// "LOW-HIGH"; the dash is looked for after the first character, so neither may be negative.
+std::pair<double, double> span(const std::string &text, const std::string &option)
+{
+    const size_t dash = text.find('-', 1);
+    if (dash == std::string::npos)
+        throw Error(option + " " + text + ": expected LOW-HIGH");
+    return {number(text.substr(0, dash), option), number(text.substr(dash + 1), option)};
+}
+
+// "1/N" octave, a width in octaves, or 0 for none.
+double octaves(const std::string &text)
+{
+    if (text.rfind("1/", 0) == 0) {
+        const double n = number(text.substr(2), "--smooth");
+        if (n > 0.0)
+            return 1.0 / n;
+    }
+    return number(text, "--smooth");
+}
+
+int channel(const std::string &text)
+{
+    if (text == "both")
+        return eqdrc_fit::kBothChannels;
+    if (text == "0" || text == "1")
+        return text[0] - '0';
+    throw Error("--channel " + text + ": expected 0, 1 or both");
+}
+
+eqdrc_fit::Curve read_measurement(const std::string &path)
+{
+    if (is_sound_file(path))
+        return impulse_response_curve(path);
+    return eqdrc_fit::parse_curve(read_file(path), path);
+}
+
+void write_all(PendingFile &file, const std::string &bytes)
+{
+    size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = ::write(file.fd(), bytes.data() + done, bytes.size() - done);
+        if (n <= 0)
+            throw Error(file.path() + ": cannot write");
+        done += static_cast<size_t>(n);
+    }
+}
+
+}  // namespace
+
+void run_fit(const FitCommand &cmd, FILE *summary)
+{
+    eqdrc_fit::FitOptions o;
+    std::tie(o.lowHz, o.highHz) = span(cmd.range, "--range");
+    std::tie(o.limits.qMin, o.limits.qMax) = span(cmd.q, "--q");
+    o.smoothOctaves = octaves(cmd.smooth);
+    o.limits.bands = cmd.bands;
+    o.limits.maxBoostDb = cmd.maxBoostDb;
+    o.limits.maxCutDb = cmd.maxCutDb;
+    o.channel = channel(cmd.channel);
+
+    std::vector<std::string> inputs = {cmd.measurement};
+    const eqdrc_fit::Target target =
+        eqdrc_fit::is_builtin_target(cmd.target)
+            ? eqdrc_fit::target_from_spec(cmd.target)
+            : eqdrc_fit::target_from_curve(eqdrc_fit::parse_curve(read_file(cmd.target), cmd.target), cmd.target);
+    if (!eqdrc_fit::is_builtin_target(cmd.target))
+        inputs.push_back(cmd.target);
+    if (!cmd.base.empty())
+        inputs.push_back(cmd.base);
+    const Record base = cmd.base.empty() ? eqdrc_fit::neutral_tuning() : read_tuning(cmd.base);
+
+    const eqdrc_fit::FitResult r =
+        eqdrc_fit::fit_tuning(read_measurement(cmd.measurement), cmd.measurement, target, o, base);
+
+    // Both files appear together or neither does.
+    PendingFile tuning(cmd.output, inputs, cmd.force);
+    write_all(tuning, record_to_json_text(r.tuning));
+    std::unique_ptr<PendingFile> report;
+    if (!cmd.report.empty()) {
+        report = std::make_unique<PendingFile>(cmd.report, inputs, cmd.force);
+        write_all(*report, format_json(r.report));
+    }
+    tuning.commit();
+    if (report)
+        report->commit();
+    std::fprintf(summary, "eqdrc: fit: %s\n", r.summary.c_str());
+}
+
+}  // namespace eqdrc_tool

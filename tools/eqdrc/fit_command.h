@@ -1,0 +1,32 @@
+// `eqdrc fit`: the files around the fitting library: the measurement (text or an impulse
+// response), a target file, the base tuning, and the tuning and report written.
+#ifndef EQDRC_TOOL_FIT_COMMAND_H
+#define EQDRC_TOOL_FIT_COMMAND_H
+
+#include <cstdio>
+#include <string>
+
+namespace eqdrc_tool {
+
+// The options as typed; they are read and checked by run_fit.
+struct FitCommand {
+    std::string measurement;
+    std::string target = "flat";  // flat, tilt:DB_PER_OCTAVE or a file
+    std::string range = "80-16000";
+    std::string smooth = "1/6";
+    std::string q = "0.3-6";
+    std::string base;             // empty: the neutral tuning
+    std::string channel = "both";
+    std::string output, report;
+    int bands = 10;
+    double maxBoostDb = 6.0, maxCutDb = 12.0;
+    bool force = false;
+};
+
+// Writes the tuning (and the report) only when everything succeeded; prints the summary
+// line to `summary`. Throws Error with one line naming the file or option otherwise.
+void run_fit(const FitCommand &cmd, FILE *summary);
+
+}  // namespace eqdrc_tool
+
+#endif
