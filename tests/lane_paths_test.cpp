@@ -24,6 +24,7 @@
 #include "dsp/gain_ramp.h"
 #include "dsp/lanes.h"
 #include "dsp/smoothing.h"
+#include "dynamics/multiband_drc.h"
 #include "enhance/bass_shaper.h"
 #include "filters/biquad.h"
 #include "support/test_support.h"
@@ -192,6 +193,60 @@ const StageOps kCompressor = {
         MultiBandDRC_Process(static_cast<MultiBandDRCState *>(st), in, out, n);
     },
     [](void *st) { return MultiBandDRC_Destroy(static_cast<MultiBandDRCState *>(st)); }, 100};
+
+// The compressor's lane forms against its sample-at-a-time loop, which runs where an
+// output starts inside its input: with each output at its input's last sample, the loop
+// reads every input sample as given but the last, which it reads as its own first
+// output; the lanes are fed the same samples. Random band counts per channel, partly
+// disabled bands, and level indices made to fail their check (the lanes then take the
+// logarithm, as the loop always does).
+TEST(LanePaths, CompressorLanesEqualItsSampleLoop)
+{
+    Random r{23};
+    const std::vector<float> reference = eqdrc_test::reference_record();
+    for (int trial = 0; trial < 16; trial++) {
+        std::vector<float> section(reference.begin() + 200, reference.begin() + 400);
+        for (float *block : {section.data(), section.data() + 100}) {
+            block[0] = static_cast<float>(1 + r.below(4));  // bands
+            for (int group : {10, 30, 50, 70}) {
+                block[group + 2] = r.uniform(-6.0f, 6.0f);          // make-up gain
+                block[group + 3] = static_cast<float>(r.below(2));  // dynamics on
+                block[group + 9] = r.uniform(1.0f, 50.0f);          // attack, release
+                block[group + 10] = r.uniform(10.0f, 500.0f);
+            }
+        }
+        const int channels = 1 + trial % 2, n = trial < 8 ? 768 : 37;
+        MultiBandDRCState *lanes = MultiBandDRC_Init(section.data(), 16, kFs, channels, 0);
+        MultiBandDRCState *loop = MultiBandDRC_Init(section.data(), 16, kFs, channels, 0);
+        for (eqdrc::DrcSlotCoefficients &k : lanes->coefficients)
+            if (k.levelIndex != nullptr && r.below(3) == 0)
+                k.levelIndex->exact = false;
+        for (int f = 0; f < 12; f++) {
+            std::vector<float> shared[2], in[2], out[2];
+            float *loopIn[2], *loopOut[2], *inPtr[2], *outPtr[2];
+            for (int c = 0; c < 2; c++) {
+                in[c] = awkward(n, r);
+                shared[c] = in[c];
+                shared[c].resize(2 * n - 1);
+                loopIn[c] = shared[c].data();
+                loopOut[c] = shared[c].data() + n - 1;
+            }
+            MultiBandDRC_Process(loop, loopIn, loopOut, n);
+            for (int c = 0; c < 2; c++) {
+                in[c][n - 1] = loopOut[c][0];
+                out[c].assign(n, 0.0f);
+                inPtr[c] = in[c].data();
+                outPtr[c] = out[c].data();
+            }
+            MultiBandDRC_Process(lanes, inPtr, outPtr, n);
+            for (int c = 0; c < channels; c++)
+                ASSERT_TRUE(same_bits(out[c], std::vector<float>(loopOut[c], loopOut[c] + n)))
+                    << "trial " << trial << " frame " << f << " channel " << c;
+        }
+        MultiBandDRC_Destroy(lanes);
+        MultiBandDRC_Destroy(loop);
+    }
+}
 
 // Caller buffers that overlap: each channel's output one sample into its own input, or
 // channel 1's output over channel 0's input.  A stereo frame must give what the channels
