@@ -9,21 +9,12 @@
 #include "check.h"
 #include "output_file.h"
 #include "stream_rules.h"
+#include "c_text.h"
 #include "tuning.h"
 
 #define RULES_API extern "C" __attribute__((visibility("default")))
 
-namespace {
-
-// Copies `text` with its terminating NUL when it fits; returns the size it needs.
-int deliver(const std::string &text, char *out, size_t size)
-{
-    if (out && text.size() < size)
-        std::memcpy(out, text.c_str(), text.size() + 1);
-    return static_cast<int>(text.size() + 1);
-}
-
-}  // namespace
+using eqdrc_tool::deliver;
 
 // request: {"input", "sample_rate", "channels", "bits", "tuning_name", "bypass": [...], "frame"}.
 // tuning and record: 544 words each. report: {"log": [...], "refusal", "ceiling_dB": [...]}.

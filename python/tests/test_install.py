@@ -2,7 +2,9 @@
 import os
 
 import tqeqdrc
+import numpy as np
 from conftest import BUILD, ROOT, TUNINGS, run, test_signal
+from test_fit import response
 
 
 def clean_env(**extra):
@@ -23,6 +25,7 @@ def test_installed_tool_and_package_find_the_installed_library(tmp_path):
     assert status == 0 and out.startswith("eqdrc 2."), err
 
     tqeqdrc.write_wav(str(tmp_path / "in.wav"), test_signal(1.0), 48000)
+    response(np.geomspace(20, 20000, 100), tmp_path / "m.txt")
     work.mkdir()
     status, out, err = run([venv / "bin" / "python", "-c", "import tqeqdrc; print(tqeqdrc.__file__)"], cwd=work,
                            env=clean_env())
@@ -31,8 +34,11 @@ def test_installed_tool_and_package_find_the_installed_library(tmp_path):
         status, _, err = run([venv / "bin" / "tqeqdrc", "process", "../in.wav", "out.flac", "--tuning",
                               os.path.join(TUNINGS, "music.json")], cwd=work, env=env)
         assert status == 0, err
+        status, _, err = run([venv / "bin" / "tqeqdrc", "fit", "../m.txt", "-o", "t.json"], cwd=work, env=env)
+        assert status == 0 and "10 band(s)" in err, err
         assert (work / "out.flac").stat().st_size > 0
-        (work / "out.flac").unlink()
+        for name in ("out.flac", "t.json"):
+            (work / name).unlink()
     # Without a way to the library: one line that says where to point, and nothing written.
     status, _, err = run([venv / "bin" / "tqeqdrc", "process", "../in.wav", "out.wav"], cwd=work, env=clean_env())
     assert status == 2

@@ -1,6 +1,6 @@
 """Python access to libtqaudio_effect_eqdrc: the chain, its building blocks, tuning files
-(the JSON form of the eqdrc tool), audio files processed as the tool processes them, and
-pictures of a tuning.
+(the JSON form of the eqdrc tool), audio files processed as the tool processes them, the
+EQ fitted to a measured response as `eqdrc fit` fits it, and pictures of a tuning and a fit.
 
     import tqeqdrc
     rec = tqeqdrc.read_tuning("tunings/reference.bin")
@@ -26,6 +26,7 @@ else:
     from .dsp import (FILTER_TYPES, LevelDetector, LoudnessMeter, crossover_impulse, design, max_table_caculate,
                       response_db, short_term_loudness, table_caculate, table_search)
     from .files import OutputError
+    from .fitting import Fit, FitError, fit
     from .process import ProcessError, process_file
     from .tuning import (Layout, TuningError, adapt, format_json, layout, read_tuning, record_from_json,
                          record_to_bytes, record_to_json, write_json, write_record)
@@ -34,4 +35,5 @@ else:
                "design", "max_table_caculate", "response_db", "short_term_loudness", "table_caculate", "table_search", "Layout",
                "TuningError", "adapt", "format_json", "layout", "read_tuning", "record_from_json", "record_to_bytes",
                "record_to_json", "write_json", "write_record", "AudioError", "read_audio", "read_wav", "to_pcm16",
-               "write_audio", "write_wav", "OutputError", "ProcessError", "process_file"]
+               "write_audio", "write_wav", "OutputError", "ProcessError", "process_file",
+               "Fit", "FitError", "fit"]

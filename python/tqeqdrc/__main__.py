@@ -1,4 +1,4 @@
-"""tqeqdrc {plot,process,decompile,compile} ...: the eqdrc tool's commands from Python.
+"""tqeqdrc {plot,process,decompile,compile,fit} ...: the eqdrc tool's commands from Python.
 
 Exit status: 0 success; 1 compile found errors in the tuning; 2 a usage error, an
 unreadable or refused input, or a failed write (nothing is left behind)."""
@@ -39,7 +39,44 @@ def _parser():
     c.add_argument("-o", "--output", required=True)
     c.add_argument("--frame", type=int, default=768, help="frame length the host uses (default 768)")
     c.add_argument("--force", action="store_true", help="write even a record with errors, or over the input")
+    f = sub.add_parser("fit", help="fit the EQ to a measured response and write the tuning, as eqdrc fit does")
+    f.add_argument("measurement", help="response as text (REW export, two or three columns, CSV); an impulse "
+                   "response (WAV) is read by eqdrc fit only")
+    f.add_argument("-o", "--output", required=True, help="tuning JSON to write")
+    f.add_argument("--report", help="report JSON to write: deviations before and after, bands, curves")
+    f.add_argument("--plot", help="PNG of the measurement, the target, the predicted result and each band")
+    f.add_argument("--target", default="flat", help="flat, tilt:DB_PER_OCTAVE (around 1 kHz) or a two-column file")
+    f.add_argument("--range", default="80-16000", help="LOW-HIGH Hz fitted; below it the EQ never boosts")
+    f.add_argument("--smooth", default="1/6", help="fractional-octave smoothing, 1/N or 0")
+    f.add_argument("--bands", type=int, default=10, help="EQ bands to use")
+    f.add_argument("--max-boost", type=float, default=6.0, help="dB, for a band and for the whole EQ")
+    f.add_argument("--max-cut", type=float, default=12.0, help="dB, for a band")
+    f.add_argument("--q", default="0.3-6", help="LOW-HIGH Q of the peaking bands")
+    f.add_argument("--base", help="tuning whose other stages are kept (default: every stage off)")
+    f.add_argument("--channel", default="both", help="0, 1 or both")
+    f.add_argument("--force", action="store_true", help="write over an input")
     return ap
+
+
+def _fit(a):
+    """`eqdrc fit`: both files or neither, then the summary line (and the picture)."""
+    from .files import write_atomic
+    from .fitting import fit, is_builtin_target
+    from .tuning import _write_bytes
+    if a.plot:
+        from . import plots  # before anything is written: matplotlib may be missing
+    done = fit(a.measurement, a.target, a.range, a.smooth, a.bands, a.max_boost, a.max_cut, a.q, a.base, a.channel)
+    inputs = [p for p in (a.measurement, a.base) if p] + ([] if is_builtin_target(a.target) else [a.target])
+
+    def tuning_then_report(tmp):
+        with open(tmp, "wb") as f:
+            f.write(done.tuning_json.encode())
+        if a.report:
+            _write_bytes(a.report, done.report_json.encode(), inputs, a.force)
+    write_atomic(a.output, tuning_then_report, inputs, a.force)
+    print("tqeqdrc: fit: " + done.summary, file=sys.stderr)
+    if a.plot:
+        plots.plot_fit(done.report, a.plot)
 
 
 def _stop(signum, _frame):
@@ -62,6 +99,8 @@ def main(argv=None):
         if a.cmd == "plot":
             from . import plots
             plots.plot_tuning(tuning.read_tuning(a.tuning), a.output, title=os.path.basename(a.tuning))
+        elif a.cmd == "fit":
+            _fit(a)
         elif a.cmd == "decompile":
             sys.stdout.write(tuning.record_to_json_text(tuning.read_tuning(a.tuning)))
         elif a.cmd == "compile":

@@ -7,6 +7,7 @@ import os
 _SOURCE_ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.realpath(__file__))))
 _LIB_NAME = "libtqaudio_effect_eqdrc.so"
 RULES_LIB_NAME = "libtqeqdrc_rules.so"
+FIT_LIB_NAME = "libtqeqdrc_fit.so"
 
 c_float_p = ctypes.POINTER(ctypes.c_float)
 c_float_pp = ctypes.POINTER(c_float_p)
@@ -111,6 +112,7 @@ _RULES_SIGNATURES = [
 
 _lib = None
 _rules = None
+_fit = None
 
 
 def rules():
@@ -124,14 +126,24 @@ def rules():
     return _rules
 
 
-def text_of(call):
+def fit_library():
+    """The loaded fitting library (libtqeqdrc_fit.so), its signature declared."""
+    global _fit
+    if _fit is None:
+        lib()  # the library it links, found as the package finds it, for the loader to reuse
+        handle = load(FIT_LIB_NAME)
+        handle.tqeqdrc_fit.argtypes = [_text, _size, _text, _text, c_float_p, _text, _size]
+        _fit = handle
+    return _fit
+
+
+def text_of(call, size=4096):
     """Calls `call(buffer, size)`, again with a larger buffer when the text did not fit."""
-    size = 4096
     while True:
         buf = ctypes.create_string_buffer(size)
         need = call(buf, size)
         if need < 0:
-            raise ValueError("malformed request to the rules library")
+            raise ValueError("malformed request to the tool's library")
         if need <= size:
             return buf.raw[:need - 1].decode()
         size = need

@@ -102,14 +102,20 @@ def _plot_eq(ax, f, ch, who, fs):
                                                                    f(base + "Q"), f(base + "boost")))
     ax.semilogx(freqs, total, color="k" if on else OFF_COLOUR, lw=2, label="combined")
     ax.set_title("eq10, %s (%s, %d bands)" % (who, "on" if on else "off", drawn))
+    _eq_axes(ax, fs)
+    _mark_off(ax, [] if on else ["eq10"])
+
+
+def _eq_axes(ax, fs, ylabel="magnitude (dB)"):
+    """The EQ pictures' axes: log frequency from 20 Hz to half the sample rate, dB."""
+    ax.set_xscale("log")
     ax.set_xlabel("frequency (Hz)")
-    ax.set_ylabel("magnitude (dB)")
+    ax.set_ylabel(ylabel)
     ax.set_xlim(20, fs / 2)
     _frequency_ticks(ax, fs)
     ax.grid(True, which="both", alpha=0.3)
     # Beside the axes, never over the combined curve.
     ax.legend(fontsize=6, loc="upper left", bbox_to_anchor=(1.01, 1.0), borderaxespad=0.0)
-    _mark_off(ax, [] if on else ["eq10"])
 
 
 def _plot_crossover(ax, f, ch, who, fs):
@@ -314,3 +320,44 @@ def plot_report(pcm_in, pcm_out, sample_rate, out_path, title=None, record=None)
     fig.savefig(out_path, dpi=DPI)
     plt.close(fig)
     return 12 * DPI, 8 * DPI
+
+
+FIT_FIGURE_SIZE = (12, 9)   # inches: 960 x 720 pixels
+
+
+def fit_figure(report, title=None):
+    """The figure plot_fit saves from a fit's report (what `eqdrc fit --report` writes): the
+    smoothed measurement, the target at its level and the predicted result above; each
+    band and the whole EQ below, as in the tuning picture."""
+    fs, c = report["sample_rate"], report["curves"]
+    low, high = report["range_hz"]
+    hz = np.asarray(c["hz"])
+    fig, (top, bottom) = plt.subplots(2, 1, figsize=FIT_FIGURE_SIZE, dpi=DPI, sharex=True)
+    top.plot(hz, c["measured_dB"], color="0.45", lw=1.2, label="measured (%s)" % report["smoothing"])
+    top.plot(hz, c["target_dB"], "--", color="k", lw=1, label="target: %s" % report["target"])
+    top.plot(hz, c["predicted_dB"], color="tab:blue", lw=2, label="predicted with the EQ")
+    for ax in (top, bottom):
+        ax.axvspan(20, low, color="0.9")
+        ax.axvspan(high, fs / 2, color="0.9")
+    for i, (band, curve) in enumerate(zip(report["bands"], c["band_dB"])):
+        bottom.plot(hz, curve, lw=0.9, alpha=0.7, label="bands[%d] %s fc=%g Q=%g boost=%g"
+                    % (i, band["filterTypes"], band["fc"], band["Q"], band["boost"]))
+    bottom.plot(hz, c["eq_dB"], color="k", lw=2, label="combined")
+    before, after = report["before"], report["after"]
+    top.set_title(title or "%s: RMS %.2f -> %.2f dB, max %.2f -> %.2f dB from the target over %g-%g Hz"
+                  % (report["measurement"], before["rms_dB"], after["rms_dB"], before["max_dB"], after["max_dB"],
+                     low, high))
+    bottom.set_title("eq10, %d bands" % len(report["bands"]))
+    _eq_axes(top, fs, "level (dB)")
+    top.set_xlabel("")  # the axis below says it
+    _eq_axes(bottom, fs)
+    fig.tight_layout()
+    return fig
+
+
+def plot_fit(report, out_path, title=None):
+    """One PNG of fit_figure. Returns the figure's pixel size."""
+    fig = fit_figure(report, title)
+    fig.savefig(out_path, dpi=DPI)
+    plt.close(fig)
+    return int(FIT_FIGURE_SIZE[0] * DPI), int(FIT_FIGURE_SIZE[1] * DPI)

@@ -1,7 +1,7 @@
 // The studio's tuning engine: the tool's own tuning code (reading, JSON text, check,
-// adapting to a stream) behind a few C entry points for the page. Results are JSON
-// text owned by the engine until the next call; the record is edited in place by the
-// page through studio_record().
+// adapting to a stream) and the fitting library behind a few C entry points for the page.
+// Results are JSON text owned by the engine until the next call; the record is edited in
+// place by the page through studio_record().
 #include <emscripten/emscripten.h>
 
 #include <string>
@@ -9,6 +9,8 @@
 
 #include "adapt.h"
 #include "check.h"
+#include "fit_tuning.h"
+#include "options.h"
 #include "tuning.h"
 #include "tqaudio_eqdrc.h"
 #include "tuning_layout_text.h"  // generated: kTuningLayoutJson
@@ -126,6 +128,49 @@ EMSCRIPTEN_KEEPALIVE const char *studio_adapt(int sampleRate, int channels, int 
     g_adapted = adapt_tuning(g_record, sampleRate, channels, {}, notes);
     std::vector<Issue> issues = check_tuning(g_adapted, frameLen);
     return result({{"notes", notes}, {"issues", issues_json(issues)}, {"errors", count_errors(issues)}});
+}
+
+// Fits the EQ of the held record to the measurement in `text` (a two- or three-column
+// export), named `name` in messages, as `eqdrc fit --base` does: the same option reader,
+// measurement reader and fit. `request` holds the command's options as it types them,
+// each optional with its default: {"target": "flat" | "tilt:DB_PER_OCTAVE" | a target
+// file's name, "target_text": that file's text, "range": "80-16000", "smooth": "1/6",
+// "q": "0.3-6", "channel": "both", "bands": 10, "max_boost": 6, "max_cut": 12}, and
+// "base": "neutral" to fit onto the tuning `eqdrc fit` takes without --base instead.
+// On success the fitted record replaces the held one (only its eq10 section differs from
+// the base): {"ok":true,"summary":LINE,"report":{...}}, the report as `--report` writes
+// it; otherwise {"ok":false,"error":LINE} with the tool's message, the record unchanged.
+EMSCRIPTEN_KEEPALIVE const char *studio_fit(const char *text, const char *name, const char *request)
+{
+    OrderedJson out;
+    try {
+        const json q = json::parse(request);
+        eqdrc_fit::OptionText options;
+        options.range = q.value("range", options.range);
+        options.smooth = q.value("smooth", options.smooth);
+        options.q = q.value("q", options.q);
+        options.channel = q.value("channel", options.channel);
+        options.bands = q.value("bands", options.bands);
+        options.maxBoostDb = q.value("max_boost", options.maxBoostDb);
+        options.maxCutDb = q.value("max_cut", options.maxCutDb);
+        const std::string target = q.value("target", "flat");
+        const eqdrc_fit::FitOptions fitOptions = eqdrc_fit::read_options(options);
+        const eqdrc_fit::Target t =
+            q.contains("target_text")
+                ? eqdrc_fit::target_from_curve(eqdrc_fit::parse_curve(q.at("target_text").get<std::string>(), target),
+                                               target)
+                : eqdrc_fit::target_from_spec(target);
+        const Record base = q.value("base", "held") == "neutral" ? eqdrc_fit::neutral_tuning() : g_record;
+        eqdrc_fit::FitResult r = eqdrc_fit::fit_tuning(eqdrc_fit::parse_curve(text, name), name, t, fitOptions, base);
+        g_record = r.tuning;
+        out = {{"ok", true}, {"summary", r.summary}};
+        out["report"] = std::move(r.report);  // in the order the tool writes it
+    } catch (const std::exception &e) {  // the tool's one line, or a request the page got wrong
+        out = {{"ok", false}, {"error", e.what()}};
+    }
+    // Messages quote the measurement's lines.
+    g_result = out.dump(-1, ' ', false, OrderedJson::error_handler_t::replace);
+    return g_result.c_str();
 }
 
 }  // extern "C"

@@ -1,7 +1,7 @@
 // The tuning studio in Debian's chromium (headless), driven by puppeteer-core: open a
 // tuning, edit a band and see the check message and the curve change, process a WAV and
-// compare with `eqdrc process`, save JSON and binary and compare with the tool, and
-// refuse bad files with a message. Writes a screenshot into the artifact folder.
+// compare with `eqdrc process`, save JSON and binary and compare with the tool, fit the
+// EQ to a measurement and compare with `eqdrc fit`, and refuse bad files with a message. Writes a screenshot into the artifact folder.
 //   node browser-test.mjs SITE_DIR EQDRC WORK_DIR ARTIFACT_DIR
 import { execFileSync } from 'node:child_process';
 import { existsSync, mkdirSync, mkdtempSync, readFileSync, readdirSync, rmSync, writeFileSync } from 'node:fs';
@@ -57,6 +57,19 @@ async function downloaded(page, click, name) {
     while (!existsSync(path) && Date.now() - t0 < STEP_TIMEOUT_MS) await new Promise((r) => setTimeout(r, 50));
     await new Promise((r) => setTimeout(r, 100));
     return existsSync(path) ? readFileSync(path) : null;
+}
+
+// A speaker's response as a measurement tool exports it: a falling tilt with a bass
+// hump, a dip and a tweeter peak (resonances in log frequency), two columns.
+function speakerText() {
+    const bump = (f, hz, db, octaves) => db * Math.exp(-0.5 * (Math.log2(f / hz) / octaves) ** 2);
+    const lines = ['Freq(Hz) SPL(dB)'];
+    for (let i = 0; i < 400; i++) {
+        const f = 20 * 1000 ** (i / 399);
+        const db = 86 - 0.6 * Math.log2(f / 1000) + bump(f, 140, 5, 0.35) + bump(f, 1200, -4, 0.5) + bump(f, 6000, 3.5, 0.25);
+        lines.push(`${f.toFixed(3)} ${db.toFixed(3)}`);
+    }
+    return lines.join('\n') + '\n';
 }
 
 const same = (a, b) => a && b && Buffer.compare(a, b) === 0;
@@ -177,6 +190,59 @@ try {
     await page.waitForFunction(() => studio.audio && studio.audio.state !== 'processing');
     m = await lastMessage(page);
     check(/48000 Hz.*8000 Hz/.test(m.text) && m.kind !== '', 'an 8 kHz WAV with a 48 kHz tuning: a clear message', m.text);
+
+    // A measurement fitted in the Measurement panel with the tool's options: the EQ fields
+    // fill in, the saved tuning and the report are `eqdrc fit`'s, the predicted curve
+    // follows a hand edit, and a bad measurement gets the tool's message.
+    writeFileSync(join(work, 'speaker.txt'), speakerText());
+    const OPTIONS = { '#fit-tilt': '-0.5', '#fit-range': '60-18000', '#fit-smooth': '1/12', '#fit-bands': '8', '#fit-max-boost': '5' };
+    execFileSync(eqdrc, ['fit', 'speaker.txt', '--base', TUNING, '--target', 'tilt:-0.5', '--range', '60-18000', '--smooth', '1/12',
+                         '--bands', '8', '--max-boost', '5', '-o', 'tool-fit.json', '--report', 'tool-report.json'], { cwd: work, stdio: 'pipe' });
+    const eqFields = () => page.$$eval('#fields [data-path^="eq10.channels"]', (els) => els.map((e) => e.value).join());
+    const eqBefore = await eqFields();
+    await page.select('#fit-target', 'tilt');
+    for (const [sel, v] of Object.entries(OPTIONS)) { await page.click(sel, { clickCount: 3 }); await page.type(sel, v); }
+    await (await page.$('#measurement-file')).uploadFile(join(work, 'speaker.txt'));
+    await page.waitForFunction(() => !document.getElementById('fit').disabled);
+    await page.click('#fit');
+    await page.waitForFunction(() => studio.fit && studio.plots.eq1 && studio.plots.eq1.fit);
+    const fit = await page.evaluate(() => ({ ms: studio.fit.ms, report: studio.fit.report, curves: [studio.plots.eq0.fit, studio.plots.eq1.fit] }));
+    console.log(`     (the fit took ${fit.ms.toFixed(0)} ms in the page)`);
+    check(await eqFields() !== eqBefore && fit.ms < 5000, 'Fit fills in the EQ fields, in under 5 s', `${fit.ms} ms`);
+    const fitted = await downloaded(page, '#save-json', 'music.json');
+    writeFileSync(join(work, 'page-fit.json'), fitted || '');
+    let checked = true;
+    try { execFileSync(eqdrc, ['tuning', 'check', join(work, 'page-fit.json')], { stdio: 'pipe' }); } catch { checked = false; }
+    check(checked, '`eqdrc tuning check` accepts the fitted tuning');
+    check(same(fitted, readFileSync(join(work, 'tool-fit.json'))), 'the fitted tuning is `eqdrc fit`\'s, byte for byte');
+    const toolReport = JSON.parse(readFileSync(join(work, 'tool-report.json'), 'utf8'));
+    check(JSON.stringify(fit.report) === JSON.stringify(toolReport), 'the fit\'s report is `eqdrc fit --report`\'s');
+    const gap = (a, b) => Math.max(...a.map((v, i) => Math.abs(v - b[i])));
+    const off = fit.curves.map((c) => gap(c.predicted.map((v, i) => v - c.measured[i]), toolReport.curves.eq_dB));
+    check(Math.max(...off) < 0.002, 'both channels\' plots show the predicted result of the fitted EQ', off.join(', '));
+    const b0 = 'eq10.channels[0].bands[0]';
+    const [fc0, boost0] = await page.evaluate((p) => [p + '.fc', p + '.boost'].map((k) => Number(document.querySelector(`#fields [data-path="${k}"]`).value)), b0);
+    const redrawsBefore = await page.evaluate(() => studio.redraws);
+    await page.click(`#fields [data-path="${b0}.boost"]`, { clickCount: 3 });
+    await page.type(`#fields [data-path="${b0}.boost"]`, String(boost0 + 3));
+    await page.waitForFunction((n) => studio.redraws > n, {}, redrawsBefore);
+    const live = await page.evaluate(() => studio.plots.eq0.fit.predicted);
+    const atFc = toolReport.curves.hz.reduce((best, f, i, hz) => (Math.abs(Math.log(f / fc0)) < Math.abs(Math.log(hz[best] / fc0)) ? i : best), 0);
+    const rise = live[atFc] - fit.curves[0].predicted[atFc];
+    check(rise > 1 && rise < 3.01, 'the predicted curve follows a band edited by hand', `${rise.toFixed(3)} dB at ${fc0} Hz after +3 dB`);
+    await page.screenshot({ path: join(artifacts, 'studio-fit.png') });
+
+    writeFileSync(join(work, 'bad.txt'), speakerText().replace(/\n20\.[0-9]+ /, '\n25000 '));
+    let fitError = '';
+    try {
+        execFileSync(eqdrc, ['fit', 'bad.txt', '-o', 'bad.json'], { cwd: work, encoding: 'utf8', stdio: 'pipe' });
+    } catch (e) { fitError = e.stderr.trim().replace(/^eqdrc: /, ''); }
+    await (await page.$('#measurement-file')).uploadFile(join(work, 'bad.txt'));
+    await page.waitForFunction(() => document.getElementById('measurement-name').textContent === 'bad.txt');
+    await page.click('#fit');
+    await page.waitForFunction(() => studio.messages.at(-1).kind === 'error');
+    m = await lastMessage(page);
+    check(fitError !== '' && m.text === fitError, 'a bad measurement: the tool\'s message', `page "${m.text}", tool "${fitError}"`);
     check(await page.evaluate(() => 1 + 1) === 2, 'the page still answers');
     await page.screenshot({ path: join(artifacts, 'studio-last.png') });
 } catch (e) {

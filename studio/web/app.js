@@ -1,7 +1,7 @@
 // The tuning studio page: a tuning opened from a file, every field editable by name
-// with the tool's check messages beside it, curves redrawn as fields change, audio
-// processed by the library in a worker and played A/B, and the tuning saved as the
-// tool writes it.
+// with the tool's check messages beside it, curves redrawn as fields change, the EQ
+// fitted to a measurement, audio processed by the library in a worker and played A/B,
+// and the tuning saved as the tool writes it.
 import { loadEngine } from './engine-api.js';
 import { layoutFields } from './fields.js';
 import { writeWav } from './wav.js';
@@ -9,6 +9,7 @@ import { $, download, message, page, studio } from './page.js';
 import { buildEditor, runCheck, showValues } from './editor.js';
 import { drawCurves, endDrag, moveDrag, startDrag } from './pictures.js';
 import { openAudio, startWorker } from './listen.js';
+import { MEASUREMENT_EXTENSIONS, openMeasurement, setupMeasurement } from './measure.js';
 import { toggleAB, togglePlay } from './player.js';
 
 const AUDIO_EXTENSIONS = /\.(wav|flac|ogg|oga|mp3|m4a|aac|opus|webm)$/i;
@@ -61,6 +62,7 @@ async function openFile(file) {
     const buf = await file.arrayBuffer();
     const isAudio = AUDIO_EXTENSIONS.test(file.name) || (file.type.startsWith('audio/'));
     if (isAudio) await openAudio(file.name, buf);
+    else if (MEASUREMENT_EXTENSIONS.test(file.name)) openMeasurement(file.name, new TextDecoder().decode(buf));
     else openTuning(file.name, new Uint8Array(buf));
 }
 
@@ -74,6 +76,7 @@ async function main() {
     buildEditor(layoutFields(JSON.parse(page.engine.layoutText())));
     page.changed = refresh;
     startWorker();
+    setupMeasurement((file) => file.text());
     // Cleared after each file, so that opening the same file again reads it again.
     for (const id of ['tuning-file', 'audio-file']) {
         $(id).addEventListener('change', async (e) => {

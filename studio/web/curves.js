@@ -17,8 +17,8 @@ export function activeChannels(f) {
     return f.i('header.channel_link') !== 0 || f.i('header.channels') < 2 ? [0] : [0, 1];
 }
 
-export function eqCurves(m, f, ch, fs) {
-    const freqs = freqAxis(fs);
+// At `freqs` (the plot's axis unless given).
+export function eqCurves(m, f, ch, fs, freqs = freqAxis(fs)) {
     const total = new Array(freqs.length).fill(0);
     const bands = [];
     // The library designs each band and gives its response: the page restates neither.

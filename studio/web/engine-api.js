@@ -40,6 +40,10 @@ export async function loadEngine() {
         },
         check: (frameLen) => json(m._studio_check(frameLen)),
         adapt: (rate, channels, frameLen) => json(m._studio_adapt(rate, channels, frameLen)),
+        // Fits the held record's EQ to a measurement's text, as `eqdrc fit` does (options:
+        // engine.cpp's studio_fit): {ok, summary, report} or {ok: false, error}.
+        fit: (text, name, options) => withString(text, (t) => withString(name, (n) =>
+            withString(JSON.stringify(options), (o) => json(m._studio_fit(t, n, o))))),
         adaptedPtr,
     };
 }

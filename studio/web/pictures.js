@@ -4,6 +4,7 @@ import { $, message, page, reader, studio } from './page.js';
 import * as curves from './curves.js';
 import { drawPlot } from './plot.js';
 import { setField } from './editor.js';
+import { fitCurves } from './measure.js';
 
 const FREQ_TICKS = [20, 50, 100, 200, 500, 1000, 2000, 5000, 10000, 20000];
 function canvasFor(key) {
@@ -42,7 +43,11 @@ export function drawCurves() {
             const stack = m.stackSave();
             try {
                 const eq = curves.eqCurves(m, f, ch, fs);
+                eq.fit = fitCurves(m, f, ch, fs);
                 plots[`eq${ch}`] = eq;
+                const fit = eq.fit ? [{ x: eq.fit.hz, y: eq.fit.measured, color: '#999', width: 1.2, label: 'measurement' },
+                                      { x: eq.fit.hz, y: eq.fit.target, color: '#2ca02c', dash: true, label: 'target' },
+                                      { x: eq.fit.hz, y: eq.fit.predicted, color: '#d62728', width: 2, label: 'predicted' }] : [];
                 const eqCanvas = keep(`eq${ch}`);
                 eqCanvas.dataset.channel = String(ch);
                 eqCanvas.setAttribute('aria-label', `EQ response of channel ${ch}; drag a band to move its fc and boost`);
@@ -50,7 +55,7 @@ export function drawCurves() {
                     title: `eq10.channels[${ch}]`, xlog: true, xlim: [20, fs / 2], ylim: [-24, 24], ystep: 6,
                     xticks: FREQ_TICKS.filter((t) => t <= fs / 2), grey: !eq.on,
                     series: [...eq.bands.map((b) => ({ x: eq.freqs, y: b.db, label: `bands[${b.band}]`, width: 0.9 })),
-                             { x: eq.freqs, y: eq.total, color: '#000', width: 2, label: 'sum' }],
+                             { x: eq.freqs, y: eq.total, color: '#000', width: 2, label: 'sum' }, ...fit],
                     points: eq.bands.map((b) => ({ x: b.fc, y: b.boost })),
                 }));
                 const xo = curves.crossoverCurves(m, f, ch, fs);

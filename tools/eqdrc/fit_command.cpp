@@ -1,6 +1,5 @@
 #include "fit_command.h"
 
-#include <cstdlib>
 #include <unistd.h>
 
 #include "fit_tuning.h"
@@ -10,44 +9,6 @@
 
 namespace eqdrc_tool {
 namespace {
-
-double number(const std::string &text, const std::string &option)
-{
-    char *end = nullptr;
-    const double v = std::strtod(text.c_str(), &end);
-    if (text.empty() || *end != '\0')
-        throw Error(option + ": \"" + text + "\" is not a number");
-    return v;
-}
-
-// "LOW-HIGH"; the dash is looked for after the first character, so neither may be negative.
-std::pair<double, double> span(const std::string &text, const std::string &option)
-{
-    const size_t dash = text.find('-', 1);
-    if (dash == std::string::npos)
-        throw Error(option + " " + text + ": expected LOW-HIGH");
-    return {number(text.substr(0, dash), option), number(text.substr(dash + 1), option)};
-}
-
-// "1/N" octave, a width in octaves, or 0 for none.
-double octaves(const std::string &text)
-{
-    if (text.rfind("1/", 0) == 0) {
-        const double n = number(text.substr(2), "--smooth");
-        if (n > 0.0)
-            return 1.0 / n;
-    }
-    return number(text, "--smooth");
-}
-
-int channel(const std::string &text)
-{
-    if (text == "both")
-        return eqdrc_fit::kBothChannels;
-    if (text == "0" || text == "1")
-        return text[0] - '0';
-    throw Error("--channel " + text + ": expected 0, 1 or both");
-}
 
 eqdrc_fit::Curve read_measurement(const std::string &path)
 {
@@ -71,14 +32,7 @@ void write_all(PendingFile &file, const std::string &bytes)
 
 void run_fit(const FitCommand &cmd, FILE *summary)
 {
-    eqdrc_fit::FitOptions o;
-    std::tie(o.lowHz, o.highHz) = span(cmd.range, "--range");
-    std::tie(o.limits.qMin, o.limits.qMax) = span(cmd.q, "--q");
-    o.smoothOctaves = octaves(cmd.smooth);
-    o.limits.bands = cmd.bands;
-    o.limits.maxBoostDb = cmd.maxBoostDb;
-    o.limits.maxCutDb = cmd.maxCutDb;
-    o.channel = channel(cmd.channel);
+    const eqdrc_fit::FitOptions o = eqdrc_fit::read_options(cmd);
 
     std::vector<std::string> inputs = {cmd.measurement};
     const eqdrc_fit::Target target =

@@ -6,20 +6,17 @@
 #include <cstdio>
 #include <string>
 
+#include "options.h"
+
 namespace eqdrc_tool {
 
-// The options as typed; they are read and checked by run_fit.
-struct FitCommand {
+// The options as typed (the fit's own from the fitting library, which reads them); they
+// are read and checked by run_fit.
+struct FitCommand : eqdrc_fit::OptionText {
     std::string measurement;
     std::string target = "flat";  // flat, tilt:DB_PER_OCTAVE or a file
-    std::string range = "80-16000";
-    std::string smooth = "1/6";
-    std::string q = "0.3-6";
     std::string base;             // empty: the neutral tuning
-    std::string channel = "both";
     std::string output, report;
-    int bands = 10;
-    double maxBoostDb = 6.0, maxCutDb = 12.0;
     bool force = false;
 };
 
