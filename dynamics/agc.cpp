@@ -130,11 +130,7 @@ void Agc::print(const DynamicsFormat &format) const
     for (int ch = 0; ch < format.channels; ch++) {
         const AgcSettings &s = settings[ch];
         out.heading(site::kAgcPrintChannel, kDashes, "channel", ch);
-        out.value("compress_start", s.curve.compressStartDb);
-        out.value("expand_end", s.curve.expandEndDb);
-        out.value("noise_threshold", s.curve.noiseThresholdDb);
-        out.value("max_gain", s.curve.maxGainDb);
-        out.value("max_peak", s.curve.maxPeakDb);
+        s.curve.print(out);
         out.value("attack_time", s.attackMs);
         out.value("release_time", s.releaseMs);
         out.precise("hold_time", s.holdMs);

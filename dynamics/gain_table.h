@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "core/mathf.h"
+#include "core/print_out.h"
 
 namespace eqdrc {
 
@@ -25,6 +26,16 @@ struct CurveSettings {
     float noiseThresholdDb;
     float maxGainDb;
     float maxPeakDb;
+
+    // Its five lines of a parameter print-out, in section order.
+    void print(PrintOut &out) const
+    {
+        out.value("compress_start", compressStartDb);
+        out.value("expand_end", expandEndDb);
+        out.value("noise_threshold", noiseThresholdDb);
+        out.value("max_gain", maxGainDb);
+        out.value("max_peak", maxPeakDb);
+    }
 
     // The curve's output level in dB for `x` dB in.
     float level_db(float x) const

@@ -257,11 +257,7 @@ int MultiBandDRCState::print_para() const
             out.value("freq_end", s.freqEndHz);
             out.value("gain_dB", s.gainDb);
             out.value("drc_enable", s.drcEnable);
-            out.value("compress_start", s.curve.compressStartDb);
-            out.value("expand_end", s.curve.expandEndDb);
-            out.value("noise_threshold", s.curve.noiseThresholdDb);
-            out.value("max_gain", s.curve.maxGainDb);
-            out.value("max_peak", s.curve.maxPeakDb);
+            s.curve.print(out);
             out.value("attack_time", s.attackMs);
             out.value("release_time", s.releaseMs);
             out.value("hold_time", s.holdMs);

@@ -40,34 +40,19 @@ FIT_API int tqeqdrc_fit(const char *measurement, size_t length, const char *name
                         const float *base, char *result, size_t size)
 {
     using namespace eqdrc_tool;
-    eqdrc_fit::OptionText text;
-    std::string target;
-    const std::string *targetText = nullptr;
-    nlohmann::json asked;
+    if (!measurement || !name)
+        return -1;
+    eqdrc_fit::FitRequest asked;
     try {
-        asked = nlohmann::json::parse(request);
-        target = asked.value("target", "flat");
-        text.range = asked.value("range", text.range);
-        text.smooth = asked.value("smooth", text.smooth);
-        text.q = asked.value("q", text.q);
-        text.channel = asked.value("channel", text.channel);
-        text.bands = asked.value("bands", text.bands);
-        text.maxBoostDb = asked.value("max_boost", text.maxBoostDb);
-        text.maxCutDb = asked.value("max_cut", text.maxCutDb);
-        if (asked.contains("target_text"))
-            targetText = asked.at("target_text").get_ptr<const std::string *>();
-        if (!measurement || !name || (asked.contains("target_text") && !targetText))
-            return -1;
+        asked = eqdrc_fit::FitRequest::from_json(nlohmann::json::parse(request));
     } catch (const std::exception &) {
         return -1;
     }
 
     nlohmann::json doc;
     try {
-        const eqdrc_fit::FitOptions options = eqdrc_fit::read_options(text);
-        const eqdrc_fit::Target t = targetText ? eqdrc_fit::target_from_curve(
-                                                     eqdrc_fit::parse_curve(*targetText, target), target)
-                                               : eqdrc_fit::target_from_spec(target);
+        const eqdrc_fit::FitOptions options = eqdrc_fit::read_options(asked.options);
+        const eqdrc_fit::Target t = asked.read_target();
         Record rec = eqdrc_fit::neutral_tuning();
         if (base)
             std::memcpy(rec.data(), base, kRecordBytes);

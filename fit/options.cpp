@@ -62,4 +62,27 @@ FitOptions read_options(const OptionText &text)
     return o;
 }
 
+FitRequest FitRequest::from_json(const nlohmann::json &q)
+{
+    FitRequest r;
+    OptionText &o = r.options;
+    o.range = q.value("range", o.range);
+    o.smooth = q.value("smooth", o.smooth);
+    o.q = q.value("q", o.q);
+    o.channel = q.value("channel", o.channel);
+    o.bands = q.value("bands", o.bands);
+    o.maxBoostDb = q.value("max_boost", o.maxBoostDb);
+    o.maxCutDb = q.value("max_cut", o.maxCutDb);
+    r.target = q.value("target", r.target);
+    r.targetFromText = q.contains("target_text");
+    if (r.targetFromText)
+        r.targetText = q.at("target_text").get<std::string>();
+    return r;
+}
+
+Target FitRequest::read_target() const
+{
+    return targetFromText ? target_from_curve(parse_curve(targetText, target), target) : target_from_spec(target);
+}
+
 }  // namespace eqdrc_fit

@@ -4,9 +4,11 @@
 #ifndef EQDRC_FIT_OPTIONS_H
 #define EQDRC_FIT_OPTIONS_H
 
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "fit_tuning.h"
+#include "target.h"
 
 namespace eqdrc_fit {
 
@@ -23,6 +25,22 @@ struct OptionText {
 // Throws eqdrc_tool::Error naming the option for a text not of its form; whether the
 // values are within limits is fit_tuning's check.
 FitOptions read_options(const OptionText &text);
+
+// A fit asked for in JSON (the C interface's and the studio's requests): the options by
+// the command's names ("range", "smooth", "q", "channel", "bands", "max_boost",
+// "max_cut"), each defaulting to the command's, and the target: "target" (flat, tilt:X,
+// or a target file's name) with "target_text", the file's text, when it is a file.
+struct FitRequest {
+    OptionText options;
+    std::string target = "flat";
+    bool targetFromText = false;
+    std::string targetText;
+
+    // Throws nlohmann::json's errors for a value of the wrong type.
+    static FitRequest from_json(const nlohmann::json &request);
+    // The target it names, with the command's messages.
+    Target read_target() const;
+};
 
 }  // namespace eqdrc_fit
 

@@ -145,21 +145,9 @@ EMSCRIPTEN_KEEPALIVE const char *studio_fit(const char *text, const char *name, 
     OrderedJson out;
     try {
         const json q = json::parse(request);
-        eqdrc_fit::OptionText options;
-        options.range = q.value("range", options.range);
-        options.smooth = q.value("smooth", options.smooth);
-        options.q = q.value("q", options.q);
-        options.channel = q.value("channel", options.channel);
-        options.bands = q.value("bands", options.bands);
-        options.maxBoostDb = q.value("max_boost", options.maxBoostDb);
-        options.maxCutDb = q.value("max_cut", options.maxCutDb);
-        const std::string target = q.value("target", "flat");
-        const eqdrc_fit::FitOptions fitOptions = eqdrc_fit::read_options(options);
-        const eqdrc_fit::Target t =
-            q.contains("target_text")
-                ? eqdrc_fit::target_from_curve(eqdrc_fit::parse_curve(q.at("target_text").get<std::string>(), target),
-                                               target)
-                : eqdrc_fit::target_from_spec(target);
+        const eqdrc_fit::FitRequest asked = eqdrc_fit::FitRequest::from_json(q);
+        const eqdrc_fit::FitOptions fitOptions = eqdrc_fit::read_options(asked.options);
+        const eqdrc_fit::Target t = asked.read_target();
         const Record base = q.value("base", "held") == "neutral" ? eqdrc_fit::neutral_tuning() : g_record;
         eqdrc_fit::FitResult r = eqdrc_fit::fit_tuning(eqdrc_fit::parse_curve(text, name), name, t, fitOptions, base);
         g_record = r.tuning;
