@@ -34,6 +34,24 @@ void BM_AudioPostProcess(benchmark::State &state)
 }
 BENCHMARK(BM_AudioPostProcess);
 
+// Reading the meters after a frame: the output peaks and the stages' gains in dB.
+void BM_AudioPostGetMeters(benchmark::State &state)
+{
+    std::vector<float> record;
+    if (!load_record(state, &record))
+        return;
+    AudioPostState *chain = quietly([&] { return AudioPost_Init(record.data(), kFrame); });
+    std::vector<int16_t> frame = music_like(1);
+    AudioPost_Process(chain, frame.data(), frame.data(), 0, kFrame);
+    AudioPostMeters meters;
+    for (auto _ : state) {
+        AudioPost_GetMeters(chain, &meters);
+        benchmark::DoNotOptimize(meters);
+    }
+    AudioPost_Destroy(chain);
+}
+BENCHMARK(BM_AudioPostGetMeters);
+
 // What every exported call pays to compute in the library's own floating-point
 // environment: saving the caller's, setting the library's, putting the caller's back.
 void BM_FpEnvironmentSwitch(benchmark::State &state)

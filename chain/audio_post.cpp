@@ -15,6 +15,9 @@
 #include "core/record.h"
 #include "core/scale.h"
 #include "core/stage_setup.h"
+#include "dynamics/maximizer.h"
+#include "dynamics/multiband_drc.h"
+#include "enhance/auto_gain.h"
 #include "eq/equaliser.h"
 
 using namespace eqdrc;
@@ -36,6 +39,22 @@ void print_version_error(LogSite site, float word)
 {
     log_line(site, "%s - The Version(%.f) of Tuning Tool is Wrong, you should use version %.2f!\n", site.function, static_cast<double>(word), static_cast<double>(kToolVersion));
 }
+
+// A linear level or gain in dB, held at the meters' floor (which takes zero and NaN too).
+float meter_db(float linear)
+{
+    const float db = 20.0f * mathf::log10f(linear);
+    return db >= EQDRC_METER_FLOOR_DB ? db : EQDRC_METER_FLOOR_DB;
+}
+
+static_assert(sizeof(AudioPostMeters) == 88, "the meters are a fixed layout hosts copy whole");
+static_assert(stage_bit(kStageAutoGain) == EQDRC_STAGE_AUTO_GAIN &&
+                  stage_bit(kStageBassEnhancer) == EQDRC_STAGE_BASS_ENHANCER &&
+                  stage_bit(kStageExciter) == EQDRC_STAGE_EXCITER && stage_bit(kStageDeEsser) == EQDRC_STAGE_DE_ESSER &&
+                  stage_bit(kStageEq10) == EQDRC_STAGE_EQ10 &&
+                  stage_bit(kStageMultiBandDrc) == EQDRC_STAGE_MULTIBAND_DRC &&
+                  stage_bit(kStageAgc) == EQDRC_STAGE_AGC && stage_bit(kStageMaximizer) == EQDRC_STAGE_MAXIMIZER,
+              "the header's stage bits follow the enable words");
 
 bool dump_requested()
 {
@@ -181,6 +200,20 @@ void AudioPostState::set_eq_section(const float *eqSection)
         eq10 = EQ10_Init(eqSection, bitDepth, sampleRate, indexed_channels(), frameLen, channelLink);
 }
 
+// A stage whose creation failed (a live record with a bad bit depth) has no handle: it
+// is skipped rather than called.
+uint32_t AudioPostState::stages_to_run() const
+{
+    const bool runs[kStageCount] = {autoGain != nullptr, bassEnhancer != nullptr, exciter != nullptr,
+                                    deEsser != nullptr,  eq10 != nullptr,         multiBandDrc != nullptr,
+                                    maximizer != nullptr, maximizer != nullptr};
+    uint32_t bits = 0;
+    for (int s = 0; s < kStageCount; s++)
+        if (enable[s] == 1 && runs[s])
+            bits |= stage_bit(static_cast<ChainStage>(s));
+    return bits;
+}
+
 int AudioPostState::process(const int16_t *in, int16_t *out, int swFrmLen)
 {
     if (swFrmLen != frameLen) {
@@ -188,6 +221,8 @@ int AudioPostState::process(const int16_t *in, int16_t *out, int swFrmLen)
                  frameLen);
         fatal_exit();
     }
+    // Noted before the output can overwrite the input (in place is allowed).
+    pcm_peaks(in, channels, swFrmLen, inputPeak);
     const int ch = indexed_channels();
     if (ch == 2 && channels == 2) {
         pcm_to_channels(in, buffers[0], buffers[1], gainLin[0], gainLin[1], swFrmLen);
@@ -197,24 +232,23 @@ int AudioPostState::process(const int16_t *in, int16_t *out, int swFrmLen)
                 buffers[c][i] = static_cast<float>(in[static_cast<size_t>(i) * channels + c]) * gainLin[c];
     }
 
-    // A stage whose creation failed (a live record with a bad bit depth) has no handle:
-    // it is skipped rather than called.
     float **b = buffers;
-    if (enable[kStageAutoGain] == 1 && autoGain)
+    stagesRun = stages_to_run();
+    if (stagesRun & stage_bit(kStageAutoGain))
         AutoGain_Process(autoGain, b, b, swFrmLen);
-    if (enable[kStageBassEnhancer] == 1 && bassEnhancer)
+    if (stagesRun & stage_bit(kStageBassEnhancer))
         BassEnhancer_Process(bassEnhancer, b, b, swFrmLen);
-    if (enable[kStageExciter] == 1 && exciter)
+    if (stagesRun & stage_bit(kStageExciter))
         Exciter_Process(exciter, b, b, swFrmLen);
-    if (enable[kStageDeEsser] == 1 && deEsser)
+    if (stagesRun & stage_bit(kStageDeEsser))
         DeEsser_Process(deEsser, b, b, swFrmLen);
-    if (enable[kStageEq10] == 1 && eq10)
+    if (stagesRun & stage_bit(kStageEq10))
         EQ10_Process(eq10, b, b, swFrmLen);
-    if (enable[kStageMultiBandDrc] == 1 && multiBandDrc)
+    if (stagesRun & stage_bit(kStageMultiBandDrc))
         MultiBandDRC_Process(multiBandDrc, b, b, swFrmLen);
-    if (enable[kStageAgc] == 1 && maximizer)
+    if (stagesRun & stage_bit(kStageAgc))
         Agc_Process(maximizer, b, b, swFrmLen);
-    if (enable[kStageMaximizer] == 1 && maximizer)
+    if (stagesRun & stage_bit(kStageMaximizer))
         Maximizer_Process(maximizer, b, b, swFrmLen);
 
     // Clamp to [-1 - FS, FS] (NaN goes to FS), truncate, keep the low 16 bits: 24- and
@@ -232,6 +266,7 @@ int AudioPostState::process(const int16_t *in, int16_t *out, int swFrmLen)
     for (int c = ch < 0 ? 0 : ch; c < channels; c++)
         for (int i = 0; i < swFrmLen; i++)
             out[static_cast<size_t>(i) * channels + c] = in[static_cast<size_t>(i) * channels + c];
+    framesProcessed++;
     return wrapping_mul(wrapping_mul(frameLen, channels), 2);
 }
 
@@ -290,6 +325,36 @@ int AudioPostState::get_para(float *record) const
     if (maximizer_wanted() && maximizer)
         Maximizer_GetPara(maximizer, record + kSectionMaximizer);
     return 0;
+}
+
+void AudioPostState::get_meters(AudioPostMeters *meters) const
+{
+    AudioPostMeters m{};
+    m.frames = framesProcessed;
+    m.stagesRun = stagesRun;
+    m.frameLength = frameLen;
+    const int ch = indexed_channels();
+    m.channels = ch < 0 ? 0 : ch < EQDRC_METER_CHANNELS ? ch : EQDRC_METER_CHANNELS;
+    // The buffers still hold the last frame as it went to the 16-bit words.
+    const float low = -1.0f - fullScale, high = fullScale;
+    for (int c = 0; c < m.channels; c++) {
+        const int32_t outputPeak = pcm16_peak(buffers[c], frameLen, low, high);
+        m.inputPeakDb[c] = meter_db(static_cast<float>(inputPeak[c]) / kFullScale16);
+        m.outputPeakDb[c] = meter_db(static_cast<float>(outputPeak) / kFullScale16);
+        // The stages keep their handles once created, so a stage that ran has one.
+        if (stagesRun & stage_bit(kStageMultiBandDrc))
+            for (int band = 0; band < EQDRC_METER_BANDS; band++)
+                m.compressorGainDb[c][band] = meter_db(multiBandDrc->band_gain(c, band));
+        if (stagesRun & stage_bit(kStageAgc))
+            m.agcGainDb[c] = meter_db(maximizer->agc_gain(c));
+        if (stagesRun & stage_bit(kStageMaximizer))
+            m.limiterGainDb[c] = meter_db(maximizer->limiter_gain(c));
+    }
+    for (int c = m.channels; c < EQDRC_METER_CHANNELS; c++)
+        m.inputPeakDb[c] = m.outputPeakDb[c] = EQDRC_METER_FLOOR_DB;
+    if (stagesRun & stage_bit(kStageAutoGain))
+        m.autoGainDb = meter_db(autoGain->currentGain);
+    *meters = m;
 }
 
 void AudioPostState::destroy()

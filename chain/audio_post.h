@@ -19,6 +19,9 @@ enum ChainStage : int {
     kStageCount
 };
 
+// A stage's EQDRC_STAGE_... bit.
+constexpr uint32_t stage_bit(ChainStage s) { return 1u << s; }
+
 struct AudioPostState {
     int32_t frameLen;
     int32_t sampleRate;
@@ -46,11 +49,17 @@ struct AudioPostState {
     // off), and only words inside the record are copied back.
     float *eqSection;
     int32_t eqSectionWords;
+    // What the meters need from a frame and cannot read from the stages afterwards.
+    uint64_t framesProcessed;
+    uint32_t stagesRun;                          // stage_bit()s of the last frame
+    int32_t inputPeak[EQDRC_METER_CHANNELS];     // largest |sample| of the last frame's input
 
     static AudioPostState *create(const float *record, int frameLen);
     int process(const int16_t *in, int16_t *out, int swFrmLen);
     int set_para(const float *record, int swFrmLen);
     int get_para(float *record) const;
+    // AudioPost_GetMeters: the noted values, the stages' gains and the output buffer's peaks.
+    void get_meters(AudioPostMeters *meters) const;
     // AudioPost_EQ10_SetPara: with the equaliser enabled, retunes it from `eqSection`,
     // or creates it when it does not exist yet.
     void set_eq_section(const float *eqSection);
@@ -62,6 +71,8 @@ struct AudioPostState {
     int indexed_channels() const { return channels < allocatedChannels ? channels : allocatedChannels; }
 
 private:
+    // The stages the next frame runs: enabled, and created (a failed creation leaves none).
+    uint32_t stages_to_run() const;
     void read_header(const float *record);
     void read_enables(const float *record);
     void read_pre_gains(const float *record);

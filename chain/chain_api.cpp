@@ -122,6 +122,16 @@ int AudioPost_GetPara(AudioPostState *st, float *pfPara)
     return st->get_para(pfPara);
 }
 
+int AudioPost_GetMeters(const AudioPostState *st, AudioPostMeters *out)
+{
+    const eqdrc::FpEnvironment libraryEnvironment;
+    // No message for a null argument: the call stays real-time safe even then.
+    if (st == nullptr || out == nullptr)
+        return kNullChain;
+    st->get_meters(out);
+    return 0;
+}
+
 int AudioPost_EQ10_SetPara(AudioPostState *st, const float *eqSection)
 {
     const eqdrc::FpEnvironment libraryEnvironment;

@@ -55,23 +55,30 @@ inline int16_t to_pcm16(float v, float low, float high)
     return static_cast<int16_t>(static_cast<uint16_t>(static_cast<uint32_t>(s) & 0xFFFFu));
 }
 
-// Both channels to interleaved 16-bit words.  The lanes truncate as to_int32 does only
-// inside the int32 range, so they run when [low, high] lies inside it.
+// The lanes truncate as to_int32 does only inside the int32 range, so they run when
+// [low, high] lies inside it.
+inline bool pcm16_lanes_apply(float low, float high) { return high < 2147483648.0f && low >= -2147483648.0f; }
+
+#if !EQDRC_SCALAR_LANES
+// to_pcm16 of each lane, sign-extended, where pcm16_lanes_apply: neither bound is NaN
+// there, and after the first clamp neither is v, so the clamps are a min and a max.
+inline i32x4 pcm16_lanes(f32x4 v, f32x4 lo, f32x4 hi)
+{
+    return low_halves(__builtin_convertvector(max_ordered(min_ordered(v, hi), lo), i32x4));
+}
+#endif
+
+// Both channels to interleaved 16-bit words.
 inline void channels_to_pcm(const float *left, const float *right, int16_t *out, float low, float high, int n)
 {
     int i = 0;
 #if !EQDRC_SCALAR_LANES
     typedef int16_t i16x8 __attribute__((vector_size(16)));
-    if (high < 2147483648.0f && low >= -2147483648.0f) {
-        // Neither bound is NaN here, and after the first clamp neither is v, so the
-        // clamps are a min and a max.
+    if (pcm16_lanes_apply(low, high)) {
         const f32x4 lo = splat(low), hi = splat(high);
-        auto convert = [&](f32x4 v) {
-            const i32x4 s = __builtin_convertvector(max_ordered(min_ordered(v, hi), lo), i32x4);
-            return low_halves(s);  // which a saturating pack keeps
-        };
         for (; i + kLanes <= n; i += kLanes) {
-            const i32x4 l = convert(load(left + i)), r = convert(load(right + i));
+            // Sign-extended 16-bit values, which a saturating pack keeps.
+            const i32x4 l = pcm16_lanes(load(left + i), lo, hi), r = pcm16_lanes(load(right + i), lo, hi);
             const i32x4 first = __builtin_shufflevector(l, r, 0, 4, 1, 5), second = __builtin_shufflevector(l, r, 2, 6, 3, 7);
 #if defined(__SSE2__)
             const i16x8 v = reinterpret_cast<i16x8>(
@@ -87,6 +94,73 @@ inline void channels_to_pcm(const float *left, const float *right, int16_t *out,
         out[2 * i] = to_pcm16(left[i], low, high);
         out[2 * i + 1] = to_pcm16(right[i], low, high);
     }
+}
+
+// The largest magnitude in each of the first two channels of interleaved x (n samples
+// per channel) into peak[0..1] (-32768 counts as 32768; a channel x lacks gets 0).  One
+// or two channels go eight words at a time: word k of eight is channel k % channels.
+inline void pcm_peaks(const int16_t *x, int channels, int n, int32_t peak[2])
+{
+    const int metered = channels < 2 ? channels : 2;
+    int32_t high[2] = {0, 0}, low[2] = {0, 0};
+    int frame = 0;
+#if !EQDRC_SCALAR_LANES
+    typedef int16_t i16x8 __attribute__((vector_size(16)));
+    if (channels == 1 || channels == 2) {
+        const int words = n * channels;
+        i16x8 top = {}, bottom = {};
+        int i = 0;
+        for (; i + 8 <= words; i += 8) {
+            i16x8 v;
+            std::memcpy(&v, x + i, sizeof v);
+            top = v > top ? v : top;
+            bottom = v < bottom ? v : bottom;
+        }
+        for (int k = 0; k < 8; k++) {
+            const int c = k % channels;
+            high[c] = top[k] > high[c] ? top[k] : high[c];
+            low[c] = bottom[k] < low[c] ? bottom[k] : low[c];
+        }
+        frame = i / channels;
+    }
+#endif
+    for (; frame < n; frame++) {
+        for (int c = 0; c < metered; c++) {
+            const int32_t v = x[static_cast<size_t>(frame) * channels + c];
+            high[c] = v > high[c] ? v : high[c];
+            low[c] = v < low[c] ? v : low[c];
+        }
+    }
+    for (int c = 0; c < 2; c++)
+        peak[c] = high[c] > -low[c] ? high[c] : -low[c];
+}
+
+// The largest magnitude of the 16-bit words to_pcm16 makes of x[0..n).
+inline int32_t pcm16_peak(const float *x, int n, float low, float high)
+{
+    int32_t peak = 0;
+    int i = 0;
+#if !EQDRC_SCALAR_LANES
+    if (pcm16_lanes_apply(low, high)) {
+        const f32x4 lo = splat(low), hi = splat(high);
+        i32x4 top = {}, bottom = {};
+        for (; i + kLanes <= n; i += kLanes) {
+            const i32x4 v = pcm16_lanes(load(x + i), lo, hi);
+            top = v > top ? v : top;
+            bottom = v < bottom ? v : bottom;
+        }
+        for (int k = 0; k < kLanes; k++) {
+            peak = top[k] > peak ? top[k] : peak;
+            peak = -bottom[k] > peak ? -bottom[k] : peak;
+        }
+    }
+#endif
+    for (; i < n; i++) {
+        const int32_t v = to_pcm16(x[i], low, high);
+        const int32_t magnitude = v < 0 ? -v : v;
+        peak = magnitude > peak ? magnitude : peak;
+    }
+    return peak;
 }
 
 }  // namespace eqdrc

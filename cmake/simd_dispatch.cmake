@@ -20,6 +20,8 @@ function(eqdrc_header_names out line name)
   endforeach()
   set(${out} ${names} PARENT_SCOPE)
 endfunction()
+# The names are read when CMake configures: a changed header configures again.
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/include/tqaudio_eqdrc.h)
 eqdrc_header_names(export_names "^EQDRC_API " "([A-Za-z_][A-Za-z0-9_]*)\\(")
 eqdrc_header_names(type_names "^typedef struct " "^typedef struct ([A-Za-z_][A-Za-z0-9_]*)")
 list(REMOVE_DUPLICATES type_names)

@@ -93,6 +93,18 @@ int MaximizerState::print_para() const
     return limiter.print(format);
 }
 
+float MaximizerState::agc_gain(int ch) const
+{
+    return ch >= 0 && ch < format.channels && ch < eqdrc::kDynamicsMaxChannels ? agc.gains.gain[ch] : 1.0f;
+}
+
+float MaximizerState::limiter_gain(int ch) const
+{
+    if (ch < 0 || ch >= format.channels || ch >= eqdrc::kDynamicsMaxChannels)
+        return 1.0f;
+    return limiter.gains.gain[ch] / limiter.makeup[ch];
+}
+
 void MaximizerState::destroy()
 {
     limiter.gains.free_all(format.channels);

@@ -26,6 +26,10 @@ struct MaximizerState {
     void set_para(const float *section);
     void get_para(float *section) const;
     int print_para() const;
+    // The AGC's and the limiter's gain of channel `ch` after the last frame (linear, the
+    // limiter's without its make-up); 1 for a channel they do not run.
+    float agc_gain(int ch) const;
+    float limiter_gain(int ch) const;
     void destroy();
 
 private:

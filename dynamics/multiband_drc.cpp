@@ -332,6 +332,18 @@ int MultiBandDRCState::curve(int ch, int band, const float *levelDb, float *gain
     return eqdrc::kGainCurveKnee;
 }
 
+float MultiBandDRCState::band_gain(int ch, int band) const
+{
+    if (ch < 0 || ch >= channels || ch >= eqdrc::kDrcChannels || band < 0 || band >= bands_with_slots(ch))
+        return 1.0f;
+    // The sum takes band 3 only at exactly four bands (see process_samples).
+    const int count = channel[ch].bandCount;
+    const int summed = count == eqdrc::kDrcSlotsPerChannel ? count : count < 3 ? count : 3;
+    if (band >= summed || settings[drc_slot(ch, band)].drcEnable == 0)
+        return 1.0f;
+    return channel[ch].band[band].smoothedGain;
+}
+
 void MultiBandDRCState::destroy()
 {
     for (int c = 0; c < kDrcChannels; c++) {

@@ -143,6 +143,9 @@ struct MultiBandDRCState {
     // MultiBandDRC_GetCurve: a band's table gain at each level (its make-up gain, applied
     // before the detector, not included); the knee width, or -1 for a band not run.
     int curve(int ch, int band, const float *levelDb, float *gainDb, int count) const;
+    // Band `band`'s dynamic gain after the last sample (linear, its make-up gain not
+    // counted); 1 for a band the channel's sum leaves out or whose dynamics are off.
+    float band_gain(int ch, int band) const;
     void destroy();
 
 private:

@@ -33,13 +33,14 @@
  * the environment while another thread creates or retunes a chain.
  *
  * Real-time safety (no allocation, lock, I/O or sleep; bounded time):
- * - safe: AudioPost_Process and every stage's _Process; AudioPost_GetPara and every
- *   _GetPara and _GetData; AudioPost_EQ10_SetPara; AudioPost_SetPara and the stages'
- *   _SetPara when the record enables no stage that does not exist yet and keeps the
- *   auto gain's meter window and step; the four AudioPost_..._AdjustPara calls and
- *   the stages' _AdjustPara with values they accept.  A whole-record SetPara redesigns
- *   every filter and table: safe, but it costs about as much as fifteen frames of
- *   processing, so a host with little headroom spreads retunes out.
+ * - safe: AudioPost_Process and every stage's _Process; AudioPost_GetMeters;
+ *   AudioPost_GetPara and every _GetPara and _GetData; AudioPost_EQ10_SetPara;
+ *   AudioPost_SetPara and the stages' _SetPara when the record enables no stage that
+ *   does not exist yet and keeps the auto gain's meter window and step; the four
+ *   AudioPost_..._AdjustPara calls and the stages' _AdjustPara with values they
+ *   accept.  A whole-record SetPara redesigns every filter and table: safe, but it
+ *   costs about as much as fifteen frames of processing, so a host with little
+ *   headroom spreads retunes out.
  * - not safe: every _Init, _Destroy and _PrintPara and AudioPost_InitByPath (allocate,
  *   print, read files); AudioPost_SetPara enabling a stage (creates it) or changing the
  *   loudness window or step (a new meter); an adjust or SetPara call given values it
@@ -212,6 +213,79 @@ EQDRC_API int AudioPost_Agc_AdjustPara(AudioPostState *st, int channel, float co
                                        float expand_end, float noise_threshold, float max_gain,
                                        float max_peak, float attack_time, float release_time,
                                        float hold_time);
+/** @} */
+
+/* ===================================================================== */
+/** @name Live meters
+ *  What the chain did on its last frame, for a host's level and gain display. @{ */
+/* ===================================================================== */
+
+/** Channels and compressor bands AudioPostMeters holds values for. */
+#define EQDRC_METER_CHANNELS 2
+#define EQDRC_METER_BANDS 4
+/** The lowest value a meter reads, in dB: silence, a zero gain and anything lower read
+ *  this rather than minus infinity. */
+#define EQDRC_METER_FLOOR_DB (-120.0f)
+
+/** Bits of AudioPostMeters::stagesRun, one per stage in chain order (enable words
+ *  10..17).  The AGC and the maximizer have a bit each although they share a record. */
+#define EQDRC_STAGE_AUTO_GAIN 0x01u
+#define EQDRC_STAGE_BASS_ENHANCER 0x02u
+#define EQDRC_STAGE_EXCITER 0x04u
+#define EQDRC_STAGE_DE_ESSER 0x08u
+#define EQDRC_STAGE_EQ10 0x10u
+#define EQDRC_STAGE_MULTIBAND_DRC 0x20u
+#define EQDRC_STAGE_AGC 0x40u
+#define EQDRC_STAGE_MAXIMIZER 0x80u
+
+/**
+ * The chain's meters after its last frame: a plain value of 88 bytes without pointers,
+ * which a host may copy whole (memcpy, assignment) and hand to another thread.
+ * Levels are dB relative to 16-bit full scale (a sample of -32768 is 0 dBFS); gains are
+ * dB, 0 for no change.  Every dB value is at least EQDRC_METER_FLOOR_DB.  Entries of
+ * channels at or beyond @c channels, of compressor bands a channel does not have or
+ * whose dynamics are off, and of stages that did not run on the last frame read 0 dB
+ * (peaks: the floor).  Before the first frame every peak reads the floor and every
+ * gain 0 dB.
+ */
+typedef struct AudioPostMeters {
+    uint64_t frames;      /**< frames processed since the chain was created */
+    uint32_t stagesRun;   /**< EQDRC_STAGE_... bits of the stages the last frame ran */
+    int32_t channels;     /**< channels metered: the chain's, at most EQDRC_METER_CHANNELS */
+    int32_t frameLength;  /**< samples per channel in a frame */
+    /** Largest sample magnitude of the last frame's input, as the host handed it in
+     *  (before the pre-gain), dBFS. */
+    float inputPeakDb[EQDRC_METER_CHANNELS];
+    /** Largest sample magnitude of the last frame's output, dBFS. */
+    float outputPeakDb[EQDRC_METER_CHANNELS];
+    /** The auto gain's gain at the end of the last frame (one for every channel), dB. */
+    float autoGainDb;
+    /** Each compressor band's dynamic gain at the end of the last frame, dB, not counting
+     *  the band's make-up gain: below 0 where the band reduces, above 0 where its curve
+     *  lifts a quiet band.  Bands in the compressor's order: low, high, middle 1,
+     *  middle 2 (a two-band channel has low and high, a three-band one adds middle 1). */
+    float compressorGainDb[EQDRC_METER_CHANNELS][EQDRC_METER_BANDS];
+    /** The AGC's gain at the end of the last frame, dB. */
+    float agcGainDb[EQDRC_METER_CHANNELS];
+    /** The limiter's gain at the end of the last frame, dB, not counting its make-up gain
+     *  (ceiling - threshold): 0 while peaks stay below its knee, below 0 while it limits. */
+    float limiterGainDb[EQDRC_METER_CHANNELS];
+} AudioPostMeters;
+
+/**
+ * Read the chain's meters into @p out.  It reads what the last AudioPost_Process left
+ * (stage gains, the output buffer) and the input peaks that call noted; a retune since
+ * then shows in the gains it resets.  Reading changes no output bit, however often.
+ * Real-time safe: no allocation, lock or I/O, a few microseconds (the output peak is
+ * taken here, not per frame).
+ * Threads: call it between frames on the thread that processes, as every call into a
+ * chain; a reporting thread gets the values from a copy the audio thread hands over
+ * (a double buffer or sequence counter of the host's own), never by calling it while
+ * AudioPost_Process may run.
+ * @param st  the chain.  @param out receives the meters; all of it is written.
+ * @return 0, or -1 (without a message, nothing written) for a NULL argument.
+ */
+EQDRC_API int AudioPost_GetMeters(const AudioPostState *st, AudioPostMeters *out);
 /** @} */
 
 /* ===================================================================== */

@@ -279,6 +279,7 @@ TEST_F(RealTime, ChainProcessAndLiveAdjustCallsNeitherAllocateLockNorDoIo)
     std::vector<int16_t> in(kFrame * kChannels), out(in.size());
     std::vector<float> readBack(EQDRC_RECORD_WORDS), eq(100);
     Planar eqIn(kChannels, kFrame), eqOut(kChannels, kFrame);
+    AudioPostMeters meters;
     std::vector<float> retune = rec;
     for (int f = 0; f < kFrames; ++f) {
         fill_frame(in.data(), f);
@@ -295,6 +296,7 @@ TEST_F(RealTime, ChainProcessAndLiveAdjustCallsNeitherAllocateLockNorDoIo)
             AudioPost_EQ10_GetPara(st, eq.data());
             AudioPost_EQ10_SetPara(st, eq.data());
             AudioPost_EQ10_GetData(st, eqIn.ptrs(), eqOut.ptrs());
+            AudioPost_GetMeters(st, &meters);
             AudioPost_GetPara(st, readBack.data());
         });
         if (testing::Test::HasFailure())
