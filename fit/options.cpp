@@ -82,7 +82,7 @@ FitRequest FitRequest::from_json(const nlohmann::json &q)
 
 Target FitRequest::read_target() const
 {
-    return targetFromText ? target_from_curve(parse_curve(targetText, target), target) : target_from_spec(target);
+    return targetFromText ? target_from_curve(parse_curve(targetText, target), target) : target_from_option(target);
 }
 
 }  // namespace eqdrc_fit

@@ -13,17 +13,20 @@ constexpr double kMaxTiltDbPerOctave = 6.0;  // beyond this it is not a house cu
 
 }  // namespace
 
-bool is_builtin_target(const std::string &spec) { return spec == "flat" || spec.rfind(kTiltPrefix, 0) == 0; }
+bool is_builtin_target(const std::string &option)
+{
+    return option == "flat" || option.rfind(kTiltPrefix, 0) == 0;
+}
 
-Target target_from_spec(const std::string &spec)
+Target target_from_option(const std::string &option)
 {
     Target t;
-    if (spec == "flat") {
+    if (option == "flat") {
         t.description = "flat";
         return t;
     }
-    if (spec.rfind(kTiltPrefix, 0) == 0) {
-        const std::string number = spec.substr(sizeof kTiltPrefix - 1);
+    if (option.rfind(kTiltPrefix, 0) == 0) {
+        const std::string number = option.substr(sizeof kTiltPrefix - 1);
         char *end = nullptr;
         t.tiltDbPerOctave = std::strtod(number.c_str(), &end);
         if (!number.empty() && *end == '\0' && std::fabs(t.tiltDbPerOctave) <= kMaxTiltDbPerOctave) {
@@ -31,7 +34,7 @@ Target target_from_spec(const std::string &spec)
             return t;
         }
     }
-    throw eqdrc_tool::Error("--target " + spec + ": expected flat, tilt:DB_PER_OCTAVE (at most 6 either way) or a file");
+    throw eqdrc_tool::Error("--target " + option + ": expected flat, tilt:DB_PER_OCTAVE (at most 6 either way) or a file");
 }
 
 Target target_from_curve(Curve curve, const std::string &name)

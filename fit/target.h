@@ -20,9 +20,9 @@ struct Target {
 
 // "flat" or "tilt:DB_PER_OCTAVE"; anything else throws eqdrc_tool::Error (the tool reads
 // any other value as a file and passes its curve to target_from_curve).
-Target target_from_spec(const std::string &spec);
+Target target_from_option(const std::string &option);
 Target target_from_curve(Curve curve, const std::string &name);
-bool is_builtin_target(const std::string &spec);
+bool is_builtin_target(const std::string &option);
 
 std::vector<double> target_db(const Target &target, const std::vector<double> &gridHz);
 

@@ -51,7 +51,7 @@ FitResult fit(const Curve &c, double lowHz, double highHz)
     FitOptions o;
     o.lowHz = lowHz;
     o.highHz = highHz;
-    return fit_tuning(c, "speaker", target_from_spec("flat"), o, neutral_tuning());
+    return fit_tuning(c, "speaker", target_from_option("flat"), o, neutral_tuning());
 }
 
 double rms_after(const FitResult &r) { return r.report["after"]["rms_dB"].get<double>(); }

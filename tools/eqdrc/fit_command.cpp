@@ -37,7 +37,7 @@ void run_fit(const FitCommand &cmd, FILE *summary)
     std::vector<std::string> inputs = {cmd.measurement};
     const eqdrc_fit::Target target =
         eqdrc_fit::is_builtin_target(cmd.target)
-            ? eqdrc_fit::target_from_spec(cmd.target)
+            ? eqdrc_fit::target_from_option(cmd.target)
             : eqdrc_fit::target_from_curve(eqdrc_fit::parse_curve(read_file(cmd.target), cmd.target), cmd.target);
     if (!eqdrc_fit::is_builtin_target(cmd.target))
         inputs.push_back(cmd.target);
