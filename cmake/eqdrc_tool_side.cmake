@@ -31,3 +31,25 @@ function(eqdrc_folder_tests target what)
   gtest_discover_tests(${target} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
   set(${target}_BUILT TRUE PARENT_SCOPE)
 endfunction()
+
+# A header-only dependency the WebAssembly build takes from the host: a folder of its own
+# holding links to PARTS of /usr/include/SUBDIR (not the host's whole /usr/include),
+# behind the imported target TARGET.
+function(eqdrc_host_headers target subdir)
+  set(dir ${CMAKE_CURRENT_BINARY_DIR}/host-include)
+  file(MAKE_DIRECTORY ${dir})
+  foreach(part ${ARGN})
+    file(CREATE_LINK /usr/include/${subdir}${part} ${dir}/${part} SYMBOLIC)
+  endforeach()
+  add_library(${target} INTERFACE IMPORTED)
+  set_target_properties(${target} PROPERTIES INTERFACE_INCLUDE_DIRECTORIES ${dir})
+endfunction()
+
+# A header generated from a file (tuning/embed.cmake): its bytes, or its text, as the
+# constant NAME.
+function(eqdrc_embed out in name mode)
+  add_custom_command(OUTPUT ${out}
+    COMMAND ${CMAKE_COMMAND} -DIN=${in} -DOUT=${out} -DNAME=${name} -DMODE=${mode}
+            -P ${PROJECT_SOURCE_DIR}/tuning/embed.cmake
+    DEPENDS ${in} ${PROJECT_SOURCE_DIR}/tuning/embed.cmake VERBATIM)
+endfunction()

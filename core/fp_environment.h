@@ -14,10 +14,14 @@
 #define EQDRC_FP_CONTROL_MXCSR 1
 #define EQDRC_HAS_FP_CONTROL 1
 #elif defined(__aarch64__)
-#define EQDRC_FP_CONTROL_FPCR 1
+#define EQDRC_FP_CONTROL_TYPE uint64_t
+#define EQDRC_FP_CONTROL_READ "mrs %0, fpcr"
+#define EQDRC_FP_CONTROL_WRITE "msr fpcr, %0"
 #define EQDRC_HAS_FP_CONTROL 1
 #elif defined(__arm__) && defined(__ARM_FP)
-#define EQDRC_FP_CONTROL_FPSCR 1
+#define EQDRC_FP_CONTROL_TYPE uint32_t
+#define EQDRC_FP_CONTROL_READ "vmrs %0, fpscr"
+#define EQDRC_FP_CONTROL_WRITE "vmsr fpscr, %0"
 #define EQDRC_HAS_FP_CONTROL 1
 #endif
 // WebAssembly has one environment (round to nearest, denormals kept) and no control.
@@ -30,28 +34,18 @@ using FpControl = unsigned int;
 constexpr FpControl kLibraryFpControl = 0x1F80u;
 inline FpControl read_fp_control() { return _mm_getcsr(); }
 inline void write_fp_control(FpControl v) { _mm_setcsr(v); }
-#elif defined(EQDRC_FP_CONTROL_FPCR)
-using FpControl = uint64_t;
-// Round to nearest, FZ, FZ16, DN and the alternate-handling bits clear, no trap enabled.
+#elif defined(EQDRC_HAS_FP_CONTROL)  // FPCR (aarch64), FPSCR (32-bit ARM): the same bits here
+using FpControl = EQDRC_FP_CONTROL_TYPE;
+// Round to nearest; FZ, DN (and on aarch64 FZ16 and the alternate-handling bits) clear;
+// no trap enabled.
 constexpr FpControl kLibraryFpControl = 0;
 inline FpControl read_fp_control()
 {
     FpControl v;
-    asm volatile("mrs %0, fpcr" : "=r"(v));
+    asm volatile(EQDRC_FP_CONTROL_READ : "=r"(v));
     return v;
 }
-inline void write_fp_control(FpControl v) { asm volatile("msr fpcr, %0" : : "r"(v) : "memory"); }
-#elif defined(EQDRC_FP_CONTROL_FPSCR)
-using FpControl = uint32_t;
-// Round to nearest, FZ and DN clear, no trap enabled, no cumulative flag.
-constexpr FpControl kLibraryFpControl = 0;
-inline FpControl read_fp_control()
-{
-    FpControl v;
-    asm volatile("vmrs %0, fpscr" : "=r"(v));
-    return v;
-}
-inline void write_fp_control(FpControl v) { asm volatile("vmsr fpscr, %0" : : "r"(v) : "memory"); }
+inline void write_fp_control(FpControl v) { asm volatile(EQDRC_FP_CONTROL_WRITE : : "r"(v) : "memory"); }
 #endif
 
 #if defined(EQDRC_HAS_FP_CONTROL)
