@@ -21,13 +21,13 @@ int parse_options(snd_config_t *conf, snd_config_t *&slave, Options &o)
             continue;
         if (key == "slave") {
             slave = n;
-        } else if (key == "tuning") {
+        } else if (key == "tuning" || key == "meters") {
             const char *s;
             if (snd_config_get_string(n, &s) < 0) {
-                SNDERR("eqdrc: tuning must be a file name");
+                SNDERR("eqdrc: %s must be a file name", id);
                 return -EINVAL;
             }
-            o.tuning = s;
+            (key == "tuning" ? o.tuning : o.meters) = s;
         } else if (key == "frame") {
             long v;
             if (snd_config_get_integer(n, &v) < 0 || v < 1 || v > 65536) {
@@ -43,7 +43,7 @@ int parse_options(snd_config_t *conf, snd_config_t *&slave, Options &o)
             }
             (key == "reload" ? o.reload : key == "adapt" ? o.adapt : o.debug) = v != 0;
         } else {
-            SNDERR("eqdrc: unknown option %s (known: slave, tuning, frame, reload, adapt, debug)", id);
+            SNDERR("eqdrc: unknown option %s (known: slave, tuning, meters, frame, reload, adapt, debug)", id);
             return -EINVAL;
         }
     }

@@ -13,14 +13,15 @@ namespace eqdrc_alsa {
 
 struct Options {
     std::string tuning;
+    std::string meters;  // the live meter file to publish; empty: none
     int frameLen = eqdrc_plugin::kDefaultFrameLen;
     bool reload = false;
     bool adapt = false;
     bool debug = false;
 };
 
-// Reads tuning, frame, reload, adapt and debug; `slave` is left to alsa-lib. Returns 0
-// or a negative error code.
+// Reads tuning, meters, frame, reload, adapt and debug; `slave` is left to alsa-lib.
+// Returns 0 or a negative error code.
 int parse_options(snd_config_t *conf, snd_config_t *&slave, Options &o);
 
 // Refuses a tuning that cannot be read or that fails the check for its own stream, so

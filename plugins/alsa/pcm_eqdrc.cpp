@@ -2,7 +2,8 @@
 // that opens its own slave).
 //
 //   pcm.speaker { type eqdrc slave.pcm "hw:0,0" tuning "/etc/eqdrc/speaker.bin" }
-//   options: frame N (768), reload on|off (off), adapt on|off (off), debug on|off (off)
+//   options: frame N (768), reload on|off (off), adapt on|off (off), debug on|off (off),
+//            meters "/run/eqdrc/speaker.meters" (none)
 //
 // The application's samples are collected into whole frames; only processed samples
 // reach the slave, so its bytes are the chain's output over exactly the samples written
@@ -29,6 +30,7 @@
 
 #include "frame_stream.h"
 #include "log.h"
+#include "meter_publisher.h"
 #include "options.h"
 #include "slave.h"
 #include "swap_reporter.h"
@@ -50,6 +52,7 @@ struct Plugin {
     RecordHandoff handoff;
     std::unique_ptr<FrameStream> stream;
     std::unique_ptr<TuningWatcher> watcher;
+    std::unique_ptr<MeterPublisher> meters;  // reads the stream's meter tap
     std::unique_ptr<SwapReporter> reporter;
     std::vector<int16_t> in;       // one chunk of the application's samples, interleaved
     std::vector<int16_t> pending;  // processed samples taken from the stream, not yet written
@@ -199,6 +202,7 @@ int eqdrc_hw_free(snd_pcm_ioplug_t *io)
 {
     Plugin *p = plugin_of(io);
     p->watcher.reset();  // first: it offers to the hand-over the stream reads
+    p->meters.reset();   // it reads the stream
     p->stream.reset();
     p->reporter.reset();
     snd_pcm_hw_free(p->slave);
@@ -244,6 +248,11 @@ int eqdrc_hw_params(snd_pcm_ioplug_t *io, snd_pcm_hw_params_t *params)
         p->reporter = std::make_unique<SwapReporter>(o.tuning);
         p->stream->set_swap_callback(&SwapReporter::on_swap, p->reporter.get());
         log_line("%s: %u Hz, %u channel(s), frames of %d", o.tuning.c_str(), rate, channels, o.frameLen);
+    }
+    if (!o.meters.empty()) {
+        p->meters = MeterPublisher::start(o.meters, *p->stream, static_cast<int>(rate), error);
+        if (!p->meters)
+            log_line("%s; playing without meters", error.c_str());
     }
     if (o.reload) {
         // Drop a record staged for an earlier stream: it was fitted to that stream.

@@ -56,12 +56,46 @@ void FrameStream::process_frame()
     if (handoff_) {
         if (const Record *next = handoff_->take()) {
             AudioPost_SetPara(chain_, next->data(), frameLen_);
+            handoverFrame_ = frameIndex_;
+            handovers_++;
             if (swapCallback_)
                 swapCallback_(swapContext_, frameIndex_);
         }
     }
     AudioPost_Process(chain_, frame_.data(), frame_.data(), channels_, frameLen_);
     frameIndex_++;
+    if (meterTap_)
+        tap_meters();
+}
+
+void FrameStream::enable_meter_tap()
+{
+    if (!meterTap_) {
+        meterTap_ = std::make_unique<MeterSlot>();
+        tap_meters();
+    }
+}
+
+void FrameStream::tap_meters()
+{
+    MeterReading r;
+    AudioPost_GetMeters(chain_, &r.meters);
+    r.handoverFrame = handoverFrame_;
+    r.handovers = handovers_;
+    uint32_t words[kMeterReadingWords];
+    meter_reading_to_words(r, words);
+    meterTap_->write(words);
+}
+
+bool FrameStream::read_meters(MeterReading &out) const
+{
+    // The audio thread writes for well under a microsecond; a reader that keeps meeting
+    // a write is on a starved core and tries again at its next round.
+    uint32_t words[kMeterReadingWords];
+    if (!meterTap_ || !meterTap_->read(words, 100))
+        return false;
+    out = meter_reading_from_words(words);
+    return true;
 }
 
 void FrameStream::push_output(const int16_t *src, size_t n)

@@ -8,9 +8,12 @@
 // Between frames, before processing the next one, a record taken from the hand-over is
 // applied with AudioPost_SetPara, and the hand-over's frame index is reported.
 //
+// With the meter tap on, the chain's meters after every frame, with the last hand-over's
+// frame and the hand-over count, go into a sequence slot that a reporting thread copies.
+//
 // Counts are samples per channel; buffers are interleaved 16-bit. After construction
-// nothing here allocates, locks or does I/O, except that AudioPost_SetPara creates a
-// stage the new record enables and the running chain lacks.
+// (and enable_meter_tap) nothing here allocates, locks or does I/O, except that
+// AudioPost_SetPara creates a stage the new record enables and the running chain lacks.
 #ifndef EQDRC_PLUGIN_FRAME_STREAM_H
 #define EQDRC_PLUGIN_FRAME_STREAM_H
 
@@ -20,6 +23,7 @@
 #include <string>
 #include <vector>
 
+#include "meter_file.h"
 #include "record_handoff.h"
 #include "tuning_source.h"
 
@@ -69,10 +73,18 @@ public:
     // Frames processed so far (the index the next frame gets).
     long long frame_index() const { return frameIndex_; }
 
+    // Turns the meter tap on, with a first reading of the fresh chain. Call it before the
+    // stream runs: it allocates the slot and reads the chain.
+    void enable_meter_tap();
+    // Any thread: the newest tap reading (sampleRate and publishedMs left 0); false while
+    // the tap is off or when the audio thread was writing at every attempt.
+    bool read_meters(MeterReading &out) const;
+
 private:
     FrameStream() = default;
     void process_frame();
     void push_output(const int16_t *src, size_t n);
+    void tap_meters();
 
     AudioPostState *chain_ = nullptr;
     RecordHandoff *handoff_ = nullptr;
@@ -81,6 +93,9 @@ private:
     int frameLen_ = 0;
     int channels_ = 0;
     long long frameIndex_ = 0;
+    long long handoverFrame_ = -1;     // the first frame run with the last handed-over record
+    unsigned long long handovers_ = 0;
+    std::unique_ptr<MeterSlot> meterTap_;  // null while the tap is off
 
     std::vector<int16_t> frame_;  // the frame being collected, then processed in place
     size_t collected_ = 0;

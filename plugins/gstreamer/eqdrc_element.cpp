@@ -8,6 +8,7 @@
 
 #include "bypass_fade.h"
 #include "frame_stream.h"
+#include "meter_publisher.h"
 #include "record_handoff.h"
 #include "tuning_source.h"
 
@@ -19,11 +20,11 @@ namespace {
 constexpr int kMaxFrameLength = 1 << 16;
 constexpr int kMaxChannels = 2;
 
-enum { PROP_0, PROP_TUNING, PROP_FRAME_LENGTH, PROP_BYPASS, PROP_LATENCY };
+enum { PROP_0, PROP_TUNING, PROP_FRAME_LENGTH, PROP_BYPASS, PROP_LATENCY, PROP_METERS };
 
 // What the streaming thread owns while caps are set: the chain with its frame
-// collection, the unprocessed input for the bypass, the output clock, the input buffer
-// being consumed and the pool of frame-sized output buffers.
+// collection and its meters' publisher, the unprocessed input for the bypass, the output
+// clock, the input buffer being consumed and the pool of frame-sized output buffers.
 struct Stream {
     Stream(std::unique_ptr<eqdrc_plugin::FrameStream> chain, int channelCount, bool bypass, GstBufferPool *framePool)
         : frames(std::move(chain)),
@@ -51,6 +52,7 @@ struct Stream {
     }
 
     std::unique_ptr<eqdrc_plugin::FrameStream> frames;
+    std::unique_ptr<eqdrc_plugin::MeterPublisher> meters;  // after `frames`: it reads them
     eqdrc_gst::BypassFade fade;
     int frameLength;
     int channels;
@@ -75,6 +77,7 @@ struct _GstEqdrc {
 
     // Settings, under the object lock.
     std::string *tuningPath;  // the tuning playing (or to be loaded at start)
+    std::string *metersPath;  // the live meter file each stream publishes; empty: none
     int frameLength;
     gint bypass;  // also read by the streaming thread, atomically
     // The record playing, its rate and channels; set at start and by every accepted retune.
@@ -156,6 +159,7 @@ bool start_stream(GstEqdrc *self)
     const int frameLength = self->frameLength;
     const int rate = self->rate;
     const int channels = self->channels;
+    const std::string metersPath = *self->metersPath;
     GST_OBJECT_UNLOCK(self);
     std::string error;
     std::unique_ptr<eqdrc_plugin::FrameStream> chain =
@@ -178,6 +182,11 @@ bool start_stream(GstEqdrc *self)
         return false;
     }
     self->stream = new Stream(std::move(chain), channels, g_atomic_int_get(&self->bypass) != 0, pool);
+    if (!metersPath.empty()) {
+        self->stream->meters = eqdrc_plugin::MeterPublisher::start(metersPath, *self->stream->frames, rate, error);
+        if (!self->stream->meters)
+            GST_ELEMENT_WARNING(self, RESOURCE, OPEN_WRITE, ("%s; playing without meters", error.c_str()), (nullptr));
+    }
     return true;
 }
 
@@ -540,6 +549,13 @@ void set_property(GObject *object, guint id, const GValue *value, GParamSpec *ps
     case PROP_BYPASS:
         g_atomic_int_set(&self->bypass, g_value_get_boolean(value) ? 1 : 0);
         break;
+    case PROP_METERS: {
+        const char *path = g_value_get_string(value);
+        GST_OBJECT_LOCK(self);
+        *self->metersPath = path ? path : "";
+        GST_OBJECT_UNLOCK(self);
+        break;
+    }
     default:
         G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
         break;
@@ -560,6 +576,9 @@ void get_property(GObject *object, guint id, GValue *value, GParamSpec *pspec)
     case PROP_BYPASS:
         g_value_set_boolean(value, g_atomic_int_get(&self->bypass) != 0);
         break;
+    case PROP_METERS:
+        g_value_set_string(value, self->metersPath->empty() ? nullptr : self->metersPath->c_str());
+        break;
     case PROP_LATENCY:
         g_value_set_uint64(value, self->loaded ? frame_latency(self->frameLength, self->rate) : 0);
         break;
@@ -577,6 +596,7 @@ void finalize(GObject *object)
     delete self->handoff;
     delete self->record;
     delete self->tuningPath;
+    delete self->metersPath;
     G_OBJECT_CLASS(parent_class)->finalize(object);
 }
 
@@ -585,6 +605,7 @@ void finalize(GObject *object)
 static void gst_eqdrc_init(GstEqdrc *self)
 {
     self->tuningPath = new std::string;
+    self->metersPath = new std::string;
     self->frameLength = eqdrc_plugin::kDefaultFrameLen;
     self->bypass = FALSE;
     self->record = new eqdrc_plugin::Record{};
@@ -631,6 +652,14 @@ static void gst_eqdrc_class_init(GstEqdrcClass *klass)
                              FALSE,
                              static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS |
                                                       GST_PARAM_MUTABLE_PLAYING)));
+    g_object_class_install_property(
+        gobject, PROP_METERS,
+        g_param_spec_string(
+            "meters", "Meters",
+            "File the chain's live meters are published to, about 20 times a second (eqdrc meters FILE shows "
+            "them): levels in and out, each stage's gain, frames and tuning hand-overs. Made afresh whenever a "
+            "stream starts (also after a flushing seek); takes effect at the next start. None by default",
+            nullptr, static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | GST_PARAM_MUTABLE_READY)));
     g_object_class_install_property(
         gobject, PROP_LATENCY,
         g_param_spec_uint64("latency", "Latency",

@@ -11,6 +11,7 @@
 #include <thread>
 #include <unistd.h>
 
+#include "meter_file.h"
 #include "plugin_test_support.h"
 #include "tool_test_support.h"
 
@@ -217,7 +218,8 @@ TEST_F(AlsaPlugin, DelayPauseResumeDrainDropAndPrepare)
 }
 
 // A replacement that fails the check is refused and the old tuning keeps playing; a good
-// one takes effect at the logged frame, with the exact bits on both sides of it.
+// one takes effect at the logged frame, with the exact bits on both sides of it. The
+// meter file, published meanwhile, names the same frame and changes no output bit.
 TEST_F(AlsaPlugin, ReplacedTuningTakesEffectAtTheLoggedFrame)
 {
     Record first = fitted("music.json", 48000, 2), second = fitted("loud-small-speaker.json", 48000, 2);
@@ -228,7 +230,12 @@ TEST_F(AlsaPlugin, ReplacedTuningTakesEffectAtTheLoggedFrame)
     size_t at = 0;
     StderrToFile capture(log);
     snd_pcm_t *pcm;
-    ASSERT_EQ(open("tuning \"" + tuning + "\" reload on debug on", pcm, block), 0);
+    ASSERT_EQ(open("tuning \"" + tuning + "\" reload on debug on meters \"" + dir / "meters" + "\"", pcm, block), 0);
+    eqdrc_plugin::MeterFileReader meters(dir / "meters");
+    eqdrc_plugin::MeterReading reading;
+    ASSERT_TRUE(meters.read(reading));
+    EXPECT_EQ(reading.meters.frames, 0u);
+    EXPECT_EQ(reading.sampleRate, 48000);
     auto step = [&] {  // a hand-over needs frames to happen at
         if (at + block >= total)
             return false;
@@ -258,6 +265,11 @@ TEST_F(AlsaPlugin, ReplacedTuningTakesEffectAtTheLoggedFrame)
     std::vector<int16_t> chain = reference(first, kFrame, in, &second, frame);
     EXPECT_EQ(slave_samples(), chain);
     EXPECT_NE(chain, reference(first, kFrame, in)) << "the second tuning must sound different";
+    ASSERT_TRUE(meters.read(reading));
+    EXPECT_EQ(reading.meters.frames, 60u);
+    EXPECT_EQ(reading.handoverFrame, frame);
+    EXPECT_EQ(reading.handovers, 1u);
+    EXPECT_LT(reading.meters.limiterGainDb[0], 0.0f) << "the second tuning limits this music";
 }
 
 TEST_F(AlsaPlugin, BadConfigurationsGiveAnErrorAndNoCrash)
@@ -282,6 +294,7 @@ TEST_F(AlsaPlugin, BadConfigurationsGiveAnErrorAndNoCrash)
         {"tuning \"" + good + "\" frame 0", "frame must be"},
         {"tuning \"" + good + "\" reload maybe", "reload must be on or off"},
         {"tuning \"" + good + "\" volume 11", "unknown option volume"},
+        {"tuning \"" + good + "\" meters 3", "meters must be a file name"},
         {"tuning \"" + good + "\"", "playback only", 0, 2, SND_PCM_STREAM_CAPTURE},
         // A stream at another rate or channel count is refused at hw_params, naming both.
         {"tuning \"" + good + "\"", "for 48000 Hz, the stream is 44100 Hz" + hint, 44100},

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "gst_test_support.h"
+#include "meter_file.h"
 #include "plugin_test_support.h"
 #include "tool_test_support.h"
 
@@ -203,12 +204,13 @@ TEST(ElementOutput, FlushingSeekStartsAFreshChainAtTheNewPosition)
 }
 
 // The tuning is set from this thread while the streaming thread runs; the element names
-// the frame before which the new record took over.
+// the frame before which the new record took over, and so does its meter file.
 TEST(Retune, ExactOnBothSidesOfTheReportedFrame)
 {
+    ScratchDir dir;
     const std::vector<int16_t> in = music(3 * kRate, 2);
     take_handover_frames();
-    FedPipeline p(kStereoTuning, 2);
+    FedPipeline p(kStereoTuning, 2, "meters=" + dir / "meters");
     // JSON here: the element reads both forms.
     const std::string speech = kTunings + "speech.json";
     BusLog log = p.play_changing(in, 1000, [&] { g_object_set(p.eq, "tuning", speech.c_str(), nullptr); });
@@ -227,6 +229,11 @@ TEST(Retune, ExactOnBothSidesOfTheReportedFrame)
     g_object_get(p.eq, "tuning", &now, nullptr);
     EXPECT_STREQ(now, speech.c_str());
     g_free(now);
+    eqdrc_plugin::MeterReading r;
+    ASSERT_TRUE(eqdrc_plugin::MeterFileReader(dir / "meters").read(r));
+    EXPECT_EQ(r.meters.frames, (3u * kRate + 767) / 768);  // the last one padded at the end
+    EXPECT_EQ(r.handoverFrame, static_cast<long long>(at[0]));
+    EXPECT_EQ(r.handovers, 1u);
 }
 
 TEST(Retune, ARefusedTuningWarnsAndTheOldOneKeepsPlaying)
