@@ -10,7 +10,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-600}
-targets=(chain tuning_json tuning_record audio_file measurement)
+targets=(chain tuning_json tuning_record audio_file measurement api_request)
 build=build-fuzz
 
 # clang 16 where installed: the tool's sources need its C++17 support (a structured

@@ -23,6 +23,8 @@ have xzcat || need+=(xz-utils)
 # (an impulse response's spectrum)
 [ -f /usr/include/eigen3/unsupported/Eigen/LevenbergMarquardt ] || need+=(libeigen3-dev)
 [ -f /usr/include/kissfft/kiss_fftr.h ] || need+=(libkissfft-dev)
+# `eqdrc serve`'s HTTP server
+[ -f /usr/include/httplib.h ] || need+=(libcpp-httplib-dev)
 # the ALSA plugin (plugins/alsa) and its aplay test
 [ -f /usr/include/alsa/pcm_ioplug.h ] || need+=(libasound2-dev)
 have aplay || need+=(alsa-utils)

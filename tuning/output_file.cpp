@@ -115,7 +115,11 @@ PendingFile::~PendingFile()
 void PendingFile::commit()
 {
     int err = 0;
-    if (fd_ >= 0 && ::close(fd_) != 0)
+    // On disk before it takes the final name: after a crash or power loss the name holds
+    // the old file or the new one, never a part.
+    if (fd_ >= 0 && ::fsync(fd_) != 0)
+        err = errno;
+    if (fd_ >= 0 && ::close(fd_) != 0 && !err)
         err = errno;
     fd_ = -1;
     if (!err && std::rename(tmp_.c_str(), path_.c_str()) != 0)

@@ -6,8 +6,12 @@
 
 #include "check.h"
 #include "fit_command.h"
+#include "meters_command.h"
 #include "output_file.h"
 #include "process.h"
+#if EQDRC_HAVE_SERVE
+#include "serve.h"
+#endif
 #include "stream_rules.h"
 #include "tqaudio_eqdrc.h"
 #include "tuning.h"
@@ -171,6 +175,30 @@ int main(int argc, char **argv)
     fitCmd->add_flag("--force", fc.force, "write over an input");
     fitCmd->footer(kExitStatuses);
 
+    MetersCommand mc;
+    CLI::App *metersCmd = app.add_subcommand("meters", "show the live meters a plugin publishes (its meters setting)");
+    metersCmd->add_option("PATH", mc.path, "meter file")->required();
+    metersCmd->add_flag("--once", mc.once, "print one reading as name: value lines and exit (2 when there is none)");
+    metersCmd->add_flag("--json", mc.json, "with --once: the reading as one JSON object");
+    metersCmd->add_option("--interval", mc.interval, "seconds between refreshes")->capture_default_str();
+    metersCmd->footer(kExitStatuses);
+
+#if EQDRC_HAVE_SERVE
+    eqdrc_server::ServeOptions so;
+    std::string newToken;
+    CLI::App *serveCmd = app.add_subcommand("serve", "serve the studio and an API that tunes a playing device live");
+    serveCmd->add_option("--tuning", so.tuning, "the tuning file the player watches (the only file written)");
+    serveCmd->add_option("--listen", so.listen, "ADDRESS:PORT; other than loopback needs --token-file")
+        ->capture_default_str();
+    serveCmd->add_option("--token-file", so.tokenFile, "file holding the bearer token every API call must carry");
+    serveCmd->add_option("--new-token", newToken, "write a new random token to this new file (mode 0600) and exit");
+    serveCmd->add_option("--meters", so.meters, "the player's meter file, streamed to the studio");
+    serveCmd->add_option("--site", so.site, "the studio's files (default: share/eqdrc/studio beside the program)");
+    serveCmd->add_option("--allow-host", so.allowHosts, "a host name the server may be addressed by (repeatable)");
+    serveCmd->add_option("--frame", so.frameLen, "frame length the player uses, for the check")->capture_default_str();
+    serveCmd->footer(kExitStatuses);
+#endif
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success &e) {  // --help, --version
@@ -193,6 +221,19 @@ int main(int argc, char **argv)
             run_fit(fc, stderr);
             return kExitOk;
         }
+#if EQDRC_HAVE_SERVE
+        if (*serveCmd) {
+            if (!newToken.empty()) {
+                eqdrc_server::write_new_token(newToken);
+                return kExitOk;
+            }
+            if (so.tuning.empty())
+                throw Error("serve: --tuning is required");
+            return eqdrc_server::run_serve(so, version.substr(0, version.find('\n')), stderr);
+        }
+#endif
+        if (*metersCmd)
+            return run_meters(mc, stdout);
         if (*processCmd) {
             ProcessSummary s = process_file(po, stderr);
             print_summary(s, stdout);
