@@ -14,11 +14,13 @@
 #   valgrind memcheck of quorvel_enh, only the deliberate leaks suppressed (needs release);
 #   python   the Python package's tests (python/tests) against build/;
 #   studio   WebAssembly build (studio/build.sh): conformance vectors under node, and the
-#            tuning studio in headless chromium against eqdrc (studio/tests/run.sh);
+#            tuning studio in headless chromium against eqdrc (studio/tests/run.sh), also
+#            connected to `eqdrc serve` while aplay plays through the ALSA plugin;
 #   alsa     the ALSA plugin's alsa-lib host test under valgrind memcheck (needs release;
 #            the plugin's tests also run in every variant's ctest);
 #   tsan     ThreadSanitizer build: chains on four threads against one, and the plugins'
-#            record hand-over with a control thread retuning a running chain;
+#            record hand-over with a control thread retuning a running chain, and
+#            `eqdrc serve` under its HTTP tests;
 #   standalone  a fresh clone of the committed tree, alone in an empty folder, passes the
 #            release variant: nothing the tests read lives outside the repository;
 #   mathf    our maths functions against this machine's libm on all 2^32 arguments
@@ -153,13 +155,16 @@ variant_alsa() {
 }
 
 variant_tsan() {
-    echo "== tsan (ThreadSanitizer: chains on threads, the record hand-over)"
+    echo "== tsan (ThreadSanitizer: chains on threads, the record hand-over, eqdrc serve)"
     local tsan="-fsanitize=thread -fno-omit-frame-pointer"
     cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DEQDRC_BUILD_BENCH=OFF \
         -DCMAKE_C_FLAGS="$tsan" -DCMAKE_CXX_FLAGS="$tsan" -DCMAKE_EXE_LINKER_FLAGS=-fsanitize=thread \
         -DCMAKE_SHARED_LINKER_FLAGS=-fsanitize=thread >/dev/null
-    cmake --build build-tsan -j"$jobs" --target threads_test eqdrc_plugin_common_test >/dev/null
-    (cd build-tsan && TSAN_OPTIONS=halt_on_error=1 ctest -j"$jobs" --output-on-failure -R '^(Threads|RecordHandoff)\.')
+    cmake --build build-tsan -j"$jobs" --target threads_test eqdrc_plugin_common_test eqdrc >/dev/null
+    (cd build-tsan && TSAN_OPTIONS=halt_on_error=1 ctest -j"$jobs" --output-on-failure -R '^(Threads|RecordHandoff|MeterFile|MeterPublisher)\.')
+    # eqdrc serve's threads: the HTTP workers, the event streams, the meter relay
+    (cd build-tsan && TSAN_OPTIONS="halt_on_error=1 suppressions=$PWD/../server/tests/tsan.supp" \
+        ctest --output-on-failure -R '^serve_http$')
 }
 
 variant_standalone() {
@@ -188,9 +193,13 @@ variant_studio() {
     t0=$SECONDS
     # eqdrc, which the page's output is compared with (the release variant's build, or its own)
     cmake -S . -B build >/dev/null
-    cmake --build build -j"$jobs" --target eqdrc >/dev/null
+    cmake --build build -j"$jobs" --target eqdrc asound_module_pcm_eqdrc tqaudio_effect_eqdrc >/dev/null
     studio/tests/run.sh build-wasm build
     echo "(studio browser test in $((SECONDS - t0)) s; screenshots in build-wasm/studio/artifacts)"
+    # connected to `eqdrc serve` while aplay plays through the ALSA plugin
+    t0=$SECONDS
+    studio/tests/run.sh --connected build-wasm build
+    echo "(studio connected test in $((SECONDS - t0)) s)"
 }
 
 variant_python() {

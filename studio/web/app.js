@@ -1,7 +1,8 @@
 // The tuning studio page: a tuning opened from a file, every field editable by name
 // with the tool's check messages beside it, curves redrawn as fields change, the EQ
 // fitted to a measurement, audio processed by the library in a worker and played A/B,
-// and the tuning saved as the tool writes it.
+// and the tuning saved as the tool writes it. Served by `eqdrc serve`, it edits the
+// tuning a device plays and shows the device's meters.
 import { loadEngine } from './engine-api.js';
 import { layoutFields } from './fields.js';
 import { writeWav } from './wav.js';
@@ -11,6 +12,7 @@ import { drawCurves, endDrag, moveDrag, startDrag } from './pictures.js';
 import { openAudio, startWorker } from './listen.js';
 import { MEASUREMENT_EXTENSIONS, openMeasurement, setupMeasurement } from './measure.js';
 import { toggleAB, togglePlay } from './player.js';
+import { connect } from './connection.js';
 
 const AUDIO_EXTENSIONS = /\.(wav|flac|ogg|oga|mp3|m4a|aac|opus|webm)$/i;
 
@@ -111,6 +113,7 @@ async function main() {
         const r = await fetch('tunings/index.json');
         for (const name of await r.json()) $('shipped').add(new Option(name, name));
     } catch { /* opened without the shipped tunings: file picker only */ }
+    await connect(openTuning);
     studio.ready = true;
 }
 

@@ -4,7 +4,7 @@
 // Each result is plain data, drawn by plot.js and read by the browser test.
 export const CROSSOVER_IMPULSE = 4096;
 // The compressor's bands in its own order, the crossover's outputs' (2 bands: low and high).
-const DRC_BANDS = ['low', 'high', 'middle_1', 'middle_2'];
+export const DRC_BANDS = ['low', 'high', 'middle_1', 'middle_2'];
 const CURVE_ROWS = DRC_BANDS.length + 2;  // then the AGC's and the limiter's curve
 const FREQ_POINTS = 300;
 
