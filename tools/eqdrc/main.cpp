@@ -1,5 +1,6 @@
 // eqdrc: writes, reads and checks tunings, and runs the chain over audio files.
 #include <CLI/CLI.hpp>
+#include <csignal>
 #include <cstdio>
 #include <iostream>
 #include <string>
@@ -102,6 +103,9 @@ const char kExitStatuses[] =
 
 int main(int argc, char **argv)
 {
+    // Past a file size limit a write fails with EFBIG and is reported like a full disk,
+    // rather than the signal ending the run without a word.
+    std::signal(SIGXFSZ, SIG_IGN);
     remove_pending_files_on_signals();
     CLI::App app{"eqdrc: write, check and compile tunings for the EQ/DRC chain, and process audio files with it"};
     app.require_subcommand(1);
