@@ -12,6 +12,13 @@
 
 namespace eqdrc_plugin {
 
+namespace {
+
+// How often a folder that went away is looked for again.
+constexpr int kRewatchMs = 250;
+
+}  // namespace
+
 struct TuningWatcher::State {
     std::string path, folder, name;
     int sampleRate = 0, channels = 0, frameLen = 0;
@@ -19,6 +26,7 @@ struct TuningWatcher::State {
     RecordHandoff *handoff = nullptr;
     int inotifyFd = -1;
     int stopFd = -1;
+    int watch = -1;  // the folder's watch; -1 while the folder is gone
     std::atomic<unsigned long> offered{0};
     std::atomic<unsigned long> refused{0};
 
@@ -30,6 +38,14 @@ struct TuningWatcher::State {
             ::close(stopFd);
     }
 };
+
+// The folder's own removal or renaming ends its watch; the watcher then looks for the
+// folder by its name again.
+int TuningWatcher::add_watch(const State &s)
+{
+    return ::inotify_add_watch(s.inotifyFd, s.folder.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO | IN_DELETE_SELF |
+                                                                  IN_MOVE_SELF | IN_ONLYDIR);
+}
 
 std::unique_ptr<TuningWatcher> TuningWatcher::start(const std::string &path, int sampleRate, int channels,
                                                     bool adapt, int frameLen, RecordHandoff &handoff,
@@ -47,8 +63,7 @@ std::unique_ptr<TuningWatcher> TuningWatcher::start(const std::string &path, int
     s->handoff = &handoff;
     s->inotifyFd = ::inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
     s->stopFd = ::eventfd(0, EFD_CLOEXEC);
-    if (s->inotifyFd < 0 || s->stopFd < 0 ||
-        ::inotify_add_watch(s->inotifyFd, s->folder.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO) < 0) {
+    if (s->inotifyFd < 0 || s->stopFd < 0 || (s->watch = add_watch(*s)) < 0) {
         error = s->folder + ": cannot watch for new tunings: " + std::strerror(errno);
         return nullptr;
     }
@@ -77,7 +92,7 @@ void TuningWatcher::run()
     alignas(inotify_event) char events[4096];
     for (;;) {
         pollfd fds[2] = {{s.inotifyFd, POLLIN, 0}, {s.stopFd, POLLIN, 0}};
-        if (::poll(fds, 2, -1) < 0) {
+        if (::poll(fds, 2, s.watch < 0 ? kRewatchMs : -1) < 0) {
             if (errno == EINTR)
                 continue;
             log_line("%s: tuning watcher stopped: %s", s.path.c_str(), std::strerror(errno));
@@ -86,12 +101,26 @@ void TuningWatcher::run()
         if (fds[1].revents)
             return;
         bool changed = false;
+        if (s.watch < 0) {
+            if ((s.watch = add_watch(s)) < 0)
+                continue;
+            // The folder is back: a tuning already in it is read, else the next one written.
+            log_line("%s: the folder is back; watching for tunings again", s.folder.c_str());
+            changed = ::access(s.path.c_str(), F_OK) == 0;
+        }
         ssize_t len;
         while ((len = ::read(s.inotifyFd, events, sizeof events)) > 0) {
             for (char *p = events; p < events + len;) {
                 const auto *e = reinterpret_cast<const inotify_event *>(p);
                 if (e->len > 0 && s.name == e->name)
                     changed = true;
+                if ((e->mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED)) && e->wd == s.watch) {
+                    if (!(e->mask & IN_IGNORED))
+                        ::inotify_rm_watch(s.inotifyFd, s.watch);
+                    s.watch = -1;
+                    changed = false;
+                    log_line("%s: the folder is gone; keeping the tuning that plays", s.folder.c_str());
+                }
                 p += sizeof(inotify_event) + e->len;
             }
         }

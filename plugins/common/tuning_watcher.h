@@ -3,7 +3,8 @@
 // temporary name and renamed into place (as editors and `eqdrc tuning compile -o` do)
 // is seen as well as a write in place. A version that fails to load or check is
 // refused with one log line naming the file and the first error; the previous tuning
-// keeps playing.
+// keeps playing. A deleted file changes nothing; a removed or renamed folder is one log
+// line, and the watcher takes up the folder again when it comes back.
 #ifndef EQDRC_PLUGIN_TUNING_WATCHER_H
 #define EQDRC_PLUGIN_TUNING_WATCHER_H
 
@@ -33,6 +34,7 @@ public:
 private:
     struct State;
     explicit TuningWatcher(std::unique_ptr<State> state);
+    static int add_watch(const State &s);
     void run();
 
     std::unique_ptr<State> state_;

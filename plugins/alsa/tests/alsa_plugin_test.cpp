@@ -5,8 +5,11 @@
 
 #include <alsa/asoundlib.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <thread>
 #include <unistd.h>
@@ -14,6 +17,32 @@
 #include "meter_file.h"
 #include "plugin_test_support.h"
 #include "tool_test_support.h"
+
+// Faults injected into the slave: the plugin's calls to snd_pcm_writei reach this
+// definition first (the test program exports it); the slave's own writes, and the
+// application's to the eqdrc device, pass straight through.
+namespace slave_fault {
+std::atomic<int> error{0};                 // what the slave's next writes return instead
+std::atomic<int> times{0};                 // how many of them; -1: every one from now on
+std::atomic<snd_pcm_uframes_t> most{0};    // frames a write takes at most; 0: all
+}  // namespace slave_fault
+
+extern "C" snd_pcm_sframes_t snd_pcm_writei(snd_pcm_t *pcm, const void *buffer, snd_pcm_uframes_t size)
+{
+    using Writei = snd_pcm_sframes_t (*)(snd_pcm_t *, const void *, snd_pcm_uframes_t);
+    static const auto real = reinterpret_cast<Writei>(::dlsym(RTLD_NEXT, "snd_pcm_writei"));
+    if (std::strcmp(snd_pcm_name(pcm), "eqdrc_slave") == 0) {
+        int times = slave_fault::times;
+        if (times != 0) {
+            if (times > 0)
+                --slave_fault::times;
+            return slave_fault::error;
+        }
+        if (snd_pcm_uframes_t most = slave_fault::most)
+            size = std::min(size, most);
+    }
+    return real(pcm, buffer, size);
+}
 
 namespace {
 
@@ -270,6 +299,42 @@ TEST_F(AlsaPlugin, ReplacedTuningTakesEffectAtTheLoggedFrame)
     EXPECT_EQ(reading.handoverFrame, frame);
     EXPECT_EQ(reading.handovers, 1u);
     EXPECT_LT(reading.meters.limiterGainDb[0], 0.0f) << "the second tuning limits this music";
+}
+
+// An underrun or a suspend of the slave is recovered there and a slave that takes part
+// of a write gets the rest: not a sample is lost, so the bits are `eqdrc process`'s. A
+// slave that is gone (-ENODEV, -EIO) is reported to the application, which can still
+// drain and close.
+TEST_F(AlsaPlugin, SlaveFaultsAreRecoveredOrReported)
+{
+    Record rec = fitted("music.json", 48000, 2);
+    const std::string options = "tuning \"" + saved(dir / "speaker.bin", rec) + "\"";
+    std::vector<int16_t> in = music(20 * kFrame + 100, 2);
+    const std::vector<int16_t> want = reference(rec, kFrame, in);
+    for (int error : {-EPIPE, -ESTRPIPE}) {
+        slave_fault::error = error;
+        slave_fault::times = 2;
+        EXPECT_EQ(play(options, in, 2, 700), want) << snd_strerror(error);
+        EXPECT_EQ(slave_fault::times, 0) << snd_strerror(error);
+    }
+    slave_fault::most = 7;
+    EXPECT_EQ(play(options, in, 2, 700), want) << "writes cut short";
+    slave_fault::most = 0;
+
+    for (int error : {-ENODEV, -EIO}) {
+        snd_pcm_t *pcm;
+        ASSERT_EQ(open(options, pcm, 700), 0);
+        write_all(pcm, in.data(), 4 * kFrame, 700, 2);
+        slave_fault::error = error;
+        slave_fault::times = -1;
+        snd_pcm_sframes_t w = 0;
+        for (int i = 0; i < 10 && w >= 0; ++i)
+            w = snd_pcm_writei(pcm, &in[4 * kFrame * 2], kFrame);
+        EXPECT_EQ(w, error) << snd_strerror(error);
+        EXPECT_EQ(snd_pcm_drain(pcm), error) << snd_strerror(error);
+        slave_fault::times = 0;
+        EXPECT_EQ(snd_pcm_close(pcm), 0);
+    }
 }
 
 TEST_F(AlsaPlugin, BadConfigurationsGiveAnErrorAndNoCrash)

@@ -2,6 +2,10 @@
 // both picked up, fitted to the stream and offered; one that fails is not.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -54,6 +58,54 @@ TEST(TuningWatcher, OffersEachGoodVersionWrittenInPlaceOrRenamedOverIt)
     taken = handoff.take();
     ASSERT_NE(taken, nullptr);
     EXPECT_EQ(*taken, fitted("music.json", 48000, 1));
+}
+
+// Whatever happens to the file or its folder, nothing but a good tuning is offered, each
+// event costs at most one log line, and a good file brings the watcher back.
+TEST(TuningWatcher, KeepsTheTuningThroughEveryFaultAndRecovers)
+{
+    eqdrc_tool_test::ScratchDir dir;
+    const std::string folder = dir / "tunings", path = folder + "/speaker.bin";
+    ASSERT_EQ(::mkdir(folder.c_str(), 0755), 0);
+    Record music = shipped_tuning("music.json"), loud = shipped_tuning("loud-small-speaker.json");
+    saved(path, music);
+    RecordHandoff handoff;
+    std::string error;
+    auto watcher = TuningWatcher::start(path, 48000, 2, false, 768, handoff, error);
+    ASSERT_TRUE(watcher) << error;
+    auto refused = [&] { return watcher->refused(); };
+    auto offered = [&] { return watcher->offered(); };
+
+    std::string log = eqdrc_test::capture_stderr([&] {
+        ::unlink(path.c_str());  // deleted: nothing to say
+        ASSERT_EQ(::mkdir((folder + "/d").c_str(), 0755), 0);
+        ASSERT_EQ(::rename((folder + "/d").c_str(), path.c_str()), 0);  // a folder under its name
+        ASSERT_TRUE(wait_until(refused, 1));
+        ::rmdir(path.c_str());
+        // Unreadable even for root: a link to itself.
+        ASSERT_EQ(::symlink("speaker.bin", (folder + "/loop").c_str()), 0);
+        ASSERT_EQ(::rename((folder + "/loop").c_str(), path.c_str()), 0);
+        ASSERT_TRUE(wait_until(refused, 2));
+        ::unlink(path.c_str());
+        // Cut short in place: the first close sees half a record.
+        eqdrc_tool_test::spit(path, eqdrc_tool::record_to_bytes(loud).substr(0, 1000));
+        ASSERT_TRUE(wait_until(refused, 3));
+        saved(path, loud);
+        ASSERT_TRUE(wait_until(offered, 1));
+        // The folder goes, and comes back with a good tuning.
+        ::unlink(path.c_str());
+        ASSERT_EQ(::rmdir(folder.c_str()), 0);
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        ASSERT_EQ(::mkdir(folder.c_str(), 0755), 0);
+        eqdrc_tool::write_file_atomic(path, eqdrc_tool::record_to_bytes(music));
+        ASSERT_TRUE(wait_until(offered, 2));
+    });
+    EXPECT_EQ(watcher->refused(), 3u);
+    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 5) << log;  // three refusals, gone, back
+    EXPECT_NE(log.find("the folder is gone"), std::string::npos) << log;
+    const Record *taken = handoff.take();
+    ASSERT_NE(taken, nullptr);
+    EXPECT_EQ(*taken, fitted("music.json", 48000, 2));
 }
 
 TEST(TuningWatcher, MissingFolderIsReported)

@@ -203,6 +203,61 @@ TEST(ElementOutput, FlushingSeekStartsAFreshChainAtTheNewPosition)
     EXPECT_TRUE(p.out.samples == reference(shipped_tuning("reference.bin"), 768, in.samples));
 }
 
+// New caps mid-stream: the same format renegotiated keeps the chain running with the
+// exact bits; another rate is refused by name (the pad refuses it before the element
+// sees it, so the stream ends there with an error). After an upstream error the
+// pipeline starts again from scratch with the exact bits.
+TEST(ElementOutput, RenegotiationAndUpstreamErrors)
+{
+    const std::vector<int16_t> in = music(kRate, 2);
+    const Record rec = shipped_tuning("reference.bin");
+    for (const char *caps : {"audio/x-raw,format=S16LE,layout=interleaved,rate=48000,channels=2,channel-mask=(bitmask)0x3",
+                             "audio/x-raw,format=S16LE,layout=interleaved,rate=44100,channels=2"}) {
+        FedPipeline p(kStereoTuning, 2);
+        p.push(in, 0, 768 + 300, {500});
+        GstCaps *next = gst_caps_from_string(caps);
+        gst_app_src_set_caps(GST_APP_SRC(p.src), next);
+        gst_caps_unref(next);
+        p.push(in, 768 + 300, in.size() / 2, {500});
+        BusLog log = p.finish();
+        if (log.reachedEos)
+            EXPECT_TRUE(p.out.samples == reference(rec, 768, in)) << caps;
+        else
+            EXPECT_TRUE(log.said("rate=(int)44100")) << caps << ": " << log.first_error();
+        EXPECT_EQ(log.reachedEos, std::string(caps).find("48000") != std::string::npos) << caps;
+    }
+
+    // An upstream element fails; the application stops the pipeline and plays again.
+    FedPipeline q(kStereoTuning, 2);
+    q.push(in, 0, 5000, {1000});
+    q.out.wait_for(768 * 2);
+    GST_ELEMENT_ERROR(q.src, RESOURCE, READ, ("the source failed"), (nullptr));
+    gst_element_set_state(q.pipeline, GST_STATE_NULL);
+    q.out.samples.clear();
+    q.out.buffers.clear();
+    gst_element_set_state(q.pipeline, GST_STATE_PLAYING);
+    q.push(in, 0, in.size() / 2, {777});
+    BusLog log = q.finish();
+    ASSERT_TRUE(log.reachedEos) << log.first_error();
+    EXPECT_TRUE(q.out.samples == reference(rec, 768, in));
+}
+
+// A seek right after a retune starts the fresh chain with the new tuning.
+TEST(Retune, FlushingSeekRightAfterARetuneKeepsTheNewTuning)
+{
+    Pipeline p("audiotestsrc name=src ! " + caps_text(2) + " ! eqdrc name=eq tuning=" + kStereoTuning +
+               " ! fakesink name=sink sync=false");
+    PadRecorder in(p.pipeline, "eq", "sink");
+    ASSERT_NE(gst_element_set_state(p.pipeline, GST_STATE_PAUSED), GST_STATE_CHANGE_FAILURE);
+    ASSERT_EQ(gst_element_get_state(p.pipeline, nullptr, nullptr, 10 * GST_SECOND), GST_STATE_CHANGE_SUCCESS);
+    g_object_set(p.eq, "tuning", (kTunings + "speech.json").c_str(), nullptr);
+    ASSERT_TRUE(gst_element_seek(p.pipeline, 1.0, GST_FORMAT_TIME, GST_SEEK_FLAG_FLUSH, GST_SEEK_TYPE_SET,
+                                 at_sample(1000), GST_SEEK_TYPE_SET, at_sample(1000 + kRate)));
+    BusLog log = run_to_end(p.pipeline);
+    ASSERT_TRUE(log.reachedEos) << log.first_error();
+    EXPECT_TRUE(p.out.samples == reference(shipped_tuning("speech.json"), 768, in.samples));
+}
+
 // The tuning is set from this thread while the streaming thread runs; the element names
 // the frame before which the new record took over, and so does its meter file.
 TEST(Retune, ExactOnBothSidesOfTheReportedFrame)
