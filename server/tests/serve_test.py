@@ -161,21 +161,6 @@ class Guard(unittest.TestCase):
             self.assertEqual(s.request("GET", path, headers=self.auth)[0], 404, path)
         self.assertEqual(s.request("PUT", "/index.html", "x", self.auth)[0], 405)
 
-    def test_events_tell_of_writes(self):
-        s = self.server
-        c = http.client.HTTPConnection("127.0.0.1", s.port, timeout=10)
-        c.request("GET", "/api/events?token=" + TOKEN, headers={"Host": s.host})
-        r = c.getresponse()
-        self.assertEqual(r.status, 200)
-        self.assertEqual(r.readline(), b": connected\n")
-        etag, doc = s.get_tuning(self.auth)
-        _, headers, _ = s.put(with_fc(doc, 1300.0), etag, self.auth)
-        lines = [r.readline() for _ in range(4)]
-        self.assertIn(b"event: tuning\n", lines)
-        data = [json.loads(l[6:]) for l in lines if l.startswith(b"data: ")]
-        self.assertEqual(data[0]["etag"], headers["ETag"])
-        c.close()
-
 
 class Endurance(unittest.TestCase):
     def setUp(self):

@@ -1,7 +1,7 @@
 // The studio connected to a playing device: `eqdrc serve` over a tuning file that aplay
 // plays through the ALSA plugin (reload on, meters, a file slave), at real-time pace. The
 // page raises an EQ band; the file is replaced whole, the plugin takes the tuning at a
-// logged frame with the exact bits on both sides of it (handover_check.py), and the
+// logged frame with the exact bits on both sides of it (scripts/player_check.py), and the
 // page's meters move. Then a refused change, another client's write, a drag (throttled
 // writes, the last position kept), and a change made while the server is away.
 //   node connected-test.mjs SITE_DIR NATIVE_BUILD WORK_DIR ARTIFACT_DIR
@@ -134,11 +134,15 @@ try {
     end = fed;
     await Promise.race([aplayDone, sleep(STEP_TIMEOUT_MS)]);
     writeFileSync(join(work, 'played.raw'), input.subarray(0, end));
-    const result = spawnSync('/usr/bin/python3', [join(here, 'handover_check.py'), eqdrc, join(work, 'slave.raw'),
-                             join(work, 'played.raw'), before, live, String(frame)],
+    writeFileSync(join(work, 'player.log'), playerLog.text);
+    for (const [json, bin] of [[before, 'old.bin'], [live, 'new.bin']])
+        spawnSync(eqdrc, ['tuning', 'compile', json, '-o', join(work, bin), '--force']);
+    const result = spawnSync('/usr/bin/python3', [join(repo, 'scripts', 'player_check.py'), 'check', join(work, 'played.raw'),
+                             join(work, 'slave.raw'), join(work, 'player.log'), join(work, 'old.bin'), join(work, 'new.bin')],
                              { env: { ...process.env, PYTHONPATH: join(repo, 'python'), TQEQDRC_LIB: native }, encoding: 'utf8' });
     process.stdout.write(result.stdout + result.stderr);
-    failures += Math.max((result.stdout.match(/^FAIL/gm) || []).length, result.status !== 0);
+    check(result.status === 0 && / 1 hand-overs, every bit the chain's/.test(result.stdout),
+          `the played output is the chain's, the new tuning taken over at frame ${frame} with its state kept`);
 
     // A change the check refuses: its messages, the file untouched; another client's write
     // shows in the page; a drag is sent throttled, its last position included; a change
