@@ -4,11 +4,10 @@
 // EQ to a measurement and compare with `eqdrc fit`, and refuse bad files with a message. Writes a screenshot into the artifact folder.
 //   node browser-test.mjs SITE_DIR EQDRC WORK_DIR ARTIFACT_DIR
 import { execFileSync } from 'node:child_process';
-import { existsSync, mkdirSync, mkdtempSync, readFileSync, readdirSync, rmSync, writeFileSync } from 'node:fs';
+import { existsSync, mkdirSync, readFileSync, readdirSync, rmSync, writeFileSync } from 'node:fs';
 import { createServer } from 'node:http';
-import { tmpdir } from 'node:os';
 import { extname, join, resolve } from 'node:path';
-import puppeteer from 'puppeteer-core';
+import { launchChromium } from './chromium.mjs';
 
 const [site, eqdrc, work, artifacts] = process.argv.slice(2).map((p) => resolve(p));
 const repo = resolve(import.meta.dirname || new URL('.', import.meta.url).pathname, '../..');
@@ -37,17 +36,10 @@ const server = createServer((req, res) => {
 await new Promise((ok) => server.listen(0, '127.0.0.1', ok));
 const url = `http://127.0.0.1:${server.address().port}/index.html`;
 
-const profile = mkdtempSync(join(tmpdir(), 'studio-chromium-'));
 const downloads = join(work, 'downloads');
 mkdirSync(downloads, { recursive: true });
 mkdirSync(artifacts, { recursive: true });
-const browser = await puppeteer.launch({
-    executablePath: process.env.CHROMIUM || '/usr/bin/chromium',
-    headless: true,
-    args: ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run', '--disable-background-networking',
-           '--disable-component-update', '--disable-sync', `--user-data-dir=${profile}`, '--window-size=1280,800'],
-    defaultViewport: { width: 1280, height: 800 },
-});
+const { browser, close: closeBrowser } = await launchChromium();
 
 async function downloaded(page, click, name) {
     const path = join(downloads, name);
@@ -248,9 +240,8 @@ try {
 } catch (e) {
     check(false, 'the browser test ran to its end', e.stack || String(e));
 } finally {
-    await browser.close();
+    await closeBrowser();
     server.close();
-    rmSync(profile, { recursive: true, force: true });
 }
 console.log(failures ? `${failures} check(s) failed` : 'all browser checks passed');
 process.exit(failures ? 1 : 0);

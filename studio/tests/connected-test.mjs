@@ -7,11 +7,10 @@
 //   node connected-test.mjs SITE_DIR NATIVE_BUILD WORK_DIR ARTIFACT_DIR
 import { execFileSync, spawn, spawnSync } from 'node:child_process';
 import { randomBytes } from 'node:crypto';
-import { copyFileSync, mkdirSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
+import { copyFileSync, mkdirSync, readFileSync, writeFileSync } from 'node:fs';
 import { createServer } from 'node:net';
-import { tmpdir } from 'node:os';
 import { join, resolve } from 'node:path';
-import puppeteer from 'puppeteer-core';
+import { launchChromium } from './chromium.mjs';
 
 const [site, native, work, artifacts] = process.argv.slice(2).map((p) => resolve(p));
 const here = import.meta.dirname || new URL('.', import.meta.url).pathname;
@@ -84,15 +83,8 @@ setTimeout(() => {
     process.exit(1);
 }, TEST_TIMEOUT_MS).unref();
 
-const profile = mkdtempSync(join(tmpdir(), 'studio-chromium-'));
 mkdirSync(artifacts, { recursive: true });
-const browser = await puppeteer.launch({
-    executablePath: process.env.CHROMIUM || '/usr/bin/chromium',
-    headless: true,
-    args: ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run', '--disable-background-networking',
-           '--disable-component-update', '--disable-sync', `--user-data-dir=${profile}`, '--window-size=1280,800'],
-    defaultViewport: { width: 1280, height: 800 },
-});
+const { browser, close: closeBrowser } = await launchChromium();
 
 try {
     await until('eqdrc serve', async () => (await apiGet('/api/status'))?.ok);
@@ -189,8 +181,7 @@ try {
     clearInterval(pacer);
     aplay.kill();
     serve.kill();
-    await browser.close();
-    rmSync(profile, { recursive: true, force: true });
+    await closeBrowser();
 }
 console.log(failures ? `${failures} check(s) failed` : 'all connected checks passed');
 process.exit(failures ? 1 : 0);
