@@ -34,11 +34,11 @@ t0=$SECONDS
 pid=$!
 sample() { echo "$(awk '/VmRSS/ {print $2}' /proc/$pid/status 2>/dev/null) $(ls /proc/$pid/fd 2>/dev/null | wc -l)"; }
 sleep 1
-start=$(sample) last=$start writes=0 refused=0
+rss=() fds=() writes=0 refused=0
 while kill -0 $pid 2>/dev/null; do
     sleep "$(awk "BEGIN { print 2 / $speed }")"
     now=$(sample)
-    [ -n "${now% *}" ] && [ "${now% *}" != " " ] && last=$now
+    if [ -n "${now% *}" ]; then rss+=("${now% *}"); fds+=("${now#* }"); fi
     writes=$((writes + 1))
     if [ $((writes % 10)) -eq 0 ]; then
         cp "$work/bad.bin" "$work/next.bin"; refused=$((refused + 1))
@@ -51,7 +51,9 @@ while kill -0 $pid 2>/dev/null; do
 done
 wait $pid || true
 echo "plugin soak: $minutes min of audio in $((SECONDS - t0)) s, $writes rewrites ($refused refused)"
-echo "aplay resident memory ${start% *} kB at the start, ${last% *} kB at the end; open descriptors ${start#* } and ${last#* }"
+n=${#rss[@]}
+echo "aplay resident memory (kB) at 0, 25, 50, 75 and 100% of the run:" \
+    "${rss[0]} ${rss[n / 4]} ${rss[n / 2]} ${rss[3 * n / 4]} ${rss[n - 1]}; open descriptors ${fds[0]} and ${fds[n - 1]}"
 echo "log: $(grep -c 'took effect' "$work/log") hand-overs, $(grep -c 'keeping the tuning' "$work/log") refusals"
 TQEQDRC_LIB=$PWD/$build PYTHONPATH=python "$py" scripts/player_check.py check "$work/in.raw" "$work/slave.raw" \
     "$work/log" "$work/a.bin" "$work/b.bin"
