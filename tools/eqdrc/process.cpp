@@ -17,6 +17,7 @@
 #include <tqaudio_eqdrc.h>
 
 #include "output_file.h"
+#include "pcm16.h"
 #include "stream_rules.h"
 #include "tuning.h"
 
@@ -61,24 +62,6 @@ int bits_per_sample(int format)
     case SF_FORMAT_PCM_32: case SF_FORMAT_ALAC_32: return 32;
     default: return 0;
     }
-}
-
-// One conversion for every input format. libsndfile hands over doubles scaled so that
-// full scale is 1.0 (exact for integers up to 32 bits, and for float and double); they
-// are taken to the nearest 16-bit step, a tie to the even step, and clipped to the
-// 16-bit range (NaN becomes 0). 16-bit input passes unchanged; 24-bit and 32-bit input
-// lose their low bits by this rounding.
-int16_t to_pcm16(double v)
-{
-    constexpr double kFullScale = 32768.0;
-    double s = v * kFullScale;
-    if (std::isnan(s))
-        return 0;
-    if (s <= -kFullScale)
-        return INT16_MIN;
-    if (s >= kFullScale - 1.0)
-        return INT16_MAX;
-    return static_cast<int16_t>(std::nearbyint(s));
 }
 
 int output_format(const std::string &path)
