@@ -11,7 +11,8 @@
 #   scalar   -O2 build with the four-lane code as scalar lanes (EQDRC_SCALAR_LANES): unit
 #            tests and conformance vectors, the same bits as the vector form;
 #   fuzz     every libFuzzer target for 45 s (ASan+UBSan), failing on any finding;
-#   valgrind memcheck of quorvel_enh, only the deliberate leaks suppressed (needs release);
+#   valgrind memcheck of quorvel_enh and of the LV2 plugin's lilv host test, only the
+#            deliberate leaks suppressed (needs release);
 #   python   the Python package's tests (python/tests) against build/;
 #   studio   WebAssembly build (studio/build.sh): conformance vectors under node, and the
 #            tuning studio in headless chromium against eqdrc (studio/tests/run.sh), also
@@ -21,6 +22,12 @@
 #   tsan     ThreadSanitizer build: chains on four threads against one, and the plugins'
 #            record hand-over with a control thread retuning a running chain, and
 #            `eqdrc serve` under its HTTP tests;
+#   abi      the library's public interface against the baseline abi/tqaudio_effect_eqdrc.abi
+#            (abidiff): nothing removed or changed;
+#   recipes  the Buildroot and Yocto recipes' options (packaging/) built and installed into
+#            a staging folder: the files packaging/install-*.txt list;
+#   debian   the Debian packages built from HEAD, checked by lintian, installed, used as
+#            debian/tests/installed uses them, and purged without a trace (about 6 minutes);
 #   standalone  a fresh clone of the committed tree, alone in an empty folder, passes the
 #            release variant: nothing the tests read lives outside the repository;
 #   mathf    our maths functions against this machine's libm on all 2^32 arguments
@@ -28,7 +35,8 @@
 # The conformance vectors are the project's copy in tests/conformance
 # (scripts/refresh-conformance.sh refreshes it); the families checked are those listed
 # in .ci/conformance-families.
-#   ./test.sh [VARIANT ...]      (default: release debug asan aarch64 scalar fuzz valgrind python studio alsa tsan standalone)
+#   ./test.sh [VARIANT ...]      (default: release debug asan aarch64 scalar fuzz valgrind python studio alsa tsan
+#                                 abi recipes debian standalone)
 set -euo pipefail
 cd "$(dirname "$0")"
 tools/ensure-deps.sh --with-cross
@@ -135,7 +143,7 @@ variant_armhf() {
 variant_scalar() {
     echo "== scalar (lanes as plain arrays, -O2)"
     build_and_test build-scalar -DCMAKE_BUILD_TYPE=Release -DEQDRC_SCALAR_LANES=ON -DEQDRC_BUILD_BENCH=OFF \
-        -DEQDRC_BUILD_TOOLS=OFF
+        -DEQDRC_BUILD_TOOLS=OFF -DEQDRC_BUILD_PLUGINS=OFF
     conformance build-scalar
 }
 
@@ -145,8 +153,9 @@ variant_fuzz() {
 }
 
 variant_valgrind() {
-    echo "== valgrind (memcheck of quorvel_enh; only the deliberate leaks suppressed)"
+    echo "== valgrind (memcheck of quorvel_enh and the LV2 plugin's host test; only the deliberate leaks suppressed)"
     scripts/valgrind-check.sh build
+    plugins/lv2/tests/valgrind_test.sh build
 }
 
 variant_alsa() {
@@ -165,6 +174,24 @@ variant_tsan() {
     # eqdrc serve's threads: the HTTP workers, the event streams, the meter relay
     (cd build-tsan && TSAN_OPTIONS="halt_on_error=1 suppressions=$PWD/../server/tests/tsan.supp" \
         ctest --output-on-failure -R '^serve_http$')
+}
+
+variant_abi() {
+    echo "== abi (the public interface against abi/tqaudio_effect_eqdrc.abi)"
+    tools/ensure-deps.sh --with-packaging
+    abi/check.sh build-abi
+}
+
+variant_recipes() {
+    echo "== recipes (the Buildroot and Yocto recipes' builds against packaging/install-*.txt)"
+    tools/ensure-deps.sh --with-packaging
+    packaging/check-install.py build-packaging
+}
+
+variant_debian() {
+    echo "== debian (packages from HEAD: built, lintian, installed, used, purged)"
+    tools/ensure-deps.sh --with-packaging
+    packaging/debian-check.sh
 }
 
 variant_standalone() {
@@ -214,7 +241,8 @@ variant_python() {
 }
 
 variants=("$@")
-[ ${#variants[@]} -gt 0 ] || variants=(release debug asan aarch64 scalar fuzz valgrind python studio alsa tsan standalone)
+[ ${#variants[@]} -gt 0 ] || variants=(release debug asan aarch64 scalar fuzz valgrind python studio alsa tsan abi recipes
+                                       debian standalone)
 for v in "${variants[@]}"; do
     t0=$SECONDS
     "variant_$v"

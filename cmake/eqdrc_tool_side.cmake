@@ -3,6 +3,9 @@
 # A C interface the Python package loads with ctypes: a shared library written beside
 # the chain's in the build tree and installed with it, exporting only its own calls.
 function(eqdrc_python_interface target output_name source)
+  if(NOT EQDRC_BUILD_PYTHON_LIBS OR NOT EQDRC_BUILD_TOOLS)
+    return()
+  endif()
   add_library(${target} SHARED ${source})
   target_link_libraries(${target} PRIVATE ${ARGN})
   target_compile_options(${target} PRIVATE -Wall -Wextra)

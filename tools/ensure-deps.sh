@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build, the tests and the demo need, when missing.
-#   tools/ensure-deps.sh [--with-cross]     (also the aarch64 cross compiler and qemu-user)
+#   tools/ensure-deps.sh [--with-cross]     (also the aarch64 cross compiler, qemu-user and llvm-mca)
 #   tools/ensure-deps.sh --with-sox         (also sox, for scripts/compare-sox.sh)
 #   tools/ensure-deps.sh --with-armhf       (also the 32-bit ARM cross compiler and qemu-user)
+#   tools/ensure-deps.sh --with-packaging   (also abidw, dpkg-buildpackage and lintian; the Debian
+#                                            build's own needs come from debian/control)
 set -euo pipefail
 need=()
 have() { command -v "$1" >/dev/null 2>&1; }
@@ -34,6 +36,16 @@ have aplay || need+=(alsa-utils)
 have gst-launch-1.0 || need+=(gstreamer1.0-tools)
 compgen -G "/usr/lib/*/gstreamer-1.0/libgstaudioconvert.so" >/dev/null || need+=(gstreamer1.0-plugins-base)
 compgen -G "/usr/lib/*/gstreamer-1.0/libgstwavparse.so" >/dev/null || need+=(gstreamer1.0-plugins-good)
+# the LV2 plugin (plugins/lv2): the LV2 headers and lv2_validate with sord_validate, lilv
+# for its host test, and for its PipeWire test a private PipeWire (with the filter-chain
+# module) and WirePlumber in a D-Bus session of their own
+[ -f /usr/include/lv2/core/lv2.h ] || need+=(lv2-dev)
+have sord_validate || need+=(sordi)
+[ -f /usr/include/lilv-0/lilv/lilv.h ] || need+=(liblilv-dev)
+compgen -G "/usr/lib/*/pipewire-0.3/libpipewire-module-filter-chain.so" >/dev/null || need+=(pipewire)
+have pw-cat || need+=(pipewire-bin)
+have wireplumber || need+=(wireplumber)
+have dbus-daemon || need+=(dbus-daemon)
 # fuzz targets (clang with libFuzzer) and the valgrind check
 have clang++ || need+=(clang)
 compgen -G "/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-*.a" >/dev/null || need+=(libclang-rt-dev)
@@ -66,11 +78,18 @@ if [ "${1:-}" = --with-cross ]; then  # the aarch64 test variant
     [ -f /usr/src/googletest/CMakeLists.txt ] || need+=(googletest)
     have aarch64-linux-gnu-g++ || need+=(g++-aarch64-linux-gnu)
     have qemu-aarch64 || need+=(qemu-user)
+    have llvm-mca || need+=(llvm)  # scripts/aarch64-mca.sh
 fi
 if [ "${1:-}" = --with-armhf ]; then  # the optional 32-bit ARM test variant
     [ -f /usr/src/googletest/CMakeLists.txt ] || need+=(googletest)
     have arm-linux-gnueabihf-g++ || need+=(g++-arm-linux-gnueabihf)
     have qemu-arm || need+=(qemu-user)
+fi
+if [ "${1:-}" = --with-packaging ]; then  # the abi, recipes and debian test variants
+    have abidw || need+=(abigail-tools)
+    [ -f /usr/include/lv2/core/lv2.h ] || need+=(lv2-dev)
+    have dpkg-buildpackage || need+=(dpkg-dev)
+    have lintian || need+=(lintian)
 fi
 if [ ${#need[@]} -gt 0 ]; then
     echo "installing: ${need[*]}"

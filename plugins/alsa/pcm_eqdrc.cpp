@@ -21,6 +21,7 @@
 // application, which this plugin does not do.
 #include <alsa/asoundlib.h>
 #include <alsa/pcm_external.h>
+#include <tqaudio_eqdrc.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -247,7 +248,10 @@ int eqdrc_hw_params(snd_pcm_ioplug_t *io, snd_pcm_hw_params_t *params)
     if (o.debug) {
         p->reporter = std::make_unique<SwapReporter>(o.tuning);
         p->stream->set_swap_callback(&SwapReporter::on_swap, p->reporter.get());
-        log_line("%s: %u Hz, %u channel(s), frames of %d", o.tuning.c_str(), rate, channels, o.frameLen);
+        // The library loaded, which need not be the one the plugin was built with.
+        log_line("%s: %u Hz, %u channel(s), frames of %d; libtqaudio_effect_eqdrc %s, %s processing code",
+                 o.tuning.c_str(), rate, channels, o.frameLen, AudioPost_GetVersion(nullptr, nullptr, nullptr),
+                 AudioPost_GetProcessingCode());
     }
     if (!o.meters.empty()) {
         p->meters = MeterPublisher::start(o.meters, *p->stream, static_cast<int>(rate), error);

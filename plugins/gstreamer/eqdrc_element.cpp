@@ -1,6 +1,7 @@
 #include "eqdrc_element.h"
 
 #include <gst/audio/audio.h>
+#include <tqaudio_eqdrc.h>
 
 #include <algorithm>
 #include <memory>
@@ -461,7 +462,10 @@ GstStateChangeReturn change_state(GstElement *element, GstStateChange transition
         self->loaded = TRUE;
         self->warnedCaps = FALSE;
         GST_OBJECT_UNLOCK(self);
-        GST_INFO_OBJECT(self, "tuning %s: %d Hz, %d channel(s)", path.c_str(), rate, channels);
+        // The library loaded, which need not be the one the element was built with.
+        GST_INFO_OBJECT(self, "tuning %s: %d Hz, %d channel(s); libtqaudio_effect_eqdrc %s, %s processing code",
+                        path.c_str(), rate, channels, AudioPost_GetVersion(nullptr, nullptr, nullptr),
+                        AudioPost_GetProcessingCode());
     }
     GstStateChangeReturn ret = GST_ELEMENT_CLASS(parent_class)->change_state(element, transition);
     if (transition == GST_STATE_CHANGE_PAUSED_TO_READY) {

@@ -25,15 +25,16 @@ class CrossoverParam(ctypes.Structure):
 def find_library(name=_LIB_NAME):
     """Where a library of this project is taken from: $TQEQDRC_LIB (the chain's .so, or
     the folder holding the libraries), the build/ folder of the source tree the package
-    runs from, or the system loader's search (the standard library path, where
-    `cmake --install` puts them, and $LD_LIBRARY_PATH)."""
+    runs from, the package's own folder (where the Debian package keeps the two C
+    interfaces only it loads), or the system loader's search (the standard library path,
+    where `cmake --install` puts them, and $LD_LIBRARY_PATH)."""
     env = os.environ.get("TQEQDRC_LIB")
     if env:
         folder = env if os.path.isdir(env) else os.path.dirname(env)
         return env if os.path.basename(env) == name else os.path.join(folder, name)
-    in_tree = os.path.join(_SOURCE_ROOT, "build", name)
-    if os.path.exists(in_tree):
-        return in_tree
+    for folder in (os.path.join(_SOURCE_ROOT, "build"), os.path.dirname(os.path.realpath(__file__))):
+        if os.path.exists(os.path.join(folder, name)):
+            return os.path.join(folder, name)
     return ctypes.util.find_library(name[3:-3]) or name
 
 
