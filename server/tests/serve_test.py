@@ -49,9 +49,6 @@ class Server:
         self.log = []
         threading.Thread(target=lambda: self.log.extend(self.proc.stderr), daemon=True).start()
 
-    def __del__(self):
-        self.proc.stderr.close()
-
     def request(self, method, path, body=None, headers=None, timeout=10):
         c = http.client.HTTPConnection("127.0.0.1", self.port, timeout=timeout)
         c.putrequest(method, path, skip_host=True, skip_accept_encoding=True)

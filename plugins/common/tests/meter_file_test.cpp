@@ -1,6 +1,6 @@
 // The meter file: a reader copying while a writer publishes never gets a mix of two
-// readings, and a reader follows the file as it appears, is replaced or is not one. The
-// publisher copies a running stream's meter tap into it.
+// readings, and a reader follows the file as it appears, is replaced or is not one. (The
+// plugins' tests read what the publisher copies from a running stream's tap.)
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
@@ -8,7 +8,7 @@
 #include <atomic>
 #include <thread>
 
-#include "meter_publisher.h"
+#include "meter_file.h"
 #include "plugin_test_support.h"
 
 namespace {
@@ -101,38 +101,6 @@ TEST(MeterFile, ReaderFollowsAFileThatAppearsIsReplacedOrIsNone)
     EXPECT_EQ(dir.entries().size(), 1u) << "no temporary file left";
     EXPECT_FALSE(MeterFileWriter::create(dir / "no/such/folder/m", error));
     EXPECT_NE(error.find("no/such/folder/m: cannot create the meter file"), std::string::npos) << error;
-}
-
-// The audio thread fills the tap while the publisher's thread copies it; the last
-// reading, published when the publisher stops, holds every frame and the hand-over.
-TEST(MeterPublisher, PublishesTheRunningStreamsTap)
-{
-    ScratchDir dir;
-    const eqdrc_plugin_test::Record first = eqdrc_plugin_test::fitted("music.json", 48000, 2);
-    RecordHandoff handoff;
-    std::string error;
-    std::unique_ptr<FrameStream> stream;
-    eqdrc_test::capture_stderr([&] { stream = FrameStream::create(first, 768, &handoff, error, 4 * 768); });
-    ASSERT_TRUE(stream) << error;
-    auto publisher = MeterPublisher::start(dir / "m", *stream, 44100, error);
-    ASSERT_TRUE(publisher) << error;
-    const std::vector<int16_t> in = eqdrc_plugin_test::music(768, 2);
-    std::vector<int16_t> out(in.size());
-    for (int frame = 0; frame < 40; frame++) {
-        if (frame == 25)
-            handoff.offer(eqdrc_plugin_test::fitted("speech.json", 48000, 2));
-        stream->write(in.data(), 768);
-        stream->read(out.data(), 768);
-        std::this_thread::sleep_for(std::chrono::milliseconds(3));  // the publisher runs meanwhile
-    }
-    publisher.reset();
-    MeterReading r;
-    ASSERT_TRUE(MeterFileReader(dir / "m").read(r));
-    EXPECT_EQ(r.meters.frames, 40u);
-    EXPECT_EQ(r.handoverFrame, 25);
-    EXPECT_EQ(r.handovers, 1u);
-    EXPECT_EQ(r.sampleRate, 44100);
-    EXPECT_GT(r.meters.outputPeakDb[1], EQDRC_METER_FLOOR_DB);
 }
 
 }  // namespace
