@@ -92,10 +92,9 @@ void DeEsserState::process_pair(const float *const *in, float *const *out, int n
     constexpr int kRow = eqdrc::kLanes;
     float held[eqdrc::kDeEsserPairFrames * kRow];
     const f32x4 frames = eqdrc::splat(static_cast<float>(n));
-    const eqdrc::m32x4 bandLanes = eqdrc::mask(true, true, false, false);
     const auto step = [&](Memories &m, float a, float b) EQDRC_LANE_LAMBDA {
         const f32x4 y = eqdrc::biquad_step(c, m.z1, m.z2, eqdrc::lanes(a, b, a, b));
-        return eqdrc::select(bandLanes, (y * y) / frames, y);
+        return eqdrc::divide_low_pair(y * y, frames, y);
     };
     const float *x0 = in[0], *x1 = in[1];
     // Channel 0's energy is summed as the terms come, beside the filters' recursion;
