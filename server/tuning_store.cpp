@@ -39,7 +39,7 @@ TuningStore::TuningStore(std::string path, int frameLen) : path_(std::move(path)
 {
     std::string bytes = eqdrc_tool::read_file(path_);
     binary_ = !eqdrc_tool::is_json_text(bytes);
-    eqdrc_tool::read_tuning(path_);  // refuses a file that is no tuning
+    eqdrc_tool::tuning_from_bytes(bytes, path_);  // refuses a file that is no tuning
 }
 
 TuningVersion TuningStore::read() const
@@ -48,9 +48,7 @@ TuningVersion TuningStore::read() const
     TuningVersion v;
     try {
         std::string bytes = eqdrc_tool::read_file(path_);
-        Record rec = eqdrc_tool::is_json_text(bytes) ? eqdrc_tool::record_from_json_text(bytes)
-                                                     : eqdrc_tool::record_from_bytes(bytes);
-        v.json = eqdrc_tool::record_to_json_text(rec);
+        v.json = eqdrc_tool::record_to_json_text(eqdrc_tool::tuning_from_bytes(bytes, path_));
         v.etag = etag_of(bytes);
     } catch (const std::exception &e) {
         v.error = e.what();

@@ -306,20 +306,21 @@ bool is_json_text(const std::string &bytes)
     return i != std::string::npos && bytes[i] == '{';
 }
 
-Record read_tuning(const std::string &path)
+Record tuning_from_bytes(const std::string &bytes, const std::string &name)
 {
-    std::string bytes = read_file(path);
     if (is_json_text(bytes)) {
         try {
             return record_from_json_text(bytes);
         } catch (const Error &e) {
-            throw Error(path + ": " + e.what());
+            throw Error(name + ": " + e.what());
         }
     }
     if (bytes.size() != kRecordBytes)
-        throw Error(path + ": " + std::to_string(bytes.size()) +
+        throw Error(name + ": " + std::to_string(bytes.size()) +
                     " bytes; a tuning is a JSON file or a 2176-byte record (544 float32 words)");
     return record_from_bytes(bytes);
 }
+
+Record read_tuning(const std::string &path) { return tuning_from_bytes(read_file(path), path); }
 
 }  // namespace eqdrc_tool

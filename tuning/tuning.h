@@ -43,6 +43,8 @@ std::string record_to_bytes(const Record &rec);
 // Reads a tuning file, JSON (first non-blank character '{') or binary. Throws Error
 // with the file name and the problem.
 Record read_tuning(const std::string &path);
+// The same for a file's bytes already read; `name` names it in messages.
+Record tuning_from_bytes(const std::string &bytes, const std::string &name);
 bool is_json_text(const std::string &bytes);
 std::string read_file(const std::string &path);
 
