@@ -1,8 +1,22 @@
 """Every file the package writes goes through write_atomic: written under a temporary name
 beside its place, renamed into place when complete, removed on any failure, and refused
-when it would replace one of the run's inputs (the tool's own test, through links too)."""
+when it would replace one of the run's inputs (the tool's own test, through links too).
+Every input file it reads whole goes through read_input, which words its refusals as the
+tool does."""
 import os
 import tempfile
+
+
+def read_input(path, error):
+    """The bytes of the file at `path`; a folder or an unreadable file raises `error`."""
+    path = os.fspath(path)
+    if os.path.isdir(path):
+        raise error("%s: is a folder, not a file" % path)
+    try:
+        with open(path, "rb") as f:
+            return f.read()
+    except OSError as e:
+        raise error("%s: cannot open: %s" % (path, e.strerror)) from None
 
 
 class OutputError(ValueError):

@@ -6,6 +6,7 @@ import json
 import os
 
 from . import _lib
+from .files import read_input
 from .tuning import _record_from_text, as_record, read_tuning
 
 # What libsndfile's formats start with: an impulse response, which only the tool reads.
@@ -32,13 +33,7 @@ def _text(source, what):
     if isinstance(source, bytes) or (isinstance(source, str) and "\n" in source):
         return (source if isinstance(source, bytes) else source.encode()), what
     path = os.fspath(source)
-    if os.path.isdir(path):  # worded as the tool words it
-        raise FitError("%s: is a folder, not a file" % path)
-    try:
-        with open(path, "rb") as f:
-            data = f.read()
-    except OSError as e:
-        raise FitError("%s: cannot open: %s" % (path, e.strerror)) from None
+    data = read_input(path, FitError)
     if data.startswith(_AUDIO_MAGIC):
         raise FitError("%s: an impulse response: the Python package reads measurements as text only "
                        "(`eqdrc fit` reads impulse responses)" % path)

@@ -13,6 +13,7 @@ from .tuning import as_record, layout  # noqa: E402
 
 FIGURE_SIZE = (16, 12)      # inches
 DPI = 80                    # 1280 x 960 pixels
+REPORT_FIGURE_SIZE = (12, 8)  # inches: 960 x 640 pixels
 CROSSOVER_IMPULSE = 16384
 
 
@@ -241,12 +242,16 @@ def tuning_figure(record, title=None):
     return fig
 
 
-def plot_tuning(record, out_path, title=None):
-    """One PNG of tuning_figure. Returns the figure's pixel size."""
-    fig = tuning_figure(record, title)
+def _save(fig, out_path, size):
+    """One PNG of `fig`, closed after. Returns its pixel size."""
     fig.savefig(out_path, dpi=DPI)
     plt.close(fig)
-    return int(FIGURE_SIZE[0] * DPI), int(FIGURE_SIZE[1] * DPI)
+    return int(size[0] * DPI), int(size[1] * DPI)
+
+
+def plot_tuning(record, out_path, title=None):
+    """One PNG of tuning_figure. Returns the figure's pixel size."""
+    return _save(tuning_figure(record, title), out_path, FIGURE_SIZE)
 
 
 GR_BLOCK_S = 0.05
@@ -270,7 +275,7 @@ def report_figure(pcm_in, pcm_out, sample_rate, title=None, record=None):
     target loudness is drawn too."""
     t_in, l_in = dsp.short_term_loudness(pcm_in, sample_rate)
     t_out, l_out = dsp.short_term_loudness(pcm_out, sample_rate)
-    fig, (ax1, ax2) = plt.subplots(2, 1, figsize=(12, 8), dpi=DPI, sharex=True)
+    fig, (ax1, ax2) = plt.subplots(2, 1, figsize=REPORT_FIGURE_SIZE, dpi=DPI, sharex=True)
     silent = -1000.0
     in_line, = ax1.plot(t_in, np.where(l_in <= silent, np.nan, l_in), label="input, short-term")
     out_line, = ax1.plot(t_out, np.where(l_out <= silent, np.nan, l_out), label="output, short-term")
@@ -316,10 +321,7 @@ def report_figure(pcm_in, pcm_out, sample_rate, title=None, record=None):
 def plot_report(pcm_in, pcm_out, sample_rate, out_path, title=None, record=None):
     """One PNG of report_figure: input and output loudness over time (the library's meter)
     with their integrated loudness, and the output's broadband level against the input."""
-    fig = report_figure(pcm_in, pcm_out, sample_rate, title, record)
-    fig.savefig(out_path, dpi=DPI)
-    plt.close(fig)
-    return 12 * DPI, 8 * DPI
+    return _save(report_figure(pcm_in, pcm_out, sample_rate, title, record), out_path, REPORT_FIGURE_SIZE)
 
 
 FIT_FIGURE_SIZE = (12, 9)   # inches: 960 x 720 pixels
@@ -357,7 +359,4 @@ def fit_figure(report, title=None):
 
 def plot_fit(report, out_path, title=None):
     """One PNG of fit_figure. Returns the figure's pixel size."""
-    fig = fit_figure(report, title)
-    fig.savefig(out_path, dpi=DPI)
-    plt.close(fig)
-    return int(FIT_FIGURE_SIZE[0] * DPI), int(FIT_FIGURE_SIZE[1] * DPI)
+    return _save(fit_figure(report, title), out_path, FIT_FIGURE_SIZE)

@@ -12,7 +12,7 @@ import os
 import numpy as np
 
 from . import _lib
-from .files import write_atomic
+from .files import read_input, write_atomic
 
 RECORD_WORDS = 544
 RECORD_BYTES = RECORD_WORDS * 4
@@ -188,13 +188,7 @@ def is_json_text(data):
 
 def read_tuning(path):
     """A record from a tuning file: JSON (first non-blank character '{') or binary."""
-    if os.path.isdir(path):  # worded as the tool words it
-        raise TuningError("%s: is a folder, not a file" % path)
-    try:
-        with open(path, "rb") as f:
-            data = f.read()
-    except OSError as e:
-        raise TuningError("%s: cannot open: %s" % (path, e.strerror)) from None
+    data = read_input(path, TuningError)
     if is_json_text(data):
         try:
             return _record_from_text(data)
