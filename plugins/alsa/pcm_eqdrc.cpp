@@ -248,10 +248,8 @@ int eqdrc_hw_params(snd_pcm_ioplug_t *io, snd_pcm_hw_params_t *params)
     if (o.debug) {
         p->reporter = std::make_unique<SwapReporter>(o.tuning);
         p->stream->set_swap_callback(&SwapReporter::on_swap, p->reporter.get());
-        // The library loaded, which need not be the one the plugin was built with.
-        log_line("%s: %u Hz, %u channel(s), frames of %d; libtqaudio_effect_eqdrc %s, %s processing code",
-                 o.tuning.c_str(), rate, channels, o.frameLen, AudioPost_GetVersion(nullptr, nullptr, nullptr),
-                 AudioPost_GetProcessingCode());
+        log_line("%s: %u Hz, %u channel(s), frames of %d; %s", o.tuning.c_str(), rate, channels, o.frameLen,
+                 library_identity().c_str());
     }
     if (!o.meters.empty()) {
         p->meters = MeterPublisher::start(o.meters, *p->stream, static_cast<int>(rate), error);

@@ -3,6 +3,8 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include <tqaudio_eqdrc.h>
+
 namespace eqdrc_plugin {
 
 void log_line(const char *format, ...)
@@ -15,6 +17,12 @@ void log_line(const char *format, ...)
     std::vsnprintf(line + n, sizeof line - n - 1, format, args);
     va_end(args);
     std::fprintf(stderr, "%s\n", line);
+}
+
+std::string library_identity()
+{
+    return std::string("libtqaudio_effect_eqdrc ") + AudioPost_GetVersion(nullptr, nullptr, nullptr) + ", " +
+           AudioPost_GetProcessingCode() + " processing code";
 }
 
 }  // namespace eqdrc_plugin

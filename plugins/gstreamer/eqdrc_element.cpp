@@ -9,6 +9,7 @@
 
 #include "bypass_fade.h"
 #include "frame_stream.h"
+#include "log.h"
 #include "meter_publisher.h"
 #include "record_handoff.h"
 #include "tuning_source.h"
@@ -462,10 +463,8 @@ GstStateChangeReturn change_state(GstElement *element, GstStateChange transition
         self->loaded = TRUE;
         self->warnedCaps = FALSE;
         GST_OBJECT_UNLOCK(self);
-        // The library loaded, which need not be the one the element was built with.
-        GST_INFO_OBJECT(self, "tuning %s: %d Hz, %d channel(s); libtqaudio_effect_eqdrc %s, %s processing code",
-                        path.c_str(), rate, channels, AudioPost_GetVersion(nullptr, nullptr, nullptr),
-                        AudioPost_GetProcessingCode());
+        GST_INFO_OBJECT(self, "tuning %s: %d Hz, %d channel(s); %s", path.c_str(), rate, channels,
+                        eqdrc_plugin::library_identity().c_str());
     }
     GstStateChangeReturn ret = GST_ELEMENT_CLASS(parent_class)->change_state(element, transition);
     if (transition == GST_STATE_CHANGE_PAUSED_TO_READY) {
