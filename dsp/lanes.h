@@ -317,6 +317,9 @@ inline f32x4 pair_lanes(float a, float b)
 {
 #if defined(__SSE__)
     return reinterpret_cast<f32x4>(_mm_unpacklo_ps(_mm_set_ss(a), _mm_set_ss(b)));
+#elif defined(__aarch64__)
+    // A 64-bit pair, whose writes clear the upper half: from memory a load and a lane load.
+    return reinterpret_cast<f32x4>(vcombine_f32(vset_lane_f32(b, vdup_n_f32(a), 1), vdup_n_f32(0.0f)));
 #else
     return lanes(a, b, 0.0f, 0.0f);
 #endif
@@ -348,6 +351,9 @@ inline f32x4 load_pair(const float *p)
 {
 #if defined(__SSE2__)
     return reinterpret_cast<f32x4>(_mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(p))));
+#elif defined(__aarch64__)
+    // One 64-bit load, which clears the upper half: not two loads and two lane moves.
+    return reinterpret_cast<f32x4>(vcombine_f32(vld1_f32(p), vdup_n_f32(0.0f)));
 #else
     return lanes(p[0], p[1], 0.0f, 0.0f);
 #endif
