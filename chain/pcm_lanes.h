@@ -29,7 +29,17 @@ inline i32x4 low_halves(i32x4 w) { return reinterpret_cast<i32x4>(reinterpret_ca
 inline void pcm_to_channels(const int16_t *in, float *left, float *right, float gainLeft, float gainRight, int n)
 {
     int i = 0;
-#if !EQDRC_SCALAR_LANES && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+#if !EQDRC_SCALAR_LANES && defined(__aarch64__)
+    // Eight frames at a time, split into the channels by the load itself.
+    const float32x4_t gl = vdupq_n_f32(gainLeft), gr = vdupq_n_f32(gainRight);
+    for (; i + 2 * kLanes <= n; i += 2 * kLanes) {
+        const int16x8x2_t w = vld2q_s16(in + 2 * i);
+        vst1q_f32(left + i, vmulq_f32(vcvtq_f32_s32(vmovl_s16(vget_low_s16(w.val[0]))), gl));
+        vst1q_f32(left + i + kLanes, vmulq_f32(vcvtq_f32_s32(vmovl_high_s16(w.val[0])), gl));
+        vst1q_f32(right + i, vmulq_f32(vcvtq_f32_s32(vmovl_s16(vget_low_s16(w.val[1]))), gr));
+        vst1q_f32(right + i + kLanes, vmulq_f32(vcvtq_f32_s32(vmovl_high_s16(w.val[1])), gr));
+    }
+#elif !EQDRC_SCALAR_LANES && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
     const f32x4 gl = splat(gainLeft), gr = splat(gainRight);
     for (; i + kLanes <= n; i += kLanes) {
         // Each 32-bit word holds a left sample in its low half, a right one in its high.
@@ -72,7 +82,20 @@ inline i32x4 pcm16_lanes(f32x4 v, f32x4 lo, f32x4 hi)
 inline void channels_to_pcm(const float *left, const float *right, int16_t *out, float low, float high, int n)
 {
     int i = 0;
-#if !EQDRC_SCALAR_LANES
+#if !EQDRC_SCALAR_LANES && defined(__aarch64__)
+    if (pcm16_lanes_apply(low, high)) {
+        // fminnm gives the bound for a NaN, as the first clamp does, and a clamped value
+        // is no NaN, so fmaxnm is the second; equal values differ at most in the sign of
+        // a zero, which truncates alike.  The narrowing keeps the low 16 bits, and the
+        // store interleaves the channels.
+        const float32x4_t lo = vdupq_n_f32(low), hi = vdupq_n_f32(high);
+        const auto words = [lo, hi](const float *x) {
+            return vmovn_s32(vcvtq_s32_f32(vmaxnmq_f32(vminnmq_f32(vld1q_f32(x), hi), lo)));
+        };
+        for (; i + kLanes <= n; i += kLanes)
+            vst2_s16(out + 2 * i, int16x4x2_t{{words(left + i), words(right + i)}});
+    }
+#elif !EQDRC_SCALAR_LANES
     typedef int16_t i16x8 __attribute__((vector_size(16)));
     if (pcm16_lanes_apply(low, high)) {
         const f32x4 lo = splat(low), hi = splat(high);
