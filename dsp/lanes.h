@@ -440,6 +440,76 @@ inline V load(const float *p)
 
 inline void store(float *p, f32x4 v) { std::memcpy(p, &v, sizeof v); }
 
+// Two steps of the two channels in one vector, from their arrays a and b: [a0, b0, a1, b1],
+// the two steps' pairs one after the other.
+inline f32x4 load_two_pairs(const float *a, const float *b)
+{
+#if EQDRC_SCALAR_LANES
+    return lanes(a[0], b[0], a[1], b[1]);
+#else
+    return interleave_low(load_pair(a), load_pair(b));
+#endif
+}
+
+// [a0, a1, b0, b1]: the same two steps channel by channel (channel rows), as the arrays
+// hold them.
+inline f32x4 load_rows(const float *a, const float *b)
+{
+#if EQDRC_SCALAR_LANES
+    return lanes(a[0], a[1], b[0], b[1]);
+#else
+    return low_pairs(load_pair(a), load_pair(b));
+#endif
+}
+
+// [p0, q0, p1, q1]: the pairs of two steps channel by channel.
+inline f32x4 channel_rows(Pair p, Pair q)
+{
+#if EQDRC_SCALAR_LANES
+    return lanes(p[0], q[0], p[1], q[1]);
+#else
+    return interleave_low(p, q);
+#endif
+}
+
+// [a2, a3, b0, b1]; and [a2, b2, a3, b3], the upper pairs of two steps as channel rows.
+inline f32x4 upper_pair_below(f32x4 a, f32x4 b)
+{
+#if EQDRC_SCALAR_LANES
+    return lanes(a[2], a[3], b[0], b[1]);
+#else
+    return __builtin_shufflevector(a, b, 2, 3, 4, 5);
+#endif
+}
+inline f32x4 upper_rows(f32x4 a, f32x4 b)
+{
+#if EQDRC_SCALAR_LANES
+    return lanes(a[2], b[2], a[3], b[3]);
+#else
+    return interleave_high(a, b);
+#endif
+}
+
+// [v0, v0, v2, v2]: the earlier step of channel rows in both lanes of its row.
+inline f32x4 even_lanes_doubled(f32x4 v)
+{
+#if EQDRC_SCALAR_LANES
+    return lanes(v[0], v[0], v[2], v[2]);
+#else
+    return __builtin_shufflevector(v, v, 0, 0, 2, 2);
+#endif
+}
+
+// [v1, v3]: the later step of channel rows as a pair.
+inline Pair odd_lanes(f32x4 v)
+{
+#if EQDRC_SCALAR_LANES
+    return pair_lanes(v[1], v[3]);
+#else
+    return __builtin_shufflevector(v, v, 1, 3, 1, 3);
+#endif
+}
+
 }  // namespace eqdrc
 
 #endif

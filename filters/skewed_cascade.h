@@ -24,7 +24,9 @@ namespace skew {
 
 // What the cascade needs of a lane vector: its width, masks from per-lane flags, the
 // skew's move of every pair of lanes one pair up with a new sample pair (lanes 0 and 1 of
-// `pair`) in lanes 0 and 1, and the last pair, moved to lanes 0 and 1.
+// `pair`) in lanes 0 and 1, and the last pair, moved to lanes 0 and 1; the same for two
+// steps, their pairs in one vector step after step, [c0 t, c1 t, c0 t+1, c1 t+1], and
+// their last pairs channel by channel, [c0 t, c0 t+1, c1 t, c1 t+1].
 template <class V>
 struct SkewLanes;
 
@@ -35,6 +37,12 @@ struct SkewLanes<f32x4> {
     static Mask mask_of(const bool *on) { return mask(on[0], on[1], on[2], on[3]); }
     static f32x4 shift_in(f32x4 v, Pair pair) { return with_pair_below(pair, v); }
     static Pair last_pair(f32x4 v) { return upper_pair(v); }
+    static void shift_in_two(f32x4 &older, f32x4 &newer, f32x4 pairs)
+    {
+        older = with_pair_below(lower_pair(pairs), older);
+        newer = upper_pair_below(pairs, newer);
+    }
+    static f32x4 last_rows(f32x4 a, f32x4 b) { return upper_rows(a, b); }
 };
 
 #if EQDRC_EIGHT_LANES
@@ -51,6 +59,12 @@ struct SkewLanes<f32x8> {
         return __builtin_shufflevector(join(pair, pair), v, 0, 1, 8, 9, 10, 11, 12, 13);
     }
     static Pair last_pair(f32x8 v) { return upper_pair(high_half(v)); }
+    static void shift_in_two(f32x8 &older, f32x8 &newer, f32x4 pairs)
+    {
+        older = shift_in(older, pairs);
+        newer = shift_in(newer, upper_pair(pairs));
+    }
+    static f32x4 last_rows(f32x8 a, f32x8 b) { return upper_rows(high_half(a), high_half(b)); }
 };
 #endif
 
@@ -77,6 +91,17 @@ struct SkewedCascade {
     static constexpr int kRemainder = Count % H;
     static constexpr bool kEmptyGroups = kFull + (kRemainder > 0) < Q;
     Mask remainderLanes, emptyLanes;
+
+    // Sections 0 .. kHeld - 1 keep their coefficients in registers across the frame.  The
+    // rest, on NEON, are read from memory for every two steps (run_steps), each vector
+    // once and in pairs: held too, they would outnumber the registers and be reloaded
+    // from the stack at every use.
+#if defined(__aarch64__) && !EQDRC_SCALAR_LANES
+    static constexpr int kHeldOnNeon = 3;
+    static constexpr int kHeld = H < kHeldOnNeon ? H : kHeldOnNeon;
+#else
+    static constexpr int kHeld = H;
+#endif
 
     static constexpr int section(int lane, int k) { return (lane / 2) * H + k; }
 
@@ -120,6 +145,15 @@ struct SkewedCascade {
     // zero for finite input) and its result is dropped: a group's output is taken after
     // its last section, or is its input when it has none.  Choosing after the whole
     // cascade keeps the choices off the path from one step to the next.
+    EQDRC_LANE_INLINE V chosen(V in, const V *w, V last) const
+    {
+        if (kRemainder > 0)
+            last = select(remainderLanes, w[kRemainder > 0 ? kRemainder - 1 : 0], last);
+        if (kEmptyGroups)
+            last = select(emptyLanes, in, last);
+        return last;
+    }
+
     EQDRC_LANE_INLINE V step(V v)
     {
         const V in = v;
@@ -128,11 +162,24 @@ struct SkewedCascade {
         EQDRC_UNROLL
         for (int k = 0; k < H; k++)
             v = w[k] = biquad_step(c[k], z1[k], z2[k], v);
-        if (kRemainder > 0)
-            v = select(remainderLanes, w[kRemainder > 0 ? kRemainder - 1 : 0], v);
-        if (kEmptyGroups)
-            v = select(emptyLanes, in, v);
-        return v;
+        return chosen(in, w, v);
+    }
+
+    // Steps t and t + 1, section by section: with the skew of two, step t + 1's input does
+    // not wait on step t, so section k of step t + 1 can follow section k of step t, and
+    // each coefficient vector, held or fetched (sections kHeld on), serves both.
+    EQDRC_LANE_INLINE void step_two(V &a, V &b, const BiquadBank<V> *fetched)
+    {
+        const V inA = a, inB = b;
+        V wa[H], wb[H];
+        EQDRC_UNROLL
+        for (int k = 0; k < H; k++) {
+            const BiquadBank<V> &ck = k < kHeld ? c[k] : fetched[k];
+            a = wa[k] = biquad_step(ck, z1[k], z2[k], a);
+            b = wb[k] = biquad_step(ck, z1[k], z2[k], b);
+        }
+        a = chosen(inA, wa, a);
+        b = chosen(inB, wb, b);
     }
 
     // Step t of a frame of n samples, where some groups have no sample (t - kSkew q outside
@@ -157,12 +204,15 @@ struct SkewedCascade {
         return v;
     }
 
-    // Sample i comes from source(i), channel c in lane c (lanes 2 and 3 are not read),
-    // leaves the last group at step i + kDelay and goes to sink(i, y), channel c's output
-    // in lane c of y (lanes 2 and 3 unspecified).  Each source(i) is called before
-    // sink(i), so a channel may run in place.
-    template <class Source, class Sink>
-    void run_from(const CascadeSections &s, Source &&source, int n, Sink &&sink)
+    // The frame's steps: sample i comes from in(i), channel c in lane c (lanes 2 and 3
+    // are not read), leaves the last group at step i + kDelay and goes to out(i, y),
+    // channel c's output in lane c of y (lanes 2 and 3 unspecified).  In the frame's
+    // body two steps at a time: in_two(t, older, newer) shifts samples t and t + 1 into
+    // the outputs of steps t - 2 and t - 1, and out_two(i, y, next) takes samples i and
+    // i + 1 from the outputs of steps i + kDelay and i + kDelay + 1.
+    template <class In, class Out, class InTwo, class OutTwo>
+    EQDRC_LANE_INLINE void run_steps(const CascadeSections &s, int n, In &&in, Out &&out, InTwo &&in_two,
+                                     OutTwo &&out_two)
     {
         load(s);
         const int steps = n + kDelay;
@@ -171,32 +221,74 @@ struct SkewedCascade {
         static_assert(kSkew == 2, "two steps in flight");
         int t = 0;
         for (; t < kDelay && t < steps; t++) {
-            const V v = partial_step(L::shift_in(older, t < n ? source(t) : none), t, n);
+            const V v = partial_step(L::shift_in(older, t < n ? in(t) : none), t, n);
             older = newer;
             newer = v;
         }
+        BiquadBank<V> fetchable[H];
+        for (int k = kHeld; k < H; k++)
+            fetchable[k] = c[k];
+        for (const int lastPair = n - 1; t < lastPair; t += 2) {
+            const BiquadBank<V> *fetched = fetchable;
+#if defined(__GNUC__)
+            if (kHeld < H)
+                __asm__("" : "+r"(fetched));  // unknown to the compiler, so read here, not held
+#endif
+            in_two(t, older, newer);
+            step_two(older, newer, fetched);
+            out_two(t - kDelay, older, newer);
+        }
         for (; t < n; t++) {
-            const V v = step(L::shift_in(older, source(t)));
-            sink(t - kDelay, L::last_pair(v));
+            const V v = step(L::shift_in(older, in(t)));
+            out(t - kDelay, L::last_pair(v));
             older = newer;
             newer = v;
         }
         for (; t < steps; t++) {
             const V v = partial_step(L::shift_in(older, none), t, n);
-            sink(t - kDelay, L::last_pair(v));
+            out(t - kDelay, L::last_pair(v));
             older = newer;
             newer = v;
         }
         save(s);
     }
 
-    // The same from the two channels' arrays.
-    template <class Sink>
-    void run(const CascadeSections &s, const float *const x[2], int n, Sink &&sink)
+    // Sample i from source(i), its output to sink(i, y).  Each source(i) is called before
+    // sink(i), so a channel may run in place.
+    template <class Source, class Sink>
+    void run_from(const CascadeSections &s, Source &&source, int n, Sink &&sink)
     {
-        const float *x0 = x[0], *x1 = x[1];
+        run_steps(
+            s, n, source, sink,
+            [&source](int t, V &older, V &newer) EQDRC_LANE_LAMBDA {
+                older = L::shift_in(older, source(t));
+                newer = L::shift_in(newer, source(t + 1));
+            },
+            [&sink](int i, V y, V next) EQDRC_LANE_LAMBDA {
+                sink(i, L::last_pair(y));
+                sink(i + 1, L::last_pair(next));
+            });
+    }
+
+    // The same with two samples at a time where the frame allows: io.in(i) and
+    // io.out(i, y) as source and sink above, io.in_two(t) the pairs of samples t and t + 1
+    // step after step, io.out_two(i, rows) the outputs of samples i and i + 1 channel by
+    // channel (see SkewLanes).
+    template <class Io>
+    void run_io(const CascadeSections &s, int n, Io &io)
+    {
+#if EQDRC_SCALAR_LANES
+        // Scalar lanes gain nothing from moving two samples' lanes together.
         run_from(
-            s, [x0, x1](int t) EQDRC_LANE_LAMBDA { return pair_lanes(x0[t], x1[t]); }, n, sink);
+            s, [&io](int t) EQDRC_LANE_LAMBDA { return io.in(t); }, n,
+            [&io](int i, Pair y) EQDRC_LANE_LAMBDA { io.out(i, y); });
+#else
+        run_steps(
+            s, n, [&io](int t) EQDRC_LANE_LAMBDA { return io.in(t); },
+            [&io](int i, Pair y) EQDRC_LANE_LAMBDA { io.out(i, y); },
+            [&io](int t, V &older, V &newer) EQDRC_LANE_LAMBDA { L::shift_in_two(older, newer, io.in_two(t)); },
+            [&io](int i, V y, V next) EQDRC_LANE_LAMBDA { io.out_two(i, L::last_rows(y, next)); });
+#endif
     }
 };
 

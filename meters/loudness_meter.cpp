@@ -84,6 +84,41 @@ inline float weighted_energy(const float *c, float *z, float x)
     return y * y;
 }
 
+// The filters' input and output for a chunk whose two channels' ring slots are apart:
+// each sample is scaled to full scale as it enters the filters, and each weighted
+// sample's energy enters its channel's sum and slot as it leaves them.
+struct EnergyRings {
+    const float *x0, *x1;
+    float divisor;
+    eqdrc::f32x4 divisors;  // divisor in every lane
+    float *ring0, *ring1;
+    eqdrc::Pair sums;
+
+    EQDRC_LANE_INLINE eqdrc::Pair in(int t) const { return eqdrc::pair_lanes(x0[t] / divisor, x1[t] / divisor); }
+    EQDRC_LANE_INLINE eqdrc::f32x4 in_two(int t) const { return eqdrc::load_two_pairs(x0 + t, x1 + t) / divisors; }
+
+    EQDRC_LANE_INLINE void out(int i, eqdrc::Pair w)
+    {
+        const eqdrc::Pair e = w * w;
+        sums = (sums - eqdrc::pair_lanes(ring0[i], ring1[i])) + e;
+        eqdrc::store_lanes(ring0 + i, ring1 + i, e);
+    }
+
+    // Two samples' energies are loaded and stored a row per channel; the sums meet them
+    // in their rows, each in both lanes of its row.
+    EQDRC_LANE_INLINE void out_two(int i, eqdrc::f32x4 rows)
+    {
+        const eqdrc::f32x4 e = rows * rows;
+        const eqdrc::f32x4 old = eqdrc::load_rows(ring0 + i, ring1 + i);
+        const eqdrc::f32x4 sumRows = eqdrc::channel_rows(sums, sums);
+        // Sample i in lanes 0 and 2, then sample i + 1 in lanes 1 and 3.
+        const eqdrc::f32x4 first = eqdrc::even_lanes_doubled((sumRows - old) + e);
+        sums = eqdrc::odd_lanes((first - old) + e);
+        eqdrc::store_low_pair(ring0 + i, e);
+        eqdrc::store_high_pair(ring1 + i, e);
+    }
+};
+
 }  // namespace
 
 Ebur128State *eqdrc::LoudnessMeter::create(int bitDepth, int sampleRate, int channels, int windowMs, int stepMs)
@@ -177,13 +212,24 @@ void eqdrc::LoudnessMeter::add_stereo_frames(const float *const *in, int frameLe
     float sum[2] = {channelSums[0], channelSums[1]};
     const bool apart = ringSize >= 2 * frameLen;
     for (int start = 0, m = 0; start < frameLen; start += m) {
-        m = frameLen - start < kChunk ? frameLen - start : kChunk;
         if (apart) {
-            // A chunk ends where either channel's slots reach the ring's end, so that the
-            // sums below index the ring without wrapping.
+            // The two channels' slots of this call are apart, so their sums run side by
+            // side, each in its own order, as the weighted samples leave the filters.  A
+            // chunk ends where either channel's slots reach the ring's end, so that the
+            // sums index the ring without wrapping.
+            m = frameLen - start;
             for (int ch = 0; ch < 2; ch++)
                 m = ringSize - slot[ch] < m ? ringSize - slot[ch] : m;
+            EnergyRings rings{in[0] + start, in[1] + start, divisor, eqdrc::splat(divisor),
+                              energyRing + slot[0], energyRing + slot[1], eqdrc::pair_lanes(sum[0], sum[1])};
+            eqdrc::skew::SkewedCascade<eqdrc::f32x4, kSectionsPerChannel>().run_io(sections, m, rings);
+            sum[0] = rings.sums[0];
+            sum[1] = rings.sums[1];
+            for (int ch = 0; ch < 2; ch++)
+                slot[ch] = slot[ch] + m == ringSize ? 0 : slot[ch] + m;
+            continue;
         }
+        m = frameLen - start < kChunk ? frameLen - start : kChunk;
         for (int ch = 0; ch < 2; ch++) {
             const float *from = in[ch] + start;
             int i = 0;
@@ -191,23 +237,6 @@ void eqdrc::LoudnessMeter::add_stereo_frames(const float *const *in, int frameLe
                 eqdrc::store(scaled[ch] + i, eqdrc::load(from + i) / eqdrc::splat(divisor));
             for (; i < m; i++)
                 scaled[ch][i] = from[i] / divisor;
-        }
-        if (apart) {
-            // The two channels' slots of this call are apart, so their sums run side by
-            // side, each in its own order, as the weighted samples leave the filters.
-            float *ring0 = energyRing + slot[0], *ring1 = energyRing + slot[1];
-            eqdrc::Pair sums = eqdrc::pair_lanes(sum[0], sum[1]);
-            eqdrc::skew::SkewedCascade<eqdrc::f32x4, kSectionsPerChannel>().run(
-                sections, x, m, [&](int i, eqdrc::Pair w) EQDRC_LANE_LAMBDA {
-                    const eqdrc::Pair e = w * w;
-                    sums = (sums - eqdrc::pair_lanes(ring0[i], ring1[i])) + e;
-                    eqdrc::store_lanes(ring0 + i, ring1 + i, e);
-                });
-            sum[0] = sums[0];
-            sum[1] = sums[1];
-            for (int ch = 0; ch < 2; ch++)
-                slot[ch] = slot[ch] + m == ringSize ? 0 : slot[ch] + m;
-            continue;
         }
         eqdrc::run_paired_cascade(sections, x, y, m);
         for (int ch = 0; ch < 2; ch++) {
