@@ -8,28 +8,44 @@
 
 namespace eqdrc {
 
-// Adds four terms per channel to sum[c] one after the other; where lanes are vectors, two
-// channels' sums run in two lanes.
+// C channels' running sums, four terms per channel added one after the other.
 template <int C>
-inline void add_in_order(float *sum, const f32x4 *t)
-{
+struct InOrderSums {
+    float sum[C];
+
+    explicit InOrderSums(const float *start)
+    {
+        for (int c = 0; c < C; c++)
+            sum[c] = start[c];
+    }
+    void add(const f32x4 *t)
+    {
+        for (int c = 0; c < C; c++)
+            for (int k = 0; k < kLanes; k++)
+                sum[c] = sum[c] + t[c][k];
+    }
+    float operator[](int c) const { return sum[c]; }
+};
+
 #if !EQDRC_SCALAR_LANES
-    if constexpr (C == 2) {
-        f32x4 sums = pair_lanes(sum[0], sum[1]);
+// Where lanes are vectors, two channels' sums run in two lanes of one vector, kept there
+// across the loop.
+template <>
+struct InOrderSums<2> {
+    f32x4 sums;
+
+    explicit InOrderSums(const float *start) : sums(pair_lanes(start[0], start[1])) {}
+    void add(const f32x4 *t)
+    {
         const f32x4 first = interleave_low(t[0], t[1]), second = interleave_high(t[0], t[1]);
         sums = sums + first;
         sums = sums + upper_pair(first);
         sums = sums + second;
         sums = sums + upper_pair(second);
-        sum[0] = sums[0];
-        sum[1] = sums[1];
-        return;
     }
+    float operator[](int c) const { return sums[c]; }
+};
 #endif
-    for (int c = 0; c < C; c++)
-        for (int k = 0; k < kLanes; k++)
-            sum[c] = sum[c] + t[c][k];
-}
 
 // The running peaks of C channels after x[c][0..n): `if (|x[i]| > peak) peak = |x[i]|` in
 // turn, from peak[c].  Being the largest magnitude (a NaN is never taken), each is found
@@ -39,11 +55,12 @@ template <int C, bool MeanSquare>
 inline int running_peaks_lanes(const float *const *x, int n, float *peak, float frames, float *meanSquare)
 {
     f32x4 lanePeak[C];
-    float sum[C];
+    float start[C];
     for (int c = 0; c < C; c++) {
         lanePeak[c] = splat(peak[c]);
-        sum[c] = MeanSquare ? meanSquare[c] : 0.0f;
+        start[c] = MeanSquare ? meanSquare[c] : 0.0f;
     }
+    InOrderSums<C> sum(start);
     const f32x4 frameCount = splat(frames);
     int i = 0;
     for (; i + kLanes <= n; i += kLanes) {
@@ -55,7 +72,7 @@ inline int running_peaks_lanes(const float *const *x, int n, float *peak, float 
             lanePeak[c] = max_ordered(mag, lanePeak[c]);
         }
         if constexpr (MeanSquare)
-            add_in_order<C>(sum, t);
+            sum.add(t);
     }
     for (int c = 0; c < C; c++) {
         for (int lane = 0; lane < kLanes; lane++)

@@ -510,6 +510,132 @@ inline Pair odd_lanes(f32x4 v)
 #endif
 }
 
+// Pairs of lanes moved between vectors, for two channels run as pairs [channel 0,
+// channel 1] over samples kept a channel to a vector.  [a0, b0, a1, b1] and
+// [a2, b2, a3, b3], the pairs of two channels' four samples:
+inline void interleave_pairs(f32x4 a, f32x4 b, f32x4 &first, f32x4 &second)
+{
+#if EQDRC_SCALAR_LANES
+    first = lanes(a[0], b[0], a[1], b[1]);
+    second = lanes(a[2], b[2], a[3], b[3]);
+#else
+    first = __builtin_shufflevector(a, b, 0, 4, 1, 5);
+    second = __builtin_shufflevector(a, b, 2, 6, 3, 7);
+#endif
+}
+
+// The inverse: [first0, first2, second0, second2] and [first1, first3, second1, second3].
+inline void deinterleave_pairs(f32x4 first, f32x4 second, f32x4 &a, f32x4 &b)
+{
+#if EQDRC_SCALAR_LANES
+    a = lanes(first[0], first[2], second[0], second[2]);
+    b = lanes(first[1], first[3], second[1], second[3]);
+#else
+    a = __builtin_shufflevector(first, second, 0, 2, 4, 6);
+    b = __builtin_shufflevector(first, second, 1, 3, 5, 7);
+#endif
+}
+
+// [a2, a3, b2, b3].
+inline f32x4 upper_pairs(f32x4 a, f32x4 b)
+{
+#if EQDRC_SCALAR_LANES
+    return lanes(a[2], a[3], b[2], b[3]);
+#else
+    return __builtin_shufflevector(a, b, 2, 3, 6, 7);
+#endif
+}
+
+// [v0, v1, v0, v1] and [v2, v3, v2, v3].
+inline f32x4 lower_pair_twice(f32x4 v)
+{
+#if EQDRC_SCALAR_LANES
+    return lanes(v[0], v[1], v[0], v[1]);
+#else
+    return __builtin_shufflevector(v, v, 0, 1, 0, 1);
+#endif
+}
+inline f32x4 upper_pair_twice(f32x4 v)
+{
+#if EQDRC_SCALAR_LANES
+    return lanes(v[2], v[3], v[2], v[3]);
+#else
+    return __builtin_shufflevector(v, v, 2, 3, 2, 3);
+#endif
+}
+
+// Lanes 0 and 1 of v to low[0] and low[1], 2 and 3 to high[0] and high[1]; scalar lanes
+// a float at a time, which the compiler would otherwise pack into integer registers.
+inline void store_pairs(float *low, float *high, f32x4 v)
+{
+#if EQDRC_SCALAR_LANES
+    low[0] = v[0];
+    low[1] = v[1];
+    high[0] = v[2];
+    high[1] = v[3];
+#else
+    store_low_pair(low, v);
+    store_high_pair(high, v);
+#endif
+}
+
+// less_equal(abs(v), bound) for a bound of at least zero: on NEON one comparison of
+// magnitudes, which keeps v, where clearing its sign would need a copy first.
+#if EQDRC_SCALAR_LANES
+template <int N>
+inline MaskLanes<N> magnitude_at_most(FloatLanes<N> v, FloatLanes<N> bound)
+{
+    return less_equal(abs(v), bound);
+}
+#else
+inline m32x4 magnitude_at_most(f32x4 v, f32x4 bound)
+{
+#if defined(__aarch64__)
+    // |bound| >= |v|, written out: the compiler splits vcaleq_f32 into sign clearings and
+    // a comparison, and with a loop's fixed bound keeps them apart.
+    m32x4 m;
+    __asm__("facge %0.4s, %1.4s, %2.4s" : "=w"(m) : "w"(bound), "w"(v));
+    return m;
+#else
+    return less_equal(abs(v), bound);
+#endif
+}
+#endif
+
+// max_ordered(min_ordered(v, high), low) and min_ordered(max_ordered(v, low), high)
+// (a NaN v to high, or to low), for bounds that are neither NaN nor zero and a v that is
+// no signalling NaN (any arithmetic result).  NEON's minnm and maxnm take the bound over a
+// quiet NaN, as the first comparison does, and leave no NaN for the second: two
+// operations where the comparisons and selections take four.
+EQDRC_LANE_INLINE f32x4 clamp_high_first(f32x4 v, f32x4 low, f32x4 high)
+{
+#if !EQDRC_SCALAR_LANES && defined(__aarch64__)
+    return reinterpret_cast<f32x4>(vmaxq_f32(
+        vminnmq_f32(reinterpret_cast<float32x4_t>(v), reinterpret_cast<float32x4_t>(high)),
+        reinterpret_cast<float32x4_t>(low)));
+#else
+    return max_ordered(min_ordered(v, high), low);
+#endif
+}
+EQDRC_LANE_INLINE f32x4 clamp_low_first(f32x4 v, f32x4 low, f32x4 high)
+{
+#if !EQDRC_SCALAR_LANES && defined(__aarch64__)
+    return reinterpret_cast<f32x4>(vminq_f32(
+        vmaxnmq_f32(reinterpret_cast<float32x4_t>(v), reinterpret_cast<float32x4_t>(low)),
+        reinterpret_cast<float32x4_t>(high)));
+#elif EQDRC_SCALAR_LANES
+    // Lane by lane: from the two selections the compiler rebuilds the bounds in
+    // integer registers on every call.
+    for (int i = 0; i < kLanes; i++) {
+        const float m = v[i] > low[i] ? v[i] : low[i];
+        v[i] = m < high[i] ? m : high[i];
+    }
+    return v;
+#else
+    return min_ordered(max_ordered(v, low), high);
+#endif
+}
+
 }  // namespace eqdrc
 
 #endif

@@ -126,7 +126,7 @@ void Limiter::process(const DynamicsFormat &format, const float *const *in, floa
             // NaN goes to bottom, and an equal v has the bound's bits.
             const f32x4 high = splat(top), low = splat(bottom);
             for (; i + kLanes <= n; i += kLanes)
-                store(y + i, min_ordered(max_ordered(load(x + i) * ramp_lanes(a, step), low), high));
+                store(y + i, clamp_low_first(load(x + i) * ramp_lanes(a, step), low, high));
         }
         for (; i < n; i++) {
             a = a + step;

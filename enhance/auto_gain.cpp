@@ -100,13 +100,16 @@ void AutoGainState::process(const float *const *in, float *const *out, int n)
     float g = currentGain;
     int i = 0;
     if (channels == 2 && eqdrc::pair_runs_as_sequence(in, out, n)) {
+        // Copies the stores cannot alias, kept in registers.
+        const float *x0 = in[0], *x1 = in[1];
+        float *y0 = out[0], *y1 = out[1];
         for (; i + eqdrc::kLanes <= n; i += eqdrc::kLanes) {
             // The gains of samples i .. i + 3: the ramp before each of its steps.
             const float g0 = g;
             const eqdrc::f32x4 after = eqdrc::ramp_lanes(g, step);
             const eqdrc::f32x4 gains = eqdrc::lanes(g0, after[0], after[1], after[2]);
-            for (int ch = 0; ch < 2; ch++)
-                eqdrc::store(out[ch] + i, eqdrc::load(in[ch] + i) * gains);
+            eqdrc::store(y0 + i, eqdrc::load(x0 + i) * gains);
+            eqdrc::store(y1 + i, eqdrc::load(x1 + i) * gains);
         }
     }
     for (; i < n; i++) {

@@ -24,6 +24,9 @@ constexpr float kFlush = eqdrc::kBassFlush;
 constexpr float kFloorOnThreshold = 0.5f;
 // Both channels run together in blocks of this many samples (scratch on the stack).
 constexpr int kPairBlock = 256;
+// Four samples of both channels at a time pay where lanes are vectors; scalar lanes take
+// the band split a sample at a time.
+constexpr bool kBlocks = !EQDRC_SCALAR_LANES;
 
 // The first-order DC blocker after the shaper, its memories flushed to zero near it:
 //   dc = (w - prevIn + prevOut) g,  prevIn = w and prevOut = dc unless at most kFlush.
@@ -65,8 +68,8 @@ struct DcBlockerPair {
         const eqdrc::Pair flush = eqdrc::pair_lanes(kFlush, kFlush), zero = eqdrc::pair_lanes(0.0f, 0.0f);
         const eqdrc::Pair a = w - prevIn;
         const eqdrc::Pair kept = (a + lastOut) * g, flushed = (a + zero) * g;
-        lastOut = eqdrc::select(eqdrc::less_equal(eqdrc::abs(lastOut), flush), flushed, kept);
-        prevIn = eqdrc::select(eqdrc::less_equal(eqdrc::abs(w), flush), zero, w);
+        lastOut = eqdrc::select(eqdrc::magnitude_at_most(lastOut, flush), flushed, kept);
+        prevIn = eqdrc::select(eqdrc::magnitude_at_most(w, flush), zero, w);
         return lastOut;
     }
     void save(float in[2], float out[2]) const
@@ -157,13 +160,19 @@ struct PairSplit {
         }
     }
 
+    // The bands [low 0, low 1, high 0, high 1] of the scaled input pair x, repeated in
+    // lanes 2 and 3.
+    EQDRC_LANE_INLINE eqdrc::f32x4 bands(Memories &m, eqdrc::f32x4 x) const
+    {
+        const eqdrc::f32x4 low = eqdrc::biquad_step(c[0], m.z1[0], m.z2[0], x);
+        return eqdrc::biquad_step(c[1], m.z1[1], m.z2[1], low);
+    }
+
     EQDRC_LANE_INLINE void step(Memories &m, float x0, float x1, float *lowPair, float *highPair) const
     {
-        const eqdrc::f32x4 x = eqdrc::lanes(x0, x1, x0, x1) / scale;
-        const eqdrc::f32x4 low = eqdrc::biquad_step(c[0], m.z1[0], m.z2[0], x);
-        const eqdrc::f32x4 bands = eqdrc::biquad_step(c[1], m.z1[1], m.z2[1], low);
-        eqdrc::store_low_pair(lowPair, bands);
-        eqdrc::store_high_pair(highPair, bands);
+        const eqdrc::f32x4 b = bands(m, eqdrc::lanes(x0, x1, x0, x1) / scale);
+        eqdrc::store_low_pair(lowPair, b);
+        eqdrc::store_high_pair(highPair, b);
     }
 
     // Samples [base, base + count) into lo[0..count) and hi[0..count), lo shaped.
@@ -174,7 +183,22 @@ struct PairSplit {
         // stay in registers, and the watch never sees the memories of the steady loop.
         const PairSplit k = *this;
         Memories m = z;
-        for (int j = 0; j < steady; j++)
+        int j = 0;
+        // Four samples of each channel read as pairs, two samples' bands stored at once.
+        for (; kBlocks && j + eqdrc::kLanes <= steady; j += eqdrc::kLanes) {
+            eqdrc::f32x4 x01, x23;
+            eqdrc::interleave_pairs(eqdrc::load(k.in0 + base + j) / k.scale, eqdrc::load(k.in1 + base + j) / k.scale,
+                                    x01, x23);
+            const eqdrc::f32x4 b0 = k.bands(m, eqdrc::lower_pair_twice(x01));
+            const eqdrc::f32x4 b1 = k.bands(m, eqdrc::upper_pair_twice(x01));
+            const eqdrc::f32x4 b2 = k.bands(m, eqdrc::lower_pair_twice(x23));
+            const eqdrc::f32x4 b3 = k.bands(m, eqdrc::upper_pair_twice(x23));
+            eqdrc::store(lo[j], eqdrc::low_pairs(b0, b1));
+            eqdrc::store(lo[j + 2], eqdrc::low_pairs(b2, b3));
+            eqdrc::store(hi[j], eqdrc::upper_pairs(b0, b1));
+            eqdrc::store(hi[j + 2], eqdrc::upper_pairs(b2, b3));
+        }
+        for (; j < steady; j++)
             k.step(m, k.in0[base + j], k.in1[base + j], lo[j], hi[j]);
         z = m;
         int repeatFrom = count, period = 0;
@@ -189,6 +213,27 @@ struct PairSplit {
         eqdrc::repeat_rows(hi[0], 2, repeatFrom, count, period);
     }
 };
+
+// The output (high + harmonics x amount) x fullScale of n pairs, to an array a channel.
+void mix_pairs(const float (*harmonics)[2], const float (*high)[2], const float amount[2], float fullScale,
+               float *y0, float *y1, int n)
+{
+    const eqdrc::f32x4 amounts = eqdrc::lanes(amount[0], amount[1], amount[0], amount[1]);
+    const eqdrc::f32x4 scale = eqdrc::splat(fullScale);
+    int i = 0;
+    for (; kBlocks && i + eqdrc::kLanes <= n; i += eqdrc::kLanes) {
+        eqdrc::f32x4 channel0, channel1;
+        eqdrc::deinterleave_pairs((eqdrc::load(high[i]) + eqdrc::load(harmonics[i]) * amounts) * scale,
+                                  (eqdrc::load(high[i + 2]) + eqdrc::load(harmonics[i + 2]) * amounts) * scale,
+                                  channel0, channel1);
+        eqdrc::store(y0 + i, channel0);
+        eqdrc::store(y1 + i, channel1);
+    }
+    for (; i < n; i++) {
+        y0[i] = (high[i][0] + harmonics[i][0] * amount[0]) * fullScale;
+        y1[i] = (high[i][1] + harmonics[i][1] * amount[1]) * fullScale;
+    }
+}
 
 }  // namespace
 
@@ -240,8 +285,9 @@ bool BassEnhancerState::floor_on(int ch) const
 // Both channels at once, in passes over blocks of interleaved pairs [channel 0,
 // channel 1], each pass short enough a chain for the pipeline to overlap many samples: the
 // band split in lanes (PairSplit), a block ahead; the shapers over the pairs in lanes; the
-// DC blockers in a pair as the source of the harmonic filters' skewed cascade, each
-// sample mixed into the output as it leaves it.  (Beside the split instead, the blockers'
+// DC blockers in a pair as the source of the harmonic filters' skewed cascade, whose
+// outputs replace the shaped pairs they came from; the mix into the output, two samples'
+// pairs a vector (mix_pairs).  (Beside the split instead, the blockers'
 // recursion waits on the split's denormal steps when a tail rings down: 1.5 times the
 // music's time against 1.1.)  Every lane performs the operations of process's
 // one-channel loop.  A block is read before the one before it is written, which the
@@ -249,7 +295,7 @@ bool BassEnhancerState::floor_on(int ch) const
 void BassEnhancerState::process_pair(const float *const in[2], float *const out[2], int frameLen)
 {
     // Two blocks: the one being split, and the one being finished.  low holds the low
-    // band, shaped in place.
+    // band, shaped in place, then the harmonics.
     float low[2][kPairBlock][2], high[2][kPairBlock][2];
 
     PairSplit split(splitLow, splitHigh, fullScale, in, frameLen);
@@ -267,8 +313,6 @@ void BassEnhancerState::process_pair(const float *const in[2], float *const out[
             sections.state[ch][k] = c.state + ch * kStatePerChannel + (k % kSections) * eqdrc::kBiquadState;
         }
     }
-    const eqdrc::Pair amount = eqdrc::pair_lanes(amountLinear[0], amountLinear[1]),
-                      scaleOut = eqdrc::pair_lanes(fullScale, fullScale);
 
     int current = 0;
     split.run(0, frameLen < kPairBlock ? frameLen : kPairBlock, low[current], high[current], shapers);
@@ -280,20 +324,19 @@ void BassEnhancerState::process_pair(const float *const in[2], float *const out[
         float(*lo)[2] = low[current];
         split.run(next, ahead, low[later], high[later], shapers);  // ahead <= m: only the last is short
 
-        // The harmonic filters, each sample mixed as it leaves them.
-        const float(*hi)[2] = high[current];
-        float *y0 = out[0] + start, *y1 = out[1] + start;
+        // The harmonic filters, their output pairs kept in place of the shaped ones read,
+        // then mixed into the output.
         auto source = [lo, &blockers](int i) EQDRC_LANE_LAMBDA { return blockers.step(eqdrc::load_pair(lo[i])); };
-        auto mix = [=](int i, eqdrc::Pair harmonics) EQDRC_LANE_LAMBDA {
-            const eqdrc::Pair y = (eqdrc::load_pair(hi[i]) + harmonics * amount) * scaleOut;
-            eqdrc::store_lanes(y0 + i, y1 + i, y);
+        auto keep = [lo](int i, eqdrc::Pair harmonics) EQDRC_LANE_LAMBDA {
+            eqdrc::store_low_pair(lo[i], eqdrc::widen(harmonics));
         };
         if (sections.count == 3 * kSections)
             eqdrc::skew::SkewedCascade<eqdrc::skew::Widest<3 * kSections>, 3 * kSections>().run_from(sections, source, m,
-                                                                                                     mix);
+                                                                                                     keep);
         else
             eqdrc::skew::SkewedCascade<eqdrc::skew::Widest<2 * kSections>, 2 * kSections>().run_from(sections, source, m,
-                                                                                                     mix);
+                                                                                                     keep);
+        mix_pairs(lo, high[current], amountLinear, fullScale, out[0] + start, out[1] + start, m);
         current = later;
     }
 

@@ -71,9 +71,10 @@ private:
     void process_pair(const float *const *in, float *const *out, int n);
     // Moves gain[ch] towards dry or notch for the band energy measured so far.
     float next_gain(int ch, float energy) const;
-    // Ramps channel `ch` from its gain to `target` across the frame, taking its notch
-    // output from every fourth float of `notched`.
-    void crossfade(int ch, float target, const float *x, const float *notched, float *y, int n);
+    // Ramps both channels from their gains to the targets across the frame, taking the
+    // notch outputs from the pairs of `notched`.
+    void crossfade_pair(float target0, float target1, const float *const *in, const float (*notched)[2],
+                        float *const *out, int n);
 };
 
 #endif

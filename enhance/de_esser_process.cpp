@@ -11,11 +11,11 @@
 
 namespace {
 
-// sum + t[0] + t[4] + ... + t[4(n - 1)], added one after the other; unrolled only to
-// spare the loop its counting.
+// sum + t[0] + t[2] + ... + t[2(n - 1)], the first of n pairs added one after the other;
+// unrolled only to spare the loop its counting.
 float sum_in_order(float sum, const float *t, int n)
 {
-    constexpr int kStride = eqdrc::kLanes;
+    constexpr int kStride = 2;
     int i = 0;
     for (; i + 4 <= n; i += 4) {
         sum = sum + t[i * kStride];
@@ -27,6 +27,10 @@ float sum_in_order(float sum, const float *t, int n)
         sum = sum + t[i * kStride];
     return sum;
 }
+
+// Pairs of channels over blocks of samples pay where lanes are vectors; scalar lanes
+// take the loops a sample at a time.
+constexpr bool kBlocks = !EQDRC_SCALAR_LANES;
 
 }  // namespace
 
@@ -73,7 +77,8 @@ float DeEsserState::next_gain(int ch, float energy) const
 
 // Both channels at once in lanes [band-pass 0, band-pass 1, notch 0, notch 1], all fed
 // the frame before any output is written; then the energy is summed in the order of
-// process's one-channel loop and each channel crossfaded.
+// process's one-channel loop and both channels crossfaded in pairs [channel 0,
+// channel 1].
 void DeEsserState::process_pair(const float *const *in, float *const *out, int n)
 {
     using eqdrc::f32x4;
@@ -88,13 +93,16 @@ void DeEsserState::process_pair(const float *const *in, float *const *out, int n
         z.z1[lane] = lane < 2 ? bandPassState[ch][0] : notchState[ch][0];
         z.z2[lane] = lane < 2 ? bandPassState[ch][1] : notchState[ch][1];
     }
-    // Per sample: the two energy terms, then the two notch outputs.
-    constexpr int kRow = eqdrc::kLanes;
-    float held[eqdrc::kDeEsserPairFrames * kRow];
+    // Per sample the pairs of the two energy terms and of the two notch outputs.
+    float terms[eqdrc::kDeEsserPairFrames][2], notched[eqdrc::kDeEsserPairFrames][2];
     const f32x4 frames = eqdrc::splat(static_cast<float>(n));
-    const auto step = [&](Memories &m, float a, float b) EQDRC_LANE_LAMBDA {
-        const f32x4 y = eqdrc::biquad_step(c, m.z1, m.z2, eqdrc::lanes(a, b, a, b));
-        return eqdrc::divide_low_pair(y * y, frames, y);
+    // The filters on the input pair in lanes 0 and 1 of x, repeated in 2 and 3.
+    const auto filter = [&c](Memories &m, f32x4 x) EQDRC_LANE_LAMBDA { return eqdrc::biquad_step(c, m.z1, m.z2, x); };
+    const auto step = [&](Memories &m, float a, float b, int i) EQDRC_LANE_LAMBDA {
+        const f32x4 y = filter(m, eqdrc::lanes(a, b, a, b));
+        const f32x4 t = eqdrc::divide_low_pair(y * y, frames, y);
+        eqdrc::store_pairs(terms[i], notched[i], t);
+        return t[0];
     };
     const float *x0 = in[0], *x1 = in[1];
     // Channel 0's energy is summed as the terms come, beside the filters' recursion;
@@ -102,11 +110,26 @@ void DeEsserState::process_pair(const float *const *in, float *const *out, int n
     float energy = 0.0f;
     const int from = eqdrc::watched_tail_start(in, 2, n);
     Memories m = z;  // a copy the watch below never sees, so it can stay in registers
-    for (int i = 0; i < from; i++) {
-        const f32x4 t = step(m, x0[i], x1[i]);
-        eqdrc::store(held + i * kRow, t);
-        energy = energy + t[0];
+    int i = 0;
+    // Four samples of each channel read as pairs, the results of two samples a vector.
+    for (; kBlocks && i + eqdrc::kLanes <= from; i += eqdrc::kLanes) {
+        f32x4 x01, x23;
+        eqdrc::interleave_pairs(eqdrc::load(x0 + i), eqdrc::load(x1 + i), x01, x23);
+        const f32x4 y0 = filter(m, eqdrc::lower_pair_twice(x01)), y1 = filter(m, eqdrc::upper_pair_twice(x01));
+        const f32x4 y2 = filter(m, eqdrc::lower_pair_twice(x23)), y3 = filter(m, eqdrc::upper_pair_twice(x23));
+        const f32x4 band01 = eqdrc::low_pairs(y0, y1), band23 = eqdrc::low_pairs(y2, y3);
+        const f32x4 t01 = band01 * band01 / frames, t23 = band23 * band23 / frames;
+        eqdrc::store(terms[i], t01);
+        eqdrc::store(terms[i + 2], t23);
+        eqdrc::store(notched[i], eqdrc::upper_pairs(y0, y1));
+        eqdrc::store(notched[i + 2], eqdrc::upper_pairs(y2, y3));
+        energy = energy + t01[0];
+        energy = energy + t01[2];
+        energy = energy + t23[0];
+        energy = energy + t23[2];
     }
+    for (; i < from; i++)
+        energy = energy + step(m, x0[i], x1[i], i);
     z = m;
     // On silence both filters ring down into a fixed point or short cycle of denormals
     // and stay there: copied once it repeats.  Channel 0's terms are summed afterwards,
@@ -114,10 +137,13 @@ void DeEsserState::process_pair(const float *const *in, float *const *out, int n
     if (from < n) {
         const float a = x0[from], b = x1[from];
         eqdrc::run_held(
-            z, from, n, [&](Memories &s, int i) { eqdrc::store(held + i * kRow, step(s, a, b)); },
-            [&](int i, int period) { eqdrc::repeat_rows(held, kRow, i, n, period); });
+            z, from, n, [&](Memories &s, int j) { step(s, a, b, j); },
+            [&](int j, int period) {
+                eqdrc::repeat_rows(terms[0], 2, j, n, period);
+                eqdrc::repeat_rows(notched[0], 2, j, n, period);
+            });
     }
-    energy = sum_in_order(energy, held + from * kRow, n - from);
+    energy = sum_in_order(energy, terms[from], n - from);
     for (int ch = 0; ch < 2; ch++) {
         bandPassState[ch][0] = z.z1[ch];
         bandPassState[ch][1] = z.z2[ch];
@@ -126,28 +152,45 @@ void DeEsserState::process_pair(const float *const *in, float *const *out, int n
     }
 
     const float target0 = next_gain(0, energy);
-    energy = sum_in_order(energy, held + 1, n);
+    energy = sum_in_order(energy, &terms[0][1], n);
     const float target1 = next_gain(1, energy);
-    crossfade(0, target0, x0, held + 2, out[0], n);
-    crossfade(1, target1, x1, held + 3, out[1], n);
+    crossfade_pair(target0, target1, in, notched, out, n);
 }
 
-void DeEsserState::crossfade(int ch, float target, const float *x, const float *notched, float *y, int n)
+void DeEsserState::crossfade_pair(float target0, float target1, const float *const *in, const float (*notched)[2],
+                                  float *const *out, int n)
 {
+    using eqdrc::f32x4;
     // Sized for the creation frame length: a shorter frame stops short of the target.
-    const float step = (target - gain[ch]) * inverseFrameLen;
-    float g = gain[ch];
+    const float step0 = (target0 - gain[0]) * inverseFrameLen, step1 = (target1 - gain[1]) * inverseFrameLen;
+    const f32x4 step = eqdrc::widen(eqdrc::pair_lanes(step0, step1)), one = eqdrc::splat(1.0f);
+    f32x4 g = eqdrc::widen(eqdrc::pair_lanes(gain[0], gain[1]));
+    const float *x0 = in[0], *x1 = in[1];
+    float *y0 = out[0], *y1 = out[1];
     int i = 0;
-    const eqdrc::f32x4 one = eqdrc::splat(1.0f);
-    for (; i + eqdrc::kLanes <= n; i += eqdrc::kLanes) {
-        const float *t = notched + i * eqdrc::kLanes;
-        const eqdrc::f32x4 nt = eqdrc::lanes(t[0], t[eqdrc::kLanes], t[2 * eqdrc::kLanes], t[3 * eqdrc::kLanes]);
-        const eqdrc::f32x4 gv = eqdrc::ramp_lanes(g, step);
-        eqdrc::store(y + i, eqdrc::load(x + i) * gv + (one - gv) * nt);
+    // Four samples of each channel as pairs, the gains ramped in pairs.
+    for (; kBlocks && i + eqdrc::kLanes <= n; i += eqdrc::kLanes) {
+        const f32x4 g0 = g + step, g1 = g0 + step, g2 = g1 + step;
+        g = g2 + step;
+        const f32x4 g01 = eqdrc::low_pairs(g0, g1), g23 = eqdrc::low_pairs(g2, g);
+        f32x4 x01, x23;
+        eqdrc::interleave_pairs(eqdrc::load(x0 + i), eqdrc::load(x1 + i), x01, x23);
+        f32x4 channel0, channel1;
+        eqdrc::deinterleave_pairs(x01 * g01 + (one - g01) * eqdrc::load(notched[i]),
+                                  x23 * g23 + (one - g23) * eqdrc::load(notched[i + 2]), channel0, channel1);
+        eqdrc::store(y0 + i, channel0);
+        eqdrc::store(y1 + i, channel1);
     }
-    for (; i < n; i++) {
-        g = g + step;
-        y[i] = x[i] * g + (1.0f - g) * notched[i * eqdrc::kLanes];
+    const float *x[2] = {x0, x1};
+    float *y[2] = {y0, y1};
+    for (int ch = 0; ch < 2; ch++) {
+        float gc = g[ch];
+        const float stepc = ch == 0 ? step0 : step1;
+        for (int j = i; j < n; j++) {
+            gc = gc + stepc;
+            y[ch][j] = x[ch][j] * gc + (1.0f - gc) * notched[j][ch];
+        }
     }
-    gain[ch] = target;
+    gain[0] = target0;
+    gain[1] = target1;
 }

@@ -68,10 +68,11 @@ struct ExciterState {
         return -1.0f;
     }
     // The same in every lane, as the cubic of v clamped to [-1, 1] (NaN to 1): the cubic
-    // gives exactly 1 and -1 at the ends, and v itself inside.
+    // gives exactly 1 and -1 at the ends, and v itself inside.  v is a sum's product,
+    // never a signalling NaN, as clamp_high_first needs.
     EQDRC_LANE_INLINE static eqdrc::f32x4 soft_clip(eqdrc::f32x4 v)
     {
-        v = eqdrc::max_ordered(eqdrc::min_ordered(v, eqdrc::splat(1.0f)), eqdrc::splat(-1.0f));
+        v = eqdrc::clamp_high_first(v, eqdrc::splat(-1.0f), eqdrc::splat(1.0f));
         return (eqdrc::splat(1.5f) - (v * eqdrc::splat(0.5f)) * v) * v;
     }
 

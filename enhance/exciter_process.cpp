@@ -107,69 +107,120 @@ void ExciterState::run_channel(int ch, const float *in, float *out, int n)
     keep(ch, m);
 }
 
+namespace {
+
 // Both channels at once in lanes [input filter 0, input filter 1, output filter 0,
 // output filter 1], the output filters two samples behind, fed by the clipper from the
 // input filters' result of two steps before.  The two-step distance lets the pipeline
 // overlap one step's clipper with the next step's filters.  Every lane performs the
 // operations of Channel::step.
+struct PairPipeline {
+    eqdrc::BiquadLanes c;
+    eqdrc::f32x4 z1, z2;
+    eqdrc::f32x4 offset, drive;  // lanes 0 and 1
+    eqdrc::f32x4 dry, wet;       // for two samples' pairs at once
+    eqdrc::f32x4 scale;
+    eqdrc::f32x4 hOlder, hNewer;  // the input filters' results of the last two steps
+
+    // The filters' step on the scaled input pair in lanes 0 and 1 of x (2 and 3 when
+    // `upper`), the output filters' on the clipped result of two steps before.
+    EQDRC_LANE_INLINE eqdrc::f32x4 filters(eqdrc::f32x4 x, bool upper)
+    {
+        const eqdrc::f32x4 s = ExciterState::soft_clip((hOlder + offset) * drive);
+        const eqdrc::f32x4 h =
+            eqdrc::biquad_step(c, z1, z2, upper ? eqdrc::upper_pair_below(x, s) : eqdrc::low_pairs(x, s));
+        hOlder = hNewer;
+        hNewer = h;
+        return h;
+    }
+    // The output pairs from the scaled input pairs and the output filters' result pairs.
+    EQDRC_LANE_INLINE eqdrc::f32x4 mix(eqdrc::f32x4 x, eqdrc::f32x4 z) const { return (dry * x + wet * z) * scale; }
+};
+
+}  // namespace
+
+// The first and last two steps one at a time, where one pair of lanes has no sample (its
+// memories stay); between them four steps at a time, reading four samples of each channel
+// as pairs and writing four outputs of each.
 void ExciterState::process_pair(const float *const *in, float *const *out, int n)
 {
     using eqdrc::f32x4;
     using eqdrc::lanes;
     constexpr int kBehind = 2;
-    eqdrc::BiquadLanes c;
-    f32x4 z1, z2;
+    constexpr int kBlock = eqdrc::kLanes;
+    PairPipeline pipe;
     for (int lane = 0; lane < eqdrc::kLanes; lane++) {
         const int ch = lane & 1;
         const float *coeffs = lane < 2 ? inputHighCoeffs : outputHighCoeffs;
         const float *state = lane < 2 ? inputHighState : outputHighState;
-        c.set(lane, coeffs + ch * eqdrc::kBiquadCoeffs);
-        z1[lane] = state[ch * eqdrc::kBiquadState];
-        z2[lane] = state[ch * eqdrc::kBiquadState + 1];
+        pipe.c.set(lane, coeffs + ch * eqdrc::kBiquadCoeffs);
+        pipe.z1[lane] = state[ch * eqdrc::kBiquadState];
+        pipe.z2[lane] = state[ch * eqdrc::kBiquadState + 1];
     }
-    const f32x4 scale = eqdrc::splat(fullScale);
     const eqdrc::ExciterSettings &s0 = settings[0], &s1 = settings[1];
-    const f32x4 offset = lanes(s0.evenHarmonics, s1.evenHarmonics, 0.0f, 0.0f);
-    const f32x4 drive = lanes(driveGain[0], driveGain[1], 0.0f, 0.0f);
-    const f32x4 dry = lanes(1.0f - s0.mix, 1.0f - s1.mix, 0.0f, 0.0f);
-    const f32x4 wet = lanes(s0.mix * inverseDriveGain[0], s1.mix * inverseDriveGain[1], 0.0f, 0.0f);
+    pipe.offset = lanes(s0.evenHarmonics, s1.evenHarmonics, 0.0f, 0.0f);
+    pipe.drive = lanes(driveGain[0], driveGain[1], 0.0f, 0.0f);
+    pipe.dry = lanes(1.0f - s0.mix, 1.0f - s1.mix, 1.0f - s0.mix, 1.0f - s1.mix);
+    const float wet0 = s0.mix * inverseDriveGain[0], wet1 = s1.mix * inverseDriveGain[1];
+    pipe.wet = lanes(wet0, wet1, wet0, wet1);
+    pipe.scale = eqdrc::splat(fullScale);
+    pipe.hOlder = pipe.hNewer = eqdrc::splat(0.0f);
 
-    // The input filters' results and the scaled inputs of the last two steps.
-    f32x4 hOlder = eqdrc::splat(0.0f), hNewer = hOlder, xOlder = hOlder, xNewer = hOlder;
+    // The scaled inputs of the last two steps.
+    f32x4 xOlder = eqdrc::splat(0.0f), xNewer = xOlder;
     // Step t: sample t through the input filters, sample t - 2 through the output filters.
     auto step = [&](int t, const f32x4 x) EQDRC_LANE_LAMBDA {
-        const f32x4 s = soft_clip((hOlder + offset) * drive);
-        const f32x4 h = eqdrc::biquad_step(c, z1, z2, eqdrc::low_pairs(x, s));
+        const f32x4 h = pipe.filters(x, false);
         if (t >= kBehind) {
-            const f32x4 y = (dry * xOlder + wet * eqdrc::widen(eqdrc::upper_pair(h))) * scale;
+            const f32x4 y = pipe.mix(xOlder, eqdrc::widen(eqdrc::upper_pair(h)));
             eqdrc::store_lanes(out[0] + t - kBehind, out[1] + t - kBehind, eqdrc::lower_pair(y));
         }
-        hOlder = hNewer;
-        hNewer = h;
         xOlder = xNewer;
         xNewer = x;
     };
-    // The first and last steps, where one pair of lanes has no sample: its memories stay.
     auto partial_step = [&](int t) {
         const bool inputs = t < n, outputs = t >= kBehind && t - kBehind < n;
         const eqdrc::m32x4 live = eqdrc::mask(inputs, inputs, outputs, outputs);
-        const f32x4 keep1 = z1, keep2 = z2;
-        step(t, inputs ? eqdrc::widen(eqdrc::pair_lanes(in[0][t], in[1][t])) / scale : eqdrc::splat(0.0f));
-        z1 = eqdrc::select(live, z1, keep1);
-        z2 = eqdrc::select(live, z2, keep2);
+        const f32x4 keep1 = pipe.z1, keep2 = pipe.z2;
+        step(t, inputs ? eqdrc::widen(eqdrc::pair_lanes(in[0][t], in[1][t])) / pipe.scale : eqdrc::splat(0.0f));
+        pipe.z1 = eqdrc::select(live, pipe.z1, keep1);
+        pipe.z2 = eqdrc::select(live, pipe.z2, keep2);
     };
     int t = 0;
     for (; t < kBehind; t++)
         partial_step(t);
+    if (t + kBlock <= n) {
+        // Copies in registers, which the stores cannot alias.
+        PairPipeline p = pipe;
+        const float *x0 = in[0], *x1 = in[1];
+        float *y0 = out[0], *y1 = out[1];
+        f32x4 xBefore = eqdrc::low_pairs(xOlder, xNewer);  // the last two steps' input pairs
+        for (; t + kBlock <= n; t += kBlock) {
+            f32x4 x01, x23;
+            eqdrc::interleave_pairs(eqdrc::load(x0 + t) / p.scale, eqdrc::load(x1 + t) / p.scale, x01, x23);
+            const f32x4 h0 = p.filters(x01, false), h1 = p.filters(x01, true);
+            const f32x4 h2 = p.filters(x23, false), h3 = p.filters(x23, true);
+            // Outputs t - 2 .. t + 1.
+            f32x4 channel0, channel1;
+            eqdrc::deinterleave_pairs(p.mix(xBefore, eqdrc::upper_pairs(h0, h1)), p.mix(x01, eqdrc::upper_pairs(h2, h3)),
+                                      channel0, channel1);
+            eqdrc::store(y0 + t - kBehind, channel0);
+            eqdrc::store(y1 + t - kBehind, channel1);
+            xBefore = x23;
+        }
+        pipe = p;
+        xOlder = xBefore;
+        xNewer = eqdrc::widen(eqdrc::upper_pair(xBefore));
+    }
     for (; t < n; t++)
-        step(t, eqdrc::widen(eqdrc::pair_lanes(in[0][t], in[1][t])) / scale);
+        step(t, eqdrc::widen(eqdrc::pair_lanes(in[0][t], in[1][t])) / pipe.scale);
     for (; t < n + kBehind; t++)
         partial_step(t);
 
     for (int lane = 0; lane < eqdrc::kLanes; lane++) {
         const int ch = lane & 1;
         float *state = lane < 2 ? inputHighState : outputHighState;
-        state[ch * eqdrc::kBiquadState] = z1[lane];
-        state[ch * eqdrc::kBiquadState + 1] = z2[lane];
+        state[ch * eqdrc::kBiquadState] = pipe.z1[lane];
+        state[ch * eqdrc::kBiquadState + 1] = pipe.z2[lane];
     }
 }

@@ -15,11 +15,7 @@ struct PairArrays {
     EQDRC_LANE_INLINE Pair in(int t) const { return pair_lanes(x0[t], x1[t]); }
     EQDRC_LANE_INLINE f32x4 in_two(int t) const { return load_two_pairs(x0 + t, x1 + t); }
     EQDRC_LANE_INLINE void out(int i, Pair y) const { store_lanes(y0 + i, y1 + i, y); }
-    EQDRC_LANE_INLINE void out_two(int i, f32x4 rows) const
-    {
-        store_low_pair(y0 + i, rows);
-        store_high_pair(y1 + i, rows);
-    }
+    EQDRC_LANE_INLINE void out_two(int i, f32x4 rows) const { store_pairs(y0 + i, y1 + i, rows); }
 };
 
 template <class V, int Count>
