@@ -636,6 +636,136 @@ EQDRC_LANE_INLINE f32x4 clamp_low_first(f32x4 v, f32x4 low, f32x4 high)
 #endif
 }
 
+#if !EQDRC_SCALAR_LANES
+// Sixteen floats from p, read as four rows of four, as their columns: a holds every
+// row's lane 0, b every row's lane 1, and so on.
+inline void load_columns(const float *p, f32x4 &a, f32x4 &b, f32x4 &c, f32x4 &d)
+{
+#if defined(__aarch64__)
+    const float32x4x4_t v = vld4q_f32(p);  // one de-interleaving load, not four and eight moves
+    a = reinterpret_cast<f32x4>(v.val[0]);
+    b = reinterpret_cast<f32x4>(v.val[1]);
+    c = reinterpret_cast<f32x4>(v.val[2]);
+    d = reinterpret_cast<f32x4>(v.val[3]);
+#else
+    a = load(p);
+    b = load(p + kLanes);
+    c = load(p + 2 * kLanes);
+    d = load(p + 3 * kLanes);
+    transpose(a, b, c, d);
+#endif
+}
+
+// Lane K of v in every lane.
+template <int K>
+inline f32x4 splat_lane(f32x4 v)
+{
+#if defined(__aarch64__)
+    return reinterpret_cast<f32x4>(vdupq_laneq_f32(reinterpret_cast<float32x4_t>(v), K));
+#else
+    return __builtin_shufflevector(v, v, K, K, K, K);
+#endif
+}
+
+// [a0, a2, b0, b2] and [a1, a3, b1, b3].
+inline f32x4 even_lanes(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 2, 4, 6); }
+inline f32x4 odd_lanes(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 1, 3, 5, 7); }
+#endif
+
+// Bit i set where lane i of the mask is.
+inline unsigned lane_bits(m32x4 m)
+{
+#if !EQDRC_SCALAR_LANES && defined(__SSE__)
+    return static_cast<unsigned>(_mm_movemask_ps(reinterpret_cast<__m128>(m)));
+#elif !EQDRC_SCALAR_LANES && defined(__aarch64__)
+    const uint32x4_t weights = {1, 2, 4, 8};
+    return vaddvq_u32(vandq_u32(reinterpret_cast<uint32x4_t>(m), weights));
+#else
+    unsigned bits = 0;
+    for (int i = 0; i < kLanes; i++)
+        bits |= (m[i] != 0 ? 1u : 0u) << i;
+    return bits;
+#endif
+}
+
+// An interval [low, high) of non-negative floats as integers, for a test of a value in
+// one subtraction and one comparison: the bit patterns of non-negative floats rise with
+// their values, so e lies in it when its pattern less low's, as unsigned integers, is
+// below the width, and negative values and NaNs fall outside (-0 too, though -0 >= 0).
+// A NaN low holds nothing, a NaN high everything from low on but NaN.  Where only signed
+// comparisons exist (SSE2) both words are stored biased by 2^31.
+template <class M>
+struct BitInterval {
+    M start, width;
+};
+
+constexpr bool kBiasedIntervals =
+#if !EQDRC_SCALAR_LANES && defined(__SSE2__)
+    true;
+#else
+    false;
+#endif
+
+inline BitInterval<m32x4> bit_interval(f32x4 low, f32x4 high)
+{
+    const uint32_t bias = kBiasedIntervals ? 0x80000000u : 0u, aboveInfinity = 0x7f800001u;
+#if EQDRC_SCALAR_LANES
+    BitInterval<m32x4> r;
+    for (int i = 0; i < kLanes; i++) {
+        const float l = low.v[i], h = high.v[i];
+        uint32_t lowBits, highBits;
+        std::memcpy(&lowBits, &l, sizeof l);
+        std::memcpy(&highBits, &h, sizeof h);
+        const uint32_t w = l != l ? 0u : (h != h ? aboveInfinity - lowBits : highBits - lowBits);
+        r.start.v[i] = static_cast<int32_t>(lowBits ^ bias);
+        r.width.v[i] = static_cast<int32_t>(w ^ bias);
+    }
+    return r;
+#else
+    typedef uint32_t u32x4 __attribute__((vector_size(16)));
+    const u32x4 lowBits = reinterpret_cast<u32x4>(low), highBits = reinterpret_cast<u32x4>(high);
+    const u32x4 lowNumber = reinterpret_cast<u32x4>(low == low), highNumber = reinterpret_cast<u32x4>(high == high);
+    const u32x4 width = ((highBits & highNumber) | (aboveInfinity & ~highNumber)) - lowBits;
+    return BitInterval<m32x4>{reinterpret_cast<m32x4>(lowBits ^ bias),
+                              reinterpret_cast<m32x4>((width & lowNumber) ^ bias)};
+#endif
+}
+
+// Lanes where e lies in the interval, and whether every lane of a mask is set.
+inline m32x4 inside(f32x4 e, const BitInterval<m32x4> &r)
+{
+#if EQDRC_SCALAR_LANES
+    m32x4 m;
+    for (int i = 0; i < kLanes; i++) {
+        uint32_t bits;
+        std::memcpy(&bits, &e.v[i], sizeof bits);
+        m.v[i] = bits - static_cast<uint32_t>(r.start.v[i]) < static_cast<uint32_t>(r.width.v[i]) ? -1 : 0;
+    }
+    return m;
+#elif defined(__SSE2__)
+    const __m128i d = _mm_sub_epi32(_mm_castps_si128(reinterpret_cast<__m128>(e)), reinterpret_cast<__m128i>(r.start));
+    return reinterpret_cast<m32x4>(_mm_cmpgt_epi32(reinterpret_cast<__m128i>(r.width), d));
+#elif defined(__aarch64__)
+    const uint32x4_t d = vsubq_u32(reinterpret_cast<uint32x4_t>(e), reinterpret_cast<uint32x4_t>(r.start));
+    return reinterpret_cast<m32x4>(vcltq_u32(d, reinterpret_cast<uint32x4_t>(r.width)));
+#else
+    typedef uint32_t u32x4 __attribute__((vector_size(16)));
+    return reinterpret_cast<m32x4>(reinterpret_cast<u32x4>(e) - reinterpret_cast<u32x4>(r.start) <
+                                   reinterpret_cast<u32x4>(r.width));
+#endif
+}
+
+inline bool all(m32x4 m)
+{
+#if !EQDRC_SCALAR_LANES && defined(__SSE__)
+    return _mm_movemask_ps(reinterpret_cast<__m128>(m)) == 0xf;
+#elif !EQDRC_SCALAR_LANES && defined(__aarch64__)
+    return vminvq_u32(reinterpret_cast<uint32x4_t>(m)) != 0;
+#else
+    return (m[0] & m[1] & m[2] & m[3]) != 0;
+#endif
+}
+
 }  // namespace eqdrc
 
 #endif

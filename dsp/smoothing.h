@@ -27,17 +27,13 @@ inline float follow_envelope(float x, float env, float attackDecay, float releas
     return (1.0f - k) * std::fabs(x) + k * env;
 }
 
-// The same in every lane of four (or, in the AVX2 build, eight).
-// Both decays' results are formed and the comparison picks one: per lane the same
-// operations as picking the decay first, but the comparison is off the path from one
-// sample's envelope to the next.
+// The same in every lane of four (or eight): the decay picked per lane, then one
+// envelope step, which keeps no 1 - decay constants in registers.
 template <class V>
 EQDRC_LANE_INLINE V follow_envelope(V x, V env, V attackDecay, V releaseDecay)
 {
-    const V one = broadcast<V>(1.0f), level = abs(x);
-    const V attack = (one - attackDecay) * level + attackDecay * env;
-    const V release = (one - releaseDecay) * level + releaseDecay * env;
-    return select(greater(x, env), attack, release);
+    const V k = select(greater(x, env), attackDecay, releaseDecay);
+    return (broadcast<V>(1.0f) - k) * abs(x) + k * env;
 }
 
 // Gain smoother with per-sample decays: a gain rising towards its target follows the

@@ -29,6 +29,17 @@ struct LevelIndex {
 
     // The entry of e >= 0 (an exact index only).
     int find(float e) const;
+    // The same, walking from `entry` (0..kGainTableLast): a detector moves a few entries
+    // at a time.  The entry is the last edge at or below e: edges rise, edge[0] = 0 <= e
+    // and the NaN after the last entry stops the climb.
+    int find_from(float e, int entry) const
+    {
+        while (e >= edge[entry + 1])
+            entry++;
+        while (!(e >= edge[entry]))
+            entry--;
+        return entry;
+    }
 };
 
 // The entry gain_table_lookup picks for `level` on the grid {x0, scale}.

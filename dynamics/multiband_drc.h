@@ -95,6 +95,7 @@ struct DrcBand {
     float *table;
     float envelope;      // detector state
     float smoothedGain;  // last applied gain
+    int32_t entry;       // 0..kGainTableLast: the entry the lane forms last found, their first guess
 };
 
 // A channel's split and bands.  The band arrays are sized for every band index a count
@@ -175,11 +176,13 @@ private:
     }
     void process_samples(int c, const float *in, float *out, int frameLen);
     template <class V>
-    void find_entry(int c, int b, int lane, float e, V &low, V &high, V &target) const;
+    void find_entry(int c, int b, int lane, float e, V &low, V &high, V &target);
+    template <class V>
+    void find_entries(int c, unsigned moved, const V &e, V &low, V &high, V &target);
     template <class V>
     void save_lanes(int c, int first, const V &buf, const V &env, const V &smoothed);
     void process_lanes(int c, const float *in, float *out, int frameLen);
-    void process_lanes_stereo(const float *const *in, float *const *out, int frameLen);  // AVX2 build
+    void process_lanes_stereo(const float *const *in, float *const *out, int frameLen);  // AVX2 and NEON builds
 };
 
 #endif

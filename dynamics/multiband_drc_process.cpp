@@ -21,7 +21,7 @@ void MultiBandDRCState::process(const float *const *in, float *const *out, int f
 {
     if (channels <= 0 || frameLen <= 0)
         return;
-#if EQDRC_EIGHT_LANES
+#if EQDRC_EIGHT_LANES || EQDRC_REGISTER_PAIRS
     // Both channels at once, where that reads and writes what one after the other would.
     if (channels == 2 && lanes_ready(0) && lanes_ready(1) && eqdrc::pair_runs_as_sequence(in, out, frameLen)) {
         process_lanes_stereo(in, out, frameLen);
@@ -83,7 +83,7 @@ void MultiBandDRCState::process_samples(int c, const float *in, float *out, int 
 namespace {
 
 // Samples per block of the lane forms' passes.
-constexpr int kLaneBlock = 64;
+constexpr int kLaneBlock = 256;
 
 // A channel's outputs over m samples: its bands from lane `first` on, added in band
 // order; band 3 joins only at exactly four bands.  The lane forms run one to four bands;
@@ -104,10 +104,16 @@ inline void sum_bands_of(const float (*rows)[Lanes], int first, float *out, int 
 #if !EQDRC_SCALAR_LANES
     // Four samples at a time: their rows, transposed, hold a band each.
     for (; i + eqdrc::kLanes <= m; i += eqdrc::kLanes) {
-        eqdrc::f32x4 b0 = eqdrc::load(rows[i] + first), b1 = eqdrc::load(rows[i + 1] + first),
-                     b2 = eqdrc::load(rows[i + 2] + first), b3 = eqdrc::load(rows[i + 3] + first);
-        eqdrc::transpose(b0, b1, b2, b3);
-        const eqdrc::f32x4 band[] = {b0, b1, b2, b3};
+        eqdrc::f32x4 band[eqdrc::kLanes];
+        if constexpr (Lanes == eqdrc::kLanes) {
+            eqdrc::load_columns(rows[i], band[0], band[1], band[2], band[3]);
+        } else {
+            band[0] = eqdrc::load(rows[i] + first);
+            band[1] = eqdrc::load(rows[i + 1] + first);
+            band[2] = eqdrc::load(rows[i + 2] + first);
+            band[3] = eqdrc::load(rows[i + 3] + first);
+            eqdrc::transpose(band[0], band[1], band[2], band[3]);
+        }
         eqdrc::store(out + i, band_sum<Count>(eqdrc::splat(0.0f), band));
     }
 #endif
@@ -134,12 +140,105 @@ inline void sum_bands(const float (*rows)[Lanes], int first, int count, float *o
     }
 }
 
+#if EQDRC_EIGHT_LANES || EQDRC_REGISTER_PAIRS
+// Both channels' outputs from rows of eight lanes (channel 1's bands from lane 4 on).
+// Equal band counts sum both at once: two samples' rows, as four columns, hold a band of
+// [channel 0, channel 1] for each sample.
+template <int Count>
+inline void sum_band_pairs_of(const float (*rows)[2 * eqdrc::kLanes], float *out0, float *out1, int m)
+{
+    using eqdrc::f32x4;
+    int i = 0;
+    for (; i + eqdrc::kLanes <= m; i += eqdrc::kLanes) {
+        f32x4 early[eqdrc::kLanes], late[eqdrc::kLanes];
+        eqdrc::load_columns(rows[i], early[0], early[1], early[2], early[3]);
+        eqdrc::load_columns(rows[i + 2], late[0], late[1], late[2], late[3]);
+        const f32x4 a = band_sum<Count>(eqdrc::splat(0.0f), early), b = band_sum<Count>(eqdrc::splat(0.0f), late);
+        eqdrc::store(out0 + i, eqdrc::even_lanes(a, b));
+        eqdrc::store(out1 + i, eqdrc::odd_lanes(a, b));
+    }
+    for (; i < m; i++) {
+        out0[i] = band_sum<Count>(0.0f, rows[i]);
+        out1[i] = band_sum<Count>(0.0f, rows[i] + eqdrc::kLanes);
+    }
+}
+
+inline void sum_band_pairs(const float (*rows)[2 * eqdrc::kLanes], const int *count, float *out0, float *out1, int m)
+{
+    if (count[0] != count[1]) {
+        sum_bands(rows, 0, count[0], out0, m);
+        sum_bands(rows, eqdrc::kLanes, count[1], out1, m);
+        return;
+    }
+    switch (count[0]) {
+    case 1:
+        sum_band_pairs_of<1>(rows, out0, out1, m);
+        break;
+    case 2:
+        sum_band_pairs_of<2>(rows, out0, out1, m);
+        break;
+    case 3:
+        sum_band_pairs_of<3>(rows, out0, out1, m);
+        break;
+    default:
+        sum_band_pairs_of<4>(rows, out0, out1, m);
+        break;
+    }
+}
+#endif
+
+// One channel's crossover over x[0, m) into rows[0, m), in lanes `first` to first + 3.
+// The loop works on a local copy, whose memories stay in registers; four steps a turn
+// share the loop's counting and a load.
+template <bool EqualOuterTaps, int W>
+void split_block_as(eqdrc::SkewedCrossover<eqdrc::f32x4> &crossover, const float *x, int m, float (*rows)[W], int first)
+{
+    using eqdrc::splat;
+    eqdrc::SkewedCrossover<eqdrc::f32x4> xover = crossover;
+    auto step = [&](eqdrc::f32x4 in, int i) EQDRC_LANE_LAMBDA {
+        eqdrc::store(rows[i - 1] + first, xover.template step<EqualOuterTaps>(in));
+    };
+    // The skewed crossover gives a sample's bands one step later: a block starts with
+    // first() and ends with last().
+    xover.first(splat(x[0]));
+    int i = 1;
+    for (; i + 4 <= m; i += 4) {
+#if EQDRC_SCALAR_LANES
+        step(splat(x[i]), i);
+        step(splat(x[i + 1]), i + 1);
+        step(splat(x[i + 2]), i + 2);
+        step(splat(x[i + 3]), i + 3);
+#else
+        const eqdrc::f32x4 four = eqdrc::load(x + i);
+        step(eqdrc::splat_lane<0>(four), i);
+        step(eqdrc::splat_lane<1>(four), i + 1);
+        step(eqdrc::splat_lane<2>(four), i + 2);
+        step(eqdrc::splat_lane<3>(four), i + 3);
+#endif
+    }
+    for (; i < m; i++)
+        step(splat(x[i]), i);
+    eqdrc::store(rows[m - 1] + first, xover.last());
+    crossover = xover;
+}
+
+template <int W>
+void split_block(eqdrc::SkewedCrossover<eqdrc::f32x4> &crossover, const float *x, int m, float (*rows)[W], int first)
+{
+    if (crossover.equal_outer_taps())
+        split_block_as<true>(crossover, x, m, rows, first);
+    else
+        split_block_as<false>(crossover, x, m, rows, first);
+}
+
 // One channel's first four bands in lanes: their settings, which lanes are bands and
-// compress, and their memories.
+// compress, their memories, and the detector interval [low, high) and gain (target) of
+// the table entry each last found, or NaN bounds where the next sample must search.
 struct ChannelLanes {
     eqdrc::f32x4 gain, attack, release;
     eqdrc::m32x4 bands, dynamic;
     eqdrc::f32x4 env, smoothed, buf;
+    eqdrc::f32x4 low, high, target;
 };
 
 ChannelLanes channel_lanes(const MultiBandDRCState &st, int c)
@@ -147,6 +246,7 @@ ChannelLanes channel_lanes(const MultiBandDRCState &st, int c)
     const eqdrc::DrcChannel &ch = st.channel[c];
     const eqdrc::DrcBand *band = ch.band;
     const int count = ch.bandCount;
+    const float nan = std::numeric_limits<float>::quiet_NaN();
     ChannelLanes l{eqdrc::splat(1.0f),
                    eqdrc::splat(0.0f),
                    eqdrc::splat(0.0f),
@@ -154,14 +254,26 @@ ChannelLanes channel_lanes(const MultiBandDRCState &st, int c)
                    {},
                    eqdrc::lanes(band[0].envelope, band[1].envelope, band[2].envelope, band[3].envelope),
                    eqdrc::lanes(band[0].smoothedGain, band[1].smoothedGain, band[2].smoothedGain, band[3].smoothedGain),
-                   eqdrc::load(ch.bandBuf)};
+                   eqdrc::load(ch.bandBuf),
+                   eqdrc::splat(nan),
+                   eqdrc::splat(nan),
+                   eqdrc::splat(0.0f)};
     bool on[kDrcSlotsPerChannel] = {};
     for (int b = 0; b < count; b++) {
         const int slot = drc_slot(c, b);
-        l.gain[b] = st.coefficients[slot].bandGain;
-        l.attack[b] = st.coefficients[slot].attackCoef;
-        l.release[b] = st.coefficients[slot].releaseCoef;
+        const eqdrc::DrcSlotCoefficients &k = st.coefficients[slot];
+        l.gain[b] = k.bandGain;
+        l.attack[b] = k.attackCoef;
+        l.release[b] = k.releaseCoef;
         on[b] = st.settings[slot].drcEnable != 0;
+        // Any entry's interval is a true statement about the current table, so the last
+        // one found saves the first sample's search.
+        if (on[b] && k.levelIndex->exact) {
+            const int entry = band[b].entry;
+            l.low[b] = k.levelIndex->edge[entry];
+            l.high[b] = k.levelIndex->edge[entry + 1];
+            l.target[b] = band[b].table[entry];
+        }
     }
     l.bands = eqdrc::mask(count >= 1, count >= 2, count >= 3, count >= 4);
     l.dynamic = eqdrc::mask(on[0], on[1], on[2], on[3]);
@@ -170,7 +282,9 @@ ChannelLanes channel_lanes(const MultiBandDRCState &st, int c)
 
 // The envelopes and gains of the bands in lanes of V, each lane performing the
 // operations of process_samples.  A lane keeps its current table entry's detector interval
-// [low, high) and gain (target); NaN bounds make the first sample search.
+// [low, high) and gain (target); the loop tests the interval as bit patterns
+// (eqdrc::BitInterval), where a -0 envelope would only search again for the entry it is
+// in.
 template <class V, class M>
 struct LaneGains {
     V gain, attack, release;
@@ -178,30 +292,63 @@ struct LaneGains {
     V env, smoothed, buf;
     V low, high, target;
 
+    // One channel in four lanes, or (V of eight) channel 0 in lanes 0-3 and 1 in 4-7.
+    explicit LaneGains(const ChannelLanes &l)
+        : gain(l.gain), attack(l.attack), release(l.release), bands(l.bands), dynamic(l.dynamic), env(l.env),
+          smoothed(l.smoothed), buf(l.buf), low(l.low), high(l.high), target(l.target)
+    {
+    }
+#if EQDRC_EIGHT_LANES || EQDRC_REGISTER_PAIRS
+    LaneGains(const ChannelLanes &l, const ChannelLanes &r)
+        : gain(eqdrc::join(l.gain, r.gain)), attack(eqdrc::join(l.attack, r.attack)),
+          release(eqdrc::join(l.release, r.release)), bands(eqdrc::join(l.bands, r.bands)),
+          dynamic(eqdrc::join(l.dynamic, r.dynamic)), env(eqdrc::join(l.env, r.env)),
+          smoothed(eqdrc::join(l.smoothed, r.smoothed)), buf(eqdrc::join(l.buf, r.buf)),
+          low(eqdrc::join(l.low, r.low)), high(eqdrc::join(l.high, r.high)), target(eqdrc::join(l.target, r.target))
+    {
+    }
+#endif
+
     // Gains rows[0, m) in place, calling before(i) first for each sample.  A sample whose
     // envelope leaves its entry's interval leaves the inner loop for search(moved, e, low,
-    // high, target), which sets those lanes' entries, and re-enters it, so that loop makes
-    // no call.  Every band compressing (the usual tuning) lets a sample skip the selects.
+    // high, target), moved holding bit i for lane i, which sets those lanes' entries, and
+    // re-enters it, so that loop makes no call.  Every band compressing (the usual
+    // tuning) lets a sample skip the selects, and no make-up gain (0 dB, usual too) the
+    // product x 1, which gives the band back bit for bit: the crossover's bands are sums,
+    // never signalling NaNs.
     template <int W, class Before, class Search>
     void run(float (*rows)[W], int m, Before &&before, Search &&search)
     {
-        if (!eqdrc::any(~(bands & dynamic)))
-            run_as<true>(rows, m, before, search);
+        if (eqdrc::any(~(bands & dynamic)))
+            run_as<false, false>(rows, m, before, search);
+        else if (unit_gains())
+            run_as<true, true>(rows, m, before, search);
         else
-            run_as<false>(rows, m, before, search);
+            run_as<true, false>(rows, m, before, search);
+    }
+
+    bool unit_gains() const
+    {
+        for (int i = 0; i < static_cast<int>(sizeof(V) / sizeof(float)); i++) {
+            if (gain[i] != 1.0f)
+                return false;
+        }
+        return true;
     }
 
     // The loop works on local copies, which stay in registers: the rows it stores to
     // could otherwise be the members it reads.
-    template <bool EveryLane, int W, class Before, class Search>
+    template <bool EveryLane, bool UnitGains, int W, class Before, class Search>
     void run_as(float (*rows)[W], int m, Before &before, Search &search)
     {
+        const V gain_ = gain, attack_ = attack, release_ = release;
         V env_ = env, smoothed_ = smoothed, buf_ = buf, low_ = low, high_ = high, target_ = target;
         // The gain smoother's target terms, formed again only when a search moves the target.
-        const V one = eqdrc::broadcast<V>(1.0f), attackRest = one - attack, releaseRest = one - release;
+        const V one = eqdrc::broadcast<V>(1.0f), attackRest = one - attack_, releaseRest = one - release_;
         V attackTerm = attackRest * target_, releaseTerm = releaseRest * target_;
+        eqdrc::BitInterval<M> interval = eqdrc::bit_interval(low_, high_);
         auto finish = [&](float *row, V in, V x, V e) EQDRC_LANE_LAMBDA {
-            const V g = eqdrc::smooth_gain_towards(target_, attackTerm, releaseTerm, smoothed_, attack, release);
+            const V g = eqdrc::smooth_gain_towards(target_, attackTerm, releaseTerm, smoothed_, attack_, release_);
             if constexpr (EveryLane) {
                 buf_ = x * g;
                 env_ = e;
@@ -214,18 +361,19 @@ struct LaneGains {
             eqdrc::store(row, buf_);
         };
         for (int i = 0; i < m;) {
-            V in, x, e;
+            V x, e;
             M moved;
             bool leaves = false;
             for (; i < m; i++) {
                 before(i);
-                in = eqdrc::load<V>(rows[i]);
-                x = in * gain;
-                e = eqdrc::follow_envelope(x, env_, attack, release);
-                moved = eqdrc::greater_equal(e, high_) | eqdrc::not_greater_equal(e, low_);
+                const V in = eqdrc::load<V>(rows[i]);
+                x = UnitGains ? in : in * gain_;
+                e = eqdrc::follow_envelope(x, env_, attack_, release_);
+                M stays = eqdrc::inside(e, interval);
                 if constexpr (!EveryLane)
-                    moved = moved & dynamic;
-                if (eqdrc::any(moved)) {
+                    stays = stays | ~dynamic;
+                if (!eqdrc::all(stays)) {
+                    moved = ~stays;
                     leaves = true;
                     break;
                 }
@@ -233,10 +381,12 @@ struct LaneGains {
             }
             if (!leaves)
                 break;
-            search(moved, e, low_, high_, target_);
+            search(eqdrc::lane_bits(moved), e, low_, high_, target_);
+            interval = eqdrc::bit_interval(low_, high_);
             attackTerm = attackRest * target_;
             releaseTerm = releaseRest * target_;
-            finish(rows[i], in, x, e);
+            // The row is still the crossover's: its store follows.
+            finish(rows[i], eqdrc::load<V>(rows[i]), x, e);
             i++;
         }
         env = env_;
@@ -255,20 +405,31 @@ struct LaneGains {
 // holds for; a negative or NaN envelope, or an index that failed its check, takes the
 // logarithm, and a NaN `low` makes the next sample search again.
 template <class V>
-inline void MultiBandDRCState::find_entry(int c, int b, int lane, float e, V &low, V &high, V &target) const
+inline void MultiBandDRCState::find_entry(int c, int b, int lane, float e, V &low, V &high, V &target)
 {
     const eqdrc::DrcSlotCoefficients &k = coefficients[drc_slot(c, b)];
-    const float *table = channel[c].band[b].table;
+    eqdrc::DrcBand &band = channel[c].band[b];
     const eqdrc::LevelIndex *index = k.levelIndex;
     if (e >= 0.0f && index->exact) {
-        const int entry = index->find(e);
-        low[lane] = index->edge[entry];
-        high[lane] = index->edge[entry + 1];
-        target[lane] = table[entry];
+        band.entry = index->find_from(e, band.entry);
+        low[lane] = index->edge[band.entry];
+        high[lane] = index->edge[band.entry + 1];
+        target[lane] = band.table[band.entry];
     } else {
-        target[lane] = eqdrc::gain_table_lookup(eqdrc::kGainTableLast, table, eqdrc::drc_band_level(e, log10FullScale),
-                                                k.tableStart, k.tableScale);
+        target[lane] = eqdrc::gain_table_lookup(eqdrc::kGainTableLast, band.table,
+                                                eqdrc::drc_band_level(e, log10FullScale), k.tableStart, k.tableScale);
         low[lane] = std::numeric_limits<float>::quiet_NaN();
+    }
+}
+
+// find_entry for the lanes whose bits `moved` holds, four lanes a channel from channel c
+// on.  Only lanes of compressing bands move.
+template <class V>
+inline void MultiBandDRCState::find_entries(int c, unsigned moved, const V &e, V &low, V &high, V &target)
+{
+    for (int lane = 0; moved != 0; lane++, moved >>= 1) {
+        if (moved & 1u)
+            find_entry(c + lane / kDrcSlotsPerChannel, lane % kDrcSlotsPerChannel, lane, e[lane], low, high, target);
     }
 }
 
@@ -298,38 +459,20 @@ void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int fr
 {
     using eqdrc::f32x4;
     const int count = channel[c].bandCount;
-    const float nan = std::numeric_limits<float>::quiet_NaN();
-    const ChannelLanes l = channel_lanes(*this, c);
-    LaneGains<f32x4, eqdrc::m32x4> lanes{l.gain,
-                                         l.attack,
-                                         l.release,
-                                         l.bands,
-                                         l.dynamic,
-                                         l.env,
-                                         l.smoothed,
-                                         l.buf,
-                                         eqdrc::splat(nan),
-                                         eqdrc::splat(nan),
-                                         eqdrc::splat(0.0f)};
+    LaneGains<f32x4, eqdrc::m32x4> lanes(channel_lanes(*this, c));
     eqdrc::CrossoverLanes held;
     held.load(*channel[c].crossover, 0);
     eqdrc::CrossoverLanes *const split[] = {&held};
     eqdrc::SkewedCrossover<f32x4> xover(split);
     float block[kLaneBlock][eqdrc::kLanes];  // the crossover's bands, then the gained bands
     auto nothing = [](int) {};
-    auto search = [&](eqdrc::m32x4 moved, f32x4 e, f32x4 &low, f32x4 &high, f32x4 &target) {
-        for (int b = 0; b < count; b++) {
-            if (moved[b])
-                find_entry(c, b, b, e[b], low, high, target);
-        }
+    auto search = [&](unsigned moved, f32x4 e, f32x4 &low, f32x4 &high, f32x4 &target) {
+        find_entries(c, moved, e, low, high, target);
     };
 
     for (int start = 0; start < frameLen; start += kLaneBlock) {
         const int m = frameLen - start < kLaneBlock ? frameLen - start : kLaneBlock;
-        xover.first(eqdrc::splat(in[start]));
-        for (int i = 1; i < m; i++)
-            eqdrc::store(block[i - 1], xover.step(eqdrc::splat(in[start + i])));
-        eqdrc::store(block[m - 1], xover.last());
+        split_block(xover, in + start, m, block, 0);
         lanes.run(block, m, nothing, search);
         sum_bands(block, 0, count, out + start, m);
     }
@@ -349,22 +492,9 @@ void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int fr
 void MultiBandDRCState::process_lanes_stereo(const float *const *in, float *const *out, int frameLen)
 {
     using eqdrc::f32x8;
-    using eqdrc::join;
     constexpr int kLanes8 = 2 * kDrcSlotsPerChannel;
     const int count[2] = {channel[0].bandCount, channel[1].bandCount};
-    const float nan = std::numeric_limits<float>::quiet_NaN();
-    const ChannelLanes l = channel_lanes(*this, 0), r = channel_lanes(*this, 1);
-    LaneGains<f32x8, eqdrc::m32x8> lanes{join(l.gain, r.gain),
-                                         join(l.attack, r.attack),
-                                         join(l.release, r.release),
-                                         join(l.bands, r.bands),
-                                         join(l.dynamic, r.dynamic),
-                                         join(l.env, r.env),
-                                         join(l.smoothed, r.smoothed),
-                                         join(l.buf, r.buf),
-                                         eqdrc::splat8(nan),
-                                         eqdrc::splat8(nan),
-                                         eqdrc::splat8(0.0f)};
+    LaneGains<f32x8, eqdrc::m32x8> lanes(channel_lanes(*this, 0), channel_lanes(*this, 1));
     eqdrc::CrossoverLanes x0, x1;
     x0.load(*channel[0].crossover, 0);
     x1.load(*channel[1].crossover, 0);
@@ -374,12 +504,8 @@ void MultiBandDRCState::process_lanes_stereo(const float *const *in, float *cons
     // replaced by its gained bands.
     float blocks[2][kLaneBlock][kLanes8];
     const float *in0 = in[0], *in1 = in[1];
-    auto search = [&](eqdrc::m32x8 moved, f32x8 e, f32x8 &low, f32x8 &high, f32x8 &target) {
-        for (int lane = 0; lane < kLanes8; lane++) {
-            const int c = lane / kDrcSlotsPerChannel, b = lane % kDrcSlotsPerChannel;
-            if (b < count[c] && moved[lane])
-                find_entry(c, b, lane, e[lane], low, high, target);
-        }
+    auto search = [&](unsigned moved, f32x8 e, f32x8 &low, f32x8 &high, f32x8 &target) {
+        find_entries(0, moved, e, low, high, target);
     };
 
     // The skewed crossover gives a sample's bands one step later: each block starts with
@@ -406,12 +532,53 @@ void MultiBandDRCState::process_lanes_stereo(const float *const *in, float *cons
         lanes.run(now, m, crossoverAhead, search);
         if (ahead > 0)
             eqdrc::store(later[ahead - 1], xover.last());
-        sum_bands(now, 0, count[0], out[0] + start, m);
-        sum_bands(now, kDrcSlotsPerChannel, count[1], out[1] + start, m);
+        sum_band_pairs(now, count, out[0] + start, out[1] + start, m);
         current ^= 1;
     }
 
     xover.save(split);
+    x0.save(*channel[0].crossover, 0);
+    x1.save(*channel[1].crossover, 0);
+    save_lanes(0, 0, lanes.buf, lanes.env, lanes.smoothed);
+    save_lanes(1, kDrcSlotsPerChannel, lanes.buf, lanes.env, lanes.smoothed);
+}
+#endif
+
+#if EQDRC_REGISTER_PAIRS
+// Both channels at once on aarch64, channel 0's bands in lanes 0-3 and channel 1's in
+// lanes 4-7 of register pairs, each lane performing the operations of process_lanes.  A
+// channel's crossover takes every register, so each runs its own pass over the block;
+// the envelopes and gains of both then share one loop and its interval check, and the
+// band sums follow.  The block is read before it is written, which the caller's buffers
+// allow (reads_stay_ahead).
+void MultiBandDRCState::process_lanes_stereo(const float *const *in, float *const *out, int frameLen)
+{
+    using eqdrc::f32x4;
+    using eqdrc::f32x4x2;
+    constexpr int kLanes8 = 2 * kDrcSlotsPerChannel;
+    const int count[2] = {channel[0].bandCount, channel[1].bandCount};
+    LaneGains<f32x4x2, eqdrc::m32x4x2> lanes(channel_lanes(*this, 0), channel_lanes(*this, 1));
+    eqdrc::CrossoverLanes x0, x1;
+    x0.load(*channel[0].crossover, 0);
+    x1.load(*channel[1].crossover, 0);
+    eqdrc::CrossoverLanes *const split0[] = {&x0}, *const split1[] = {&x1};
+    eqdrc::SkewedCrossover<f32x4> xover0(split0), xover1(split1);
+    float block[kLaneBlock][kLanes8];  // the crossovers' bands, then the gained bands
+    auto nothing = [](int) {};
+    auto search = [&](unsigned moved, f32x4x2 e, f32x4x2 &low, f32x4x2 &high, f32x4x2 &target) {
+        find_entries(0, moved, e, low, high, target);
+    };
+
+    for (int start = 0; start < frameLen; start += kLaneBlock) {
+        const int m = frameLen - start < kLaneBlock ? frameLen - start : kLaneBlock;
+        split_block(xover0, in[0] + start, m, block, 0);
+        split_block(xover1, in[1] + start, m, block, kDrcSlotsPerChannel);
+        lanes.run(block, m, nothing, search);
+        sum_band_pairs(block, count, out[0] + start, out[1] + start, m);
+    }
+
+    xover0.save(split0);
+    xover1.save(split1);
     x0.save(*channel[0].crossover, 0);
     x1.save(*channel[1].crossover, 0);
     save_lanes(0, 0, lanes.buf, lanes.env, lanes.smoothed);

@@ -4,6 +4,7 @@
 #define EQDRC_FILTERS_CROSSOVER_H
 
 #include <cstdint>
+#include <cstring>
 
 #include "dsp/lanes8.h"
 #include "filters/biquad.h"
@@ -84,8 +85,6 @@ struct SkewedCrossover {
     BiquadBank<V> a, b, c;
     V za1, za2, zb1, zb2, zc1, zc2;
     V lastB, lastC;  // the previous step's second and third banks
-    using Mask = decltype(greater(V{}, V{}));
-    Mask twoLanes;  // lanes 0 and 1 of each channel
 
     explicit SkewedCrossover(const CrossoverLanes *const *channels)
     {
@@ -104,7 +103,6 @@ struct SkewedCrossover {
                 zc2[lane] = l.z2[i < 2 ? 2 : 3][i < 2 ? i + 2 : i];
             }
         }
-        twoLanes = front_lanes();
         lastB = lastC = V{};
     }
 
@@ -130,33 +128,62 @@ struct SkewedCrossover {
     {
         const V keep1 = zc1, keep2 = zc2;
         advance(in);
-        zc1 = select(twoLanes, zc1, keep1);
-        zc2 = select(twoLanes, zc2, keep2);
+        zc1 = front_of(zc1, keep1);
+        zc2 = front_of(zc2, keep2);
     }
 
-    // Sample i in, the bands of sample i - 1 out.
-    EQDRC_LANE_INLINE V step(V in) { return advance(in); }
+    // Sample i in, the bands of sample i - 1 out.  EqualOuterTaps: every section's b2 is
+    // its b0, bit for bit (equal_outer_taps()), so the product b0 x serves as b2 x.
+    template <bool EqualOuterTaps = false>
+    EQDRC_LANE_INLINE V step(V in)
+    {
+        return advance<EqualOuterTaps>(in);
+    }
+
+    // True for Butterworth sections at 0 dB, the crossover's design, where b2 = g A is g
+    // itself; unused lanes hold zeros.
+    bool equal_outer_taps() const
+    {
+        return std::memcmp(&a.b0, &a.b2, sizeof(V)) == 0 && std::memcmp(&b.b0, &b.b2, sizeof(V)) == 0 &&
+               std::memcmp(&c.b0, &c.b2, sizeof(V)) == 0;
+    }
 
     // The bands of the run's last sample: only c's last lanes work.
     V last()
     {
         const V keep1 = zc1, keep2 = zc2;
         const V outC = biquad_step(c, zc1, zc2, feed_c(lastB, lastC));
-        zc1 = select(twoLanes, keep1, zc1);
-        zc2 = select(twoLanes, keep2, zc2);
-        return select(twoLanes, lastB, outC);
+        zc1 = front_of(keep1, zc1);
+        zc2 = front_of(keep2, zc2);
+        return front_of(lastB, outC);
     }
 
 private:
+    template <bool EqualOuterTaps = false>
     EQDRC_LANE_INLINE V advance(V in)
     {
-        const V outA = biquad_step(a, za1, za2, in);
-        const V outB = biquad_step(b, zb1, zb2, outA);
-        const V outC = biquad_step(c, zc1, zc2, feed_c(outB, lastC));
-        const V bands = select(twoLanes, lastB, outC);
+        const V outA = section<EqualOuterTaps>(a, za1, za2, in);
+        const V outB = section<EqualOuterTaps>(b, zb1, zb2, outA);
+        const V outC = section<EqualOuterTaps>(c, zc1, zc2, feed_c(outB, lastC));
+        const V bands = front_of(lastB, outC);
         lastB = outB;
         lastC = outC;
         return bands;
+    }
+
+    // biquad_step, with b0 x standing for the equal product b2 x where the taps are equal.
+    template <bool EqualOuterTaps>
+    static EQDRC_LANE_INLINE V section(const BiquadBank<V> &k, V &z1, V &z2, V x)
+    {
+        if constexpr (!EqualOuterTaps) {
+            return biquad_step(k, z1, z2, x);
+        } else {
+            const V b0x = k.b0 * x;
+            const V y = z1 + b0x;
+            z1 = z2 + (k.b1 * x - k.a1 * y);
+            z2 = b0x - k.a2 * y;
+            return y;
+        }
     }
 
     template <class Bank>
@@ -168,16 +195,18 @@ private:
         to.a1[lane] = from.a1[i];
         to.a2[lane] = from.a2[i];
     }
-    static Mask front_lanes();
+    // Per channel: lanes 0 and 1 of `front`, 2 and 3 of `back` (a move of lane pairs, no
+    // mask to keep in a register).
+    static V front_of(V front, V back);
     // Per channel: c's first lanes take the band-pass bands' second sections of this
     // sample, its last lanes its own first lanes of the step before.
     static V feed_c(V second, V previousC);
 };
 
 template <>
-inline m32x4 SkewedCrossover<f32x4>::front_lanes()
+inline f32x4 SkewedCrossover<f32x4>::front_of(f32x4 front, f32x4 back)
 {
-    return mask(true, true, false, false);
+    return lanes(front[0], front[1], back[2], back[3]);
 }
 template <>
 inline f32x4 SkewedCrossover<f32x4>::feed_c(f32x4 second, f32x4 previousC)
@@ -187,9 +216,9 @@ inline f32x4 SkewedCrossover<f32x4>::feed_c(f32x4 second, f32x4 previousC)
 
 #if EQDRC_EIGHT_LANES
 template <>
-inline m32x8 SkewedCrossover<f32x8>::front_lanes()
+inline f32x8 SkewedCrossover<f32x8>::front_of(f32x8 front, f32x8 back)
 {
-    return join(mask(true, true, false, false), mask(true, true, false, false));
+    return __builtin_shufflevector(front, back, 0, 1, 10, 11, 4, 5, 14, 15);
 }
 template <>
 inline f32x8 SkewedCrossover<f32x8>::feed_c(f32x8 second, f32x8 previousC)

@@ -26,9 +26,9 @@ declare -A loops=(
     [auto_gain]='eqdrc::LoudnessMeter::add_stereo_frames|AutoGainState::process('
     [bass_enhancer]='PairSplit::run|BassEnhancerState::process_pair|eqdrc::run_paired_cascade'
     [exciter]='ExciterState::process_pair'
-    [de_esser]='DeEsserState::process_pair'
+    [de_esser]='DeEsserState::process_pair|DeEsserState::crossfade_pair'
     [eq10]='run_skewed<float __vector(4), 10>'
-    [multiband_drc]='MultiBandDRCState::process_lanes'
+    [multiband_drc]='split_block_as|MultiBandDRCState::process_lanes'
     [agc]='eqdrc::Agc::process'
     [maximizer]='eqdrc::Limiter::process'
 )
