@@ -440,6 +440,19 @@ inline V load(const float *p)
 
 inline void store(float *p, f32x4 v) { std::memcpy(p, &v, sizeof v); }
 
+// Lanes of a (indices 0-3) and b (4-7) by index, as __builtin_shufflevector picks them;
+// scalar lanes copy the floats.
+template <int I0, int I1, int I2, int I3>
+EQDRC_LANE_INLINE f32x4 pick(f32x4 a, f32x4 b)
+{
+#if EQDRC_SCALAR_LANES
+    const auto lane = [&a, &b](int i) EQDRC_LANE_LAMBDA { return i < kLanes ? a[i] : b[i - kLanes]; };
+    return lanes(lane(I0), lane(I1), lane(I2), lane(I3));
+#else
+    return __builtin_shufflevector(a, b, I0, I1, I2, I3);
+#endif
+}
+
 // Two steps of the two channels in one vector, from their arrays a and b: [a0, b0, a1, b1],
 // the two steps' pairs one after the other.
 inline f32x4 load_two_pairs(const float *a, const float *b)
@@ -473,32 +486,11 @@ inline f32x4 channel_rows(Pair p, Pair q)
 }
 
 // [a2, a3, b0, b1]; and [a2, b2, a3, b3], the upper pairs of two steps as channel rows.
-inline f32x4 upper_pair_below(f32x4 a, f32x4 b)
-{
-#if EQDRC_SCALAR_LANES
-    return lanes(a[2], a[3], b[0], b[1]);
-#else
-    return __builtin_shufflevector(a, b, 2, 3, 4, 5);
-#endif
-}
-inline f32x4 upper_rows(f32x4 a, f32x4 b)
-{
-#if EQDRC_SCALAR_LANES
-    return lanes(a[2], b[2], a[3], b[3]);
-#else
-    return interleave_high(a, b);
-#endif
-}
+inline f32x4 upper_pair_below(f32x4 a, f32x4 b) { return pick<2, 3, 4, 5>(a, b); }
+inline f32x4 upper_rows(f32x4 a, f32x4 b) { return pick<2, 6, 3, 7>(a, b); }
 
 // [v0, v0, v2, v2]: the earlier step of channel rows in both lanes of its row.
-inline f32x4 even_lanes_doubled(f32x4 v)
-{
-#if EQDRC_SCALAR_LANES
-    return lanes(v[0], v[0], v[2], v[2]);
-#else
-    return __builtin_shufflevector(v, v, 0, 0, 2, 2);
-#endif
-}
+inline f32x4 even_lanes_doubled(f32x4 v) { return pick<0, 0, 2, 2>(v, v); }
 
 // [v1, v3]: the later step of channel rows as a pair.
 inline Pair odd_lanes(f32x4 v)
@@ -515,54 +507,27 @@ inline Pair odd_lanes(f32x4 v)
 // [a2, b2, a3, b3], the pairs of two channels' four samples:
 inline void interleave_pairs(f32x4 a, f32x4 b, f32x4 &first, f32x4 &second)
 {
-#if EQDRC_SCALAR_LANES
-    first = lanes(a[0], b[0], a[1], b[1]);
-    second = lanes(a[2], b[2], a[3], b[3]);
-#else
-    first = __builtin_shufflevector(a, b, 0, 4, 1, 5);
-    second = __builtin_shufflevector(a, b, 2, 6, 3, 7);
-#endif
+    first = pick<0, 4, 1, 5>(a, b);
+    second = pick<2, 6, 3, 7>(a, b);
 }
+
+// [a0, a2, b0, b2] and [a1, a3, b1, b3].
+inline f32x4 even_lanes(f32x4 a, f32x4 b) { return pick<0, 2, 4, 6>(a, b); }
+inline f32x4 odd_lanes(f32x4 a, f32x4 b) { return pick<1, 3, 5, 7>(a, b); }
 
 // The inverse: [first0, first2, second0, second2] and [first1, first3, second1, second3].
 inline void deinterleave_pairs(f32x4 first, f32x4 second, f32x4 &a, f32x4 &b)
 {
-#if EQDRC_SCALAR_LANES
-    a = lanes(first[0], first[2], second[0], second[2]);
-    b = lanes(first[1], first[3], second[1], second[3]);
-#else
-    a = __builtin_shufflevector(first, second, 0, 2, 4, 6);
-    b = __builtin_shufflevector(first, second, 1, 3, 5, 7);
-#endif
+    a = even_lanes(first, second);
+    b = odd_lanes(first, second);
 }
 
 // [a2, a3, b2, b3].
-inline f32x4 upper_pairs(f32x4 a, f32x4 b)
-{
-#if EQDRC_SCALAR_LANES
-    return lanes(a[2], a[3], b[2], b[3]);
-#else
-    return __builtin_shufflevector(a, b, 2, 3, 6, 7);
-#endif
-}
+inline f32x4 upper_pairs(f32x4 a, f32x4 b) { return pick<2, 3, 6, 7>(a, b); }
 
 // [v0, v1, v0, v1] and [v2, v3, v2, v3].
-inline f32x4 lower_pair_twice(f32x4 v)
-{
-#if EQDRC_SCALAR_LANES
-    return lanes(v[0], v[1], v[0], v[1]);
-#else
-    return __builtin_shufflevector(v, v, 0, 1, 0, 1);
-#endif
-}
-inline f32x4 upper_pair_twice(f32x4 v)
-{
-#if EQDRC_SCALAR_LANES
-    return lanes(v[2], v[3], v[2], v[3]);
-#else
-    return __builtin_shufflevector(v, v, 2, 3, 2, 3);
-#endif
-}
+inline f32x4 lower_pair_twice(f32x4 v) { return pick<0, 1, 0, 1>(v, v); }
+inline f32x4 upper_pair_twice(f32x4 v) { return pick<2, 3, 2, 3>(v, v); }
 
 // Lanes 0 and 1 of v to low[0] and low[1], 2 and 3 to high[0] and high[1]; scalar lanes
 // a float at a time, which the compiler would otherwise pack into integer registers.
@@ -667,9 +632,6 @@ inline f32x4 splat_lane(f32x4 v)
 #endif
 }
 
-// [a0, a2, b0, b2] and [a1, a3, b1, b3].
-inline f32x4 even_lanes(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 2, 4, 6); }
-inline f32x4 odd_lanes(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 1, 3, 5, 7); }
 #endif
 
 // Bit i set where lane i of the mask is.

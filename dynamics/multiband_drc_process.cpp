@@ -4,6 +4,7 @@
 #include "dynamics/multiband_drc.h"
 
 #include <limits>
+#include <type_traits>
 
 #include "dsp/buffer_aliasing.h"
 #include "dsp/lanes8.h"
@@ -121,23 +122,31 @@ inline void sum_bands_of(const float (*rows)[Lanes], int first, float *out, int 
         out[i] = band_sum<Count>(0.0f, rows[i] + first);
 }
 
-template <int Lanes>
-inline void sum_bands(const float (*rows)[Lanes], int first, int count, float *out, int m)
+// f(std::integral_constant<int, Count>{}) for a band count of one to four (more counts
+// as four), so that each count gets a loop of its own.
+template <class F>
+inline void with_band_count(int count, F &&f)
 {
     switch (count) {
     case 1:
-        sum_bands_of<1>(rows, first, out, m);
+        f(std::integral_constant<int, 1>{});
         break;
     case 2:
-        sum_bands_of<2>(rows, first, out, m);
+        f(std::integral_constant<int, 2>{});
         break;
     case 3:
-        sum_bands_of<3>(rows, first, out, m);
+        f(std::integral_constant<int, 3>{});
         break;
     default:
-        sum_bands_of<4>(rows, first, out, m);
+        f(std::integral_constant<int, 4>{});
         break;
     }
+}
+
+template <int Lanes>
+inline void sum_bands(const float (*rows)[Lanes], int first, int count, float *out, int m)
+{
+    with_band_count(count, [&](auto bands) { sum_bands_of<decltype(bands)::value>(rows, first, out, m); });
 }
 
 #if EQDRC_EIGHT_LANES || EQDRC_REGISTER_PAIRS
@@ -170,20 +179,7 @@ inline void sum_band_pairs(const float (*rows)[2 * eqdrc::kLanes], const int *co
         sum_bands(rows, eqdrc::kLanes, count[1], out1, m);
         return;
     }
-    switch (count[0]) {
-    case 1:
-        sum_band_pairs_of<1>(rows, out0, out1, m);
-        break;
-    case 2:
-        sum_band_pairs_of<2>(rows, out0, out1, m);
-        break;
-    case 3:
-        sum_band_pairs_of<3>(rows, out0, out1, m);
-        break;
-    default:
-        sum_band_pairs_of<4>(rows, out0, out1, m);
-        break;
-    }
+    with_band_count(count[0], [&](auto bands) { sum_band_pairs_of<decltype(bands)::value>(rows, out0, out1, m); });
 }
 #endif
 
