@@ -502,24 +502,24 @@ inline Pair odd_lanes(f32x4 v)
 #endif
 }
 
-// Pairs of lanes moved between vectors, for two channels run as pairs [channel 0,
-// channel 1] over samples kept a channel to a vector.  [a0, b0, a1, b1] and
-// [a2, b2, a3, b3], the pairs of two channels' four samples:
-inline void interleave_pairs(f32x4 a, f32x4 b, f32x4 &first, f32x4 &second)
+// [a0, a2, b0, b2] and [a1, a3, b1, b3].
+EQDRC_LANE_INLINE f32x4 even_lanes(f32x4 a, f32x4 b) { return pick<0, 2, 4, 6>(a, b); }
+EQDRC_LANE_INLINE f32x4 odd_lanes(f32x4 a, f32x4 b) { return pick<1, 3, 5, 7>(a, b); }
+
+// Four samples of two channels' arrays a and b as pairs [channel 0, channel 1]:
+// [a0, b0, a1, b1] and [a2, b2, a3, b3].
+EQDRC_LANE_INLINE void load_channel_pairs(const float *a, const float *b, f32x4 &first, f32x4 &second)
 {
-    first = pick<0, 4, 1, 5>(a, b);
-    second = pick<2, 6, 3, 7>(a, b);
+    const f32x4 x = load(a), y = load(b);
+    first = pick<0, 4, 1, 5>(x, y);
+    second = pick<2, 6, 3, 7>(x, y);
 }
 
-// [a0, a2, b0, b2] and [a1, a3, b1, b3].
-inline f32x4 even_lanes(f32x4 a, f32x4 b) { return pick<0, 2, 4, 6>(a, b); }
-inline f32x4 odd_lanes(f32x4 a, f32x4 b) { return pick<1, 3, 5, 7>(a, b); }
-
-// The inverse: [first0, first2, second0, second2] and [first1, first3, second1, second3].
-inline void deinterleave_pairs(f32x4 first, f32x4 second, f32x4 &a, f32x4 &b)
+// The inverse: four samples' pairs, two to a vector, to each channel's array.
+EQDRC_LANE_INLINE void store_channel_pairs(float *a, float *b, f32x4 first, f32x4 second)
 {
-    a = even_lanes(first, second);
-    b = odd_lanes(first, second);
+    store(a, even_lanes(first, second));
+    store(b, odd_lanes(first, second));
 }
 
 // [a2, a3, b2, b3].
@@ -528,6 +528,21 @@ inline f32x4 upper_pairs(f32x4 a, f32x4 b) { return pick<2, 3, 6, 7>(a, b); }
 // [v0, v1, v0, v1] and [v2, v3, v2, v3].
 inline f32x4 lower_pair_twice(f32x4 v) { return pick<0, 1, 0, 1>(v, v); }
 inline f32x4 upper_pair_twice(f32x4 v) { return pick<2, 3, 2, 3>(v, v); }
+
+// Four steps of a filter run on pairs of two channels, each pair repeated in lanes 2 and
+// 3: step([x0, x1, x0, x1]) gives four lanes for each of the samples' pairs in `first`
+// and `second` in turn; the results' lower pairs come back two samples to a vector, and
+// so do their upper pairs.
+template <class Step>
+EQDRC_LANE_INLINE void four_pair_steps(f32x4 first, f32x4 second, Step &&step, f32x4 lower[2], f32x4 upper[2])
+{
+    const f32x4 y0 = step(lower_pair_twice(first)), y1 = step(upper_pair_twice(first));
+    const f32x4 y2 = step(lower_pair_twice(second)), y3 = step(upper_pair_twice(second));
+    lower[0] = low_pairs(y0, y1);
+    lower[1] = low_pairs(y2, y3);
+    upper[0] = upper_pairs(y0, y1);
+    upper[1] = upper_pairs(y2, y3);
+}
 
 // Lanes 0 and 1 of v to low[0] and low[1], 2 and 3 to high[0] and high[1]; scalar lanes
 // a float at a time, which the compiler would otherwise pack into integer registers.

@@ -219,9 +219,10 @@ void split_block_as(eqdrc::SkewedCrossover<eqdrc::f32x4> &crossover, const float
 }
 
 template <int W>
-void split_block(eqdrc::SkewedCrossover<eqdrc::f32x4> &crossover, const float *x, int m, float (*rows)[W], int first)
+void split_block(eqdrc::SkewedCrossover<eqdrc::f32x4> &crossover, bool equalOuterTaps, const float *x, int m,
+                 float (*rows)[W], int first)
 {
-    if (crossover.equal_outer_taps())
+    if (equalOuterTaps)
         split_block_as<true>(crossover, x, m, rows, first);
     else
         split_block_as<false>(crossover, x, m, rows, first);
@@ -287,12 +288,16 @@ struct LaneGains {
     M bands, dynamic;
     V env, smoothed, buf;
     V low, high, target;
+    // Every lane a compressing band (the usual tuning), and with it no make-up gain (0 dB,
+    // usual too): fixed for the frame, so the loop for them is chosen once.
+    bool everyLane, unitGains;
 
     // One channel in four lanes, or (V of eight) channel 0 in lanes 0-3 and 1 in 4-7.
     explicit LaneGains(const ChannelLanes &l)
         : gain(l.gain), attack(l.attack), release(l.release), bands(l.bands), dynamic(l.dynamic), env(l.env),
           smoothed(l.smoothed), buf(l.buf), low(l.low), high(l.high), target(l.target)
     {
+        classify();
     }
 #if EQDRC_EIGHT_LANES || EQDRC_REGISTER_PAIRS
     LaneGains(const ChannelLanes &l, const ChannelLanes &r)
@@ -302,8 +307,17 @@ struct LaneGains {
           smoothed(eqdrc::join(l.smoothed, r.smoothed)), buf(eqdrc::join(l.buf, r.buf)),
           low(eqdrc::join(l.low, r.low)), high(eqdrc::join(l.high, r.high)), target(eqdrc::join(l.target, r.target))
     {
+        classify();
     }
 #endif
+
+    void classify()
+    {
+        everyLane = !eqdrc::any(~(bands & dynamic));
+        unitGains = everyLane;
+        for (int i = 0; i < static_cast<int>(sizeof(V) / sizeof(float)); i++)
+            unitGains = unitGains && gain[i] == 1.0f;
+    }
 
     // Gains rows[0, m) in place, calling before(i) first for each sample.  A sample whose
     // envelope leaves its entry's interval leaves the inner loop for search(moved, e, low,
@@ -315,21 +329,12 @@ struct LaneGains {
     template <int W, class Before, class Search>
     void run(float (*rows)[W], int m, Before &&before, Search &&search)
     {
-        if (eqdrc::any(~(bands & dynamic)))
+        if (!everyLane)
             run_as<false, false>(rows, m, before, search);
-        else if (unit_gains())
+        else if (unitGains)
             run_as<true, true>(rows, m, before, search);
         else
             run_as<true, false>(rows, m, before, search);
-    }
-
-    bool unit_gains() const
-    {
-        for (int i = 0; i < static_cast<int>(sizeof(V) / sizeof(float)); i++) {
-            if (gain[i] != 1.0f)
-                return false;
-        }
-        return true;
     }
 
     // The loop works on local copies, which stay in registers: the rows it stores to
@@ -468,7 +473,7 @@ void MultiBandDRCState::process_lanes(int c, const float *in, float *out, int fr
 
     for (int start = 0; start < frameLen; start += kLaneBlock) {
         const int m = frameLen - start < kLaneBlock ? frameLen - start : kLaneBlock;
-        split_block(xover, in + start, m, block, 0);
+        split_block(xover, channel[c].crossover->outerTapsEqual, in + start, m, block, 0);
         lanes.run(block, m, nothing, search);
         sum_bands(block, 0, count, out + start, m);
     }
@@ -567,8 +572,9 @@ void MultiBandDRCState::process_lanes_stereo(const float *const *in, float *cons
 
     for (int start = 0; start < frameLen; start += kLaneBlock) {
         const int m = frameLen - start < kLaneBlock ? frameLen - start : kLaneBlock;
-        split_block(xover0, in[0] + start, m, block, 0);
-        split_block(xover1, in[1] + start, m, block, kDrcSlotsPerChannel);
+        split_block(xover0, channel[0].crossover->outerTapsEqual, in[0] + start, m, block, 0);
+        split_block(xover1, channel[1].crossover->outerTapsEqual, in[1] + start, m, block,
+                    kDrcSlotsPerChannel);
         lanes.run(block, m, nothing, search);
         sum_band_pairs(block, count, out[0] + start, out[1] + start, m);
     }

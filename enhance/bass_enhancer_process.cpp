@@ -186,17 +186,15 @@ struct PairSplit {
         int j = 0;
         // Four samples of each channel read as pairs, two samples' bands stored at once.
         for (; kBlocks && j + eqdrc::kLanes <= steady; j += eqdrc::kLanes) {
-            eqdrc::f32x4 x01, x23;
-            eqdrc::interleave_pairs(eqdrc::load(k.in0 + base + j) / k.scale, eqdrc::load(k.in1 + base + j) / k.scale,
-                                    x01, x23);
-            const eqdrc::f32x4 b0 = k.bands(m, eqdrc::lower_pair_twice(x01));
-            const eqdrc::f32x4 b1 = k.bands(m, eqdrc::upper_pair_twice(x01));
-            const eqdrc::f32x4 b2 = k.bands(m, eqdrc::lower_pair_twice(x23));
-            const eqdrc::f32x4 b3 = k.bands(m, eqdrc::upper_pair_twice(x23));
-            eqdrc::store(lo[j], eqdrc::low_pairs(b0, b1));
-            eqdrc::store(lo[j + 2], eqdrc::low_pairs(b2, b3));
-            eqdrc::store(hi[j], eqdrc::upper_pairs(b0, b1));
-            eqdrc::store(hi[j + 2], eqdrc::upper_pairs(b2, b3));
+            eqdrc::f32x4 x01, x23, low[2], high[2];
+            eqdrc::load_channel_pairs(k.in0 + base + j, k.in1 + base + j, x01, x23);
+            eqdrc::four_pair_steps(
+                x01 / k.scale, x23 / k.scale, [&](eqdrc::f32x4 x) EQDRC_LANE_LAMBDA { return k.bands(m, x); }, low,
+                high);
+            eqdrc::store(lo[j], low[0]);
+            eqdrc::store(lo[j + 2], low[1]);
+            eqdrc::store(hi[j], high[0]);
+            eqdrc::store(hi[j + 2], high[1]);
         }
         for (; j < steady; j++)
             k.step(m, k.in0[base + j], k.in1[base + j], lo[j], hi[j]);
@@ -222,12 +220,9 @@ void mix_pairs(const float (*harmonics)[2], const float (*high)[2], const float 
     const eqdrc::f32x4 scale = eqdrc::splat(fullScale);
     int i = 0;
     for (; kBlocks && i + eqdrc::kLanes <= n; i += eqdrc::kLanes) {
-        eqdrc::f32x4 channel0, channel1;
-        eqdrc::deinterleave_pairs((eqdrc::load(high[i]) + eqdrc::load(harmonics[i]) * amounts) * scale,
-                                  (eqdrc::load(high[i + 2]) + eqdrc::load(harmonics[i + 2]) * amounts) * scale,
-                                  channel0, channel1);
-        eqdrc::store(y0 + i, channel0);
-        eqdrc::store(y1 + i, channel1);
+        eqdrc::store_channel_pairs(y0 + i, y1 + i,
+                                   (eqdrc::load(high[i]) + eqdrc::load(harmonics[i]) * amounts) * scale,
+                                   (eqdrc::load(high[i + 2]) + eqdrc::load(harmonics[i + 2]) * amounts) * scale);
     }
     for (; i < n; i++) {
         y0[i] = (high[i][0] + harmonics[i][0] * amount[0]) * fullScale;

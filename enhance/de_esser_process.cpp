@@ -113,16 +113,15 @@ void DeEsserState::process_pair(const float *const *in, float *const *out, int n
     int i = 0;
     // Four samples of each channel read as pairs, the results of two samples a vector.
     for (; kBlocks && i + eqdrc::kLanes <= from; i += eqdrc::kLanes) {
-        f32x4 x01, x23;
-        eqdrc::interleave_pairs(eqdrc::load(x0 + i), eqdrc::load(x1 + i), x01, x23);
-        const f32x4 y0 = filter(m, eqdrc::lower_pair_twice(x01)), y1 = filter(m, eqdrc::upper_pair_twice(x01));
-        const f32x4 y2 = filter(m, eqdrc::lower_pair_twice(x23)), y3 = filter(m, eqdrc::upper_pair_twice(x23));
-        const f32x4 band01 = eqdrc::low_pairs(y0, y1), band23 = eqdrc::low_pairs(y2, y3);
-        const f32x4 t01 = band01 * band01 / frames, t23 = band23 * band23 / frames;
+        f32x4 x01, x23, band[2], notch[2];
+        eqdrc::load_channel_pairs(x0 + i, x1 + i, x01, x23);
+        eqdrc::four_pair_steps(
+            x01, x23, [&](f32x4 x) EQDRC_LANE_LAMBDA { return filter(m, x); }, band, notch);
+        const f32x4 t01 = band[0] * band[0] / frames, t23 = band[1] * band[1] / frames;
         eqdrc::store(terms[i], t01);
         eqdrc::store(terms[i + 2], t23);
-        eqdrc::store(notched[i], eqdrc::upper_pairs(y0, y1));
-        eqdrc::store(notched[i + 2], eqdrc::upper_pairs(y2, y3));
+        eqdrc::store(notched[i], notch[0]);
+        eqdrc::store(notched[i + 2], notch[1]);
         energy = energy + t01[0];
         energy = energy + t01[2];
         energy = energy + t23[0];
@@ -174,21 +173,16 @@ void DeEsserState::crossfade_pair(float target0, float target1, const float *con
         g = g2 + step;
         const f32x4 g01 = eqdrc::low_pairs(g0, g1), g23 = eqdrc::low_pairs(g2, g);
         f32x4 x01, x23;
-        eqdrc::interleave_pairs(eqdrc::load(x0 + i), eqdrc::load(x1 + i), x01, x23);
-        f32x4 channel0, channel1;
-        eqdrc::deinterleave_pairs(x01 * g01 + (one - g01) * eqdrc::load(notched[i]),
-                                  x23 * g23 + (one - g23) * eqdrc::load(notched[i + 2]), channel0, channel1);
-        eqdrc::store(y0 + i, channel0);
-        eqdrc::store(y1 + i, channel1);
+        eqdrc::load_channel_pairs(x0 + i, x1 + i, x01, x23);
+        eqdrc::store_channel_pairs(y0 + i, y1 + i, x01 * g01 + (one - g01) * eqdrc::load(notched[i]),
+                                   x23 * g23 + (one - g23) * eqdrc::load(notched[i + 2]));
     }
-    const float *x[2] = {x0, x1};
-    float *y[2] = {y0, y1};
     for (int ch = 0; ch < 2; ch++) {
         float gc = g[ch];
         const float stepc = ch == 0 ? step0 : step1;
         for (int j = i; j < n; j++) {
             gc = gc + stepc;
-            y[ch][j] = x[ch][j] * gc + (1.0f - gc) * notched[j][ch];
+            out[ch][j] = in[ch][j] * gc + (1.0f - gc) * notched[j][ch];
         }
     }
     gain[0] = target0;

@@ -197,15 +197,14 @@ void ExciterState::process_pair(const float *const *in, float *const *out, int n
         f32x4 xBefore = eqdrc::low_pairs(xOlder, xNewer);  // the last two steps' input pairs
         for (; t + kBlock <= n; t += kBlock) {
             f32x4 x01, x23;
-            eqdrc::interleave_pairs(eqdrc::load(x0 + t) / p.scale, eqdrc::load(x1 + t) / p.scale, x01, x23);
+            eqdrc::load_channel_pairs(x0 + t, x1 + t, x01, x23);
+            x01 = x01 / p.scale;
+            x23 = x23 / p.scale;
             const f32x4 h0 = p.filters(x01, false), h1 = p.filters(x01, true);
             const f32x4 h2 = p.filters(x23, false), h3 = p.filters(x23, true);
             // Outputs t - 2 .. t + 1.
-            f32x4 channel0, channel1;
-            eqdrc::deinterleave_pairs(p.mix(xBefore, eqdrc::upper_pairs(h0, h1)), p.mix(x01, eqdrc::upper_pairs(h2, h3)),
-                                      channel0, channel1);
-            eqdrc::store(y0 + t - kBehind, channel0);
-            eqdrc::store(y1 + t - kBehind, channel1);
+            eqdrc::store_channel_pairs(y0 + t - kBehind, y1 + t - kBehind, p.mix(xBefore, eqdrc::upper_pairs(h0, h1)),
+                                       p.mix(x01, eqdrc::upper_pairs(h2, h3)));
             xBefore = x23;
         }
         pipe = p;

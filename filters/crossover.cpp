@@ -48,6 +48,16 @@ void LinkwitzRiley4::design(int channels, int type, float fs, float fc)
     }
 }
 
+bool LinkwitzRiley4::outer_taps_equal(int channels) const
+{
+    constexpr int kB2 = 2;  // b2's slot in a section's record, after b0 and b1
+    for (int k = 0; k < channels * kCoeffStride; k += kBiquadCoeffs) {
+        if (std::memcmp(&coeffs[k], &coeffs[k + kB2], sizeof(float)) != 0)
+            return false;
+    }
+    return true;
+}
+
 namespace {
 
 // Where one channel's fourth-order filter sits in the lane banks: its first section at
@@ -170,6 +180,9 @@ void CrossoverState::design()
             band3Lp.design(channels, kButterworthLP, fs, freq[eqdrc::kCornerBand3Lp]);
         }
     }
+    outerTapsEqual = lowLp.outer_taps_equal(channels) && highHp.outer_taps_equal(channels) &&
+                     (bandMode <= 0 || (band2Hp.outer_taps_equal(channels) && band2Lp.outer_taps_equal(channels))) &&
+                     (bandMode != 2 || (band3Hp.outer_taps_equal(channels) && band3Lp.outer_taps_equal(channels)));
 }
 
 void CrossoverState::process(const float *in, float *out)

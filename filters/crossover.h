@@ -4,7 +4,6 @@
 #define EQDRC_FILTERS_CROSSOVER_H
 
 #include <cstdint>
-#include <cstring>
 
 #include "dsp/lanes8.h"
 #include "filters/biquad.h"
@@ -44,6 +43,8 @@ struct LinkwitzRiley4 {
     void release();
     // Clears the memories and gives both sections of every channel the same design.
     void design(int channels, int type, float fs, float fc);
+    // Whether every section's b2 is its b0, bit for bit.
+    bool outer_taps_equal(int channels) const;
     float step(int channel, float x)
     {
         const float *c = coeffs + channel * kCoeffStride;
@@ -133,19 +134,12 @@ struct SkewedCrossover {
     }
 
     // Sample i in, the bands of sample i - 1 out.  EqualOuterTaps: every section's b2 is
-    // its b0, bit for bit (equal_outer_taps()), so the product b0 x serves as b2 x.
+    // its b0, bit for bit (CrossoverState::outerTapsEqual), so the product b0 x serves as
+    // b2 x.
     template <bool EqualOuterTaps = false>
     EQDRC_LANE_INLINE V step(V in)
     {
         return advance<EqualOuterTaps>(in);
-    }
-
-    // True for Butterworth sections at 0 dB, the crossover's design, where b2 = g A is g
-    // itself; unused lanes hold zeros.
-    bool equal_outer_taps() const
-    {
-        return std::memcmp(&a.b0, &a.b2, sizeof(V)) == 0 && std::memcmp(&b.b0, &b.b2, sizeof(V)) == 0 &&
-               std::memcmp(&c.b0, &c.b2, sizeof(V)) == 0;
     }
 
     // The bands of the run's last sample: only c's last lanes work.
@@ -240,6 +234,9 @@ struct CrossoverState {
     eqdrc::LinkwitzRiley4 band2Lp;
     eqdrc::LinkwitzRiley4 band3Hp;  // allocated for a mode other than 0 and 1
     eqdrc::LinkwitzRiley4 band3Lp;
+    // Every designed section's b2 is its b0, bit for bit (the Butterworth sections at
+    // 0 dB), so the lane forms may take the product b0 x for b2 x.
+    bool outerTapsEqual;
 
     // A null `param` means the defaults.
     static CrossoverState *create(int sampleRate, int channels, const CrossoverParam *param);

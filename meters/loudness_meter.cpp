@@ -114,8 +114,7 @@ struct EnergyRings {
         // Sample i in lanes 0 and 2, then sample i + 1 in lanes 1 and 3.
         const eqdrc::f32x4 first = eqdrc::even_lanes_doubled((sumRows - old) + e);
         sums = eqdrc::odd_lanes((first - old) + e);
-        eqdrc::store_low_pair(ring0 + i, e);
-        eqdrc::store_high_pair(ring1 + i, e);
+        eqdrc::store_pairs(ring0 + i, ring1 + i, e);
     }
 };
 

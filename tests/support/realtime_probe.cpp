@@ -113,24 +113,18 @@ static int forward_open(int (*&next)(const char *, int, ...), const char *name, 
     mode_t mode = va_arg(ap, mode_t);
     return next_symbol(next, name)(path, flags, mode);
 }
-int open(const char *path, int flags, ...)
-{
-    static int (*next)(const char *, int, ...) = nullptr;
-    va_list ap;
-    va_start(ap, flags);
-    int fd = forward_open(next, "open", path, flags, ap);
-    va_end(ap);
-    return fd;
-}
-int open64(const char *path, int flags, ...)
-{
-    static int (*next)(const char *, int, ...) = nullptr;
-    va_list ap;
-    va_start(ap, flags);
-    int fd = forward_open(next, "open64", path, flags, ap);
-    va_end(ap);
-    return fd;
-}
+#define EQDRC_RT_OPEN(name)                                   \
+    int name(const char *path, int flags, ...)                \
+    {                                                         \
+        static int (*next)(const char *, int, ...) = nullptr; \
+        va_list ap;                                           \
+        va_start(ap, flags);                                  \
+        int fd = forward_open(next, #name, path, flags, ap);  \
+        va_end(ap);                                           \
+        return fd;                                            \
+    }
+EQDRC_RT_OPEN(open)
+EQDRC_RT_OPEN(open64)
 int fprintf(FILE *f, const char *fmt, ...)
 {
     va_list ap;
